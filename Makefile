@@ -1,0 +1,85 @@
+# The commands of the project; `make` alone lists them. Each sets up what it needs.
+SHELL := /bin/bash
+.DEFAULT_GOAL := help
+
+PYTHON ?= $(firstword $(shell command -v python3.11 python3 python))
+VENV := .venv
+BIN := $(VENV)/bin
+PIP := $(BIN)/python -m pip --disable-pip-version-check
+NATIVE_SOURCES := CMakeLists.txt $(wildcard src/*/*.cpp src/*/*.h)
+PACKAGE_SOURCES := pyproject.toml $(NATIVE_SOURCES) $(wildcard functions/*) $(wildcard cli/*/*.py)
+PYTHON_TREES := cli tests benchmarks examples scripts
+OTHER_PYTHONS := $(foreach minor,12 13,build/python3.$(minor)/ready)
+
+.PHONY: help demo test lint format sanitize bench stats clean require
+.DELETE_ON_ERROR:
+
+help: ## List the commands
+	@grep -hE '^[a-z-]+:.*## ' $(MAKEFILE_LIST) | sed -E 's/:.*## /\t/' | expand -t 12
+
+require:
+	@[ -n "$(PYTHON)" ] && $(PYTHON) -c 'import sys; sys.exit(sys.version_info[:2] != (3, 11))' 2>/dev/null \
+	  || { echo "CPython 3.11 is needed: put python3.11 on the path, or say make PYTHON=/path/to/python3.11"; exit 1; }
+	@$(PYTHON) -c 'import os, sys, sysconfig; sys.exit(not os.path.exists(os.path.join(sysconfig.get_path("include"), "Python.h")))' \
+	  || { echo "The headers of CPython 3.11 are missing (Debian: the package python3.11-dev)"; exit 1; }
+	@command -v $${CXX:-c++} >/dev/null \
+	  || { echo "A C++ compiler with C++20 is missing (Debian: the package g++)"; exit 1; }
+
+$(VENV)/tools: pyproject.toml | require
+	@$(PYTHON) -m venv $(VENV) || { echo "python -m venv does not work (Debian: the package python3.11-venv)"; exit 1; }
+	$(PIP) install --quiet 'pip>=25.1'
+	$(PIP) install --quiet --group build --group test --group cli
+	@touch $@
+
+$(VENV)/lint-tools: $(VENV)/tools
+	$(PIP) install --quiet --group lint
+	@touch $@
+
+$(VENV)/bench-tools: $(VENV)/tools
+	$(PIP) install --quiet --group bench
+	@touch $@
+
+# The build directory stays, so that a second run compiles only what changed.
+$(VENV)/installed: $(PACKAGE_SOURCES) $(VENV)/tools
+	$(PIP) install --quiet --no-build-isolation --no-deps -C cmake.define.TYPED_SHAPES_WERROR=ON .
+	@touch $@
+
+# Interpreters of other versions that happen to be on the machine, for the test that loads the module there.
+build/python3.%/ready:
+	@mkdir -p $(@D)
+	@python=$$(ls -d $$(command -v python3.$* || true) $$HOME/.pyenv/versions/3.$*.*/bin/python 2>/dev/null | while read -r p; do \
+	    "$$p" -c 'import sys; sys.exit(sys.version_info[:2] != (3, $*))' 2>/dev/null && echo "$$p"; done | head -n 1); \
+	  if [ -n "$$python" ]; then "$$python" -m venv $(@D)/venv && $(@D)/venv/bin/pip -q --disable-pip-version-check install numpy || rm -rf $(@D)/venv; fi
+	@touch $@
+
+demo: $(VENV)/installed ## Build everything and run the main job on real payloads
+	$(BIN)/python scripts/demo.py
+
+test: $(VENV)/installed $(OTHER_PYTHONS) ## Build everything and run the tests
+	$(BIN)/python -m pytest $(PYTEST_ARGS)
+
+lint: $(VENV)/installed $(VENV)/lint-tools ## Check format, types and the C++ rules
+	$(BIN)/clang-format --dry-run --Werror $(wildcard src/*/*.cpp src/*/*.h)
+	$(BIN)/ruff format --check $(PYTHON_TREES) functions
+	$(BIN)/ruff check $(PYTHON_TREES) functions
+	$(BIN)/mypy cli tests scripts benchmarks
+	$(BIN)/python -m mypy.stubtest quillmere.functions._typed_shapes --ignore-missing-stub --ignore-disjoint-bases
+	$(BIN)/basedpyright --level error tests/typing_surface.py
+	$(BIN)/python scripts/tidy.py
+
+format: $(VENV)/lint-tools ## Format all sources
+	$(BIN)/clang-format -i $(wildcard src/*/*.cpp src/*/*.h)
+	$(BIN)/ruff format --quiet $(PYTHON_TREES) functions
+	$(BIN)/ruff check --quiet --fix $(PYTHON_TREES) functions
+
+sanitize: $(VENV)/installed ## Run the tests under AddressSanitizer and UndefinedBehaviorSanitizer
+	scripts/sanitize.sh $(PYTEST_ARGS)
+
+bench: $(VENV)/installed $(VENV)/bench-tools ## Time the module against plain Python and msgspec
+	$(BIN)/python benchmarks/run.py $(BENCH_ARGS)
+
+stats: ## Print the sizes of code and tests
+	@$(PYTHON) scripts/stats.py
+
+clean: ## Remove everything that was made
+	rm -rf $(VENV) build .hypothesis .pytest_cache .mypy_cache .ruff_cache

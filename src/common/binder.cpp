@@ -1,0 +1,83 @@
+#include "common/binder.h"
+
+#include <algorithm>
+
+namespace typed_shapes {
+
+namespace {
+
+constexpr std::size_t kNotFound = static_cast<std::size_t>(-1);
+
+// Call sites carry interned names, so identity nearly always decides.
+std::size_t find_name(std::span<PyObject* const> names, PyObject* keyword) {
+  for (std::size_t i = 0; i < names.size(); ++i) {
+    if (names[i] == keyword) return i;
+  }
+  for (std::size_t i = 0; i < names.size(); ++i) {
+    const int order = PyUnicode_Compare(names[i], keyword);
+    if (order == 0) return i;
+    if (order == -1) check_indicator();
+  }
+  return kNotFound;
+}
+
+[[noreturn]] void raise_argument_count(const ParameterList& parameters, std::size_t given) {
+  const auto required = static_cast<std::size_t>(
+      std::ranges::count(parameters.defaults.first(parameters.positional), nullptr));
+  const bool too_few = given < required;
+  const std::size_t expected = too_few ? required : parameters.positional;
+  const char* quantity = required == parameters.positional ? "exactly"
+                         : too_few                         ? "at least"
+                                                           : "at most";
+  raise(PyExc_TypeError, "%.200U() takes %.8s %zu positional argument%.1s (%zu given)",
+        parameters.function_name, quantity, expected, expected == 1 ? "" : "s", given);
+}
+
+}  // namespace
+
+KeywordFaults match_arguments(std::span<PyObject* const> parameter_names,
+                              const CallArguments& arguments, std::span<PyObject*> places) {
+  KeywordFaults faults;
+  std::copy_n(arguments.values, arguments.positional, places.begin());
+  for (Py_ssize_t i = 0; i < arguments.keyword_count(); ++i) {
+    PyObject* keyword = PyTuple_GET_ITEM(arguments.keywords, i);
+    const std::size_t place = find_name(parameter_names, keyword);
+    if (place == kNotFound) {
+      if (faults.unexpected == nullptr) faults.unexpected = keyword;
+    } else if (places[place] != nullptr) {
+      if (faults.given_twice == nullptr) faults.given_twice = keyword;
+    } else {
+      places[place] = arguments.values[arguments.positional + i];
+    }
+  }
+  return faults;
+}
+
+void bind_arguments(const ParameterList& parameters, const CallArguments& arguments,
+                    std::span<PyObject*> places) {
+  const auto given = static_cast<std::size_t>(arguments.positional);
+  if (given > parameters.positional) raise_argument_count(parameters, given);
+
+  std::ranges::fill(places, nullptr);
+  const KeywordFaults faults = match_arguments(parameters.names, arguments, places);
+
+  for (std::size_t i = 0; i < places.size(); ++i) {
+    if (places[i] != nullptr) continue;
+    places[i] = parameters.defaults[i];
+    if (places[i] != nullptr) continue;
+    // The arguments before the first missing one are those that count as given.
+    if (i < parameters.positional) raise_argument_count(parameters, i);
+    raise(PyExc_TypeError, "%U() needs keyword-only argument %U", parameters.function_name,
+          parameters.names[i]);
+  }
+  if (faults.given_twice != nullptr) {
+    raise(PyExc_TypeError, "%U() got multiple values for keyword argument '%U'",
+          parameters.function_name, faults.given_twice);
+  }
+  if (faults.unexpected != nullptr) {
+    raise(PyExc_TypeError, "%U() got an unexpected keyword argument '%U'",
+          parameters.function_name, faults.unexpected);
+  }
+}
+
+}  // namespace typed_shapes

@@ -1,0 +1,42 @@
+#include "common/class_body.h"
+
+#include "common/globals.h"
+
+namespace typed_shapes {
+
+Ref interned(const char* characters) { return own(PyUnicode_InternFromString(characters)); }
+
+ClassBody::ClassBody(const char* name, const char* doc)
+    : name_(interned(name)), namespace_(own(PyDict_New())) {
+  set(names.module, interned(kModuleName).get());
+  set(names.qualname, name_.get());
+  set(names.doc, interned(doc).get());
+}
+
+void ClassBody::set(PyObject* name, PyObject* value) {
+  check(PyDict_SetItem(namespace_.get(), name, value));
+}
+
+void ClassBody::define(const Method& method) {
+  Ref function = make_function(method.function);
+  Ref name = get_attr(function.get(), names.name_dunder);
+  switch (method.binding) {
+    case Binding::kClassMethod:
+      function = own(PyClassMethod_New(function.get()));
+      break;
+    case Binding::kProperty:
+      function = call(globals::builtin("property").get(), function.get());
+      break;
+    case Binding::kMethod:
+      break;
+  }
+  set(name.get(), function.get());
+}
+
+Ref ClassBody::make_class(const char* base) const {
+  Ref bases = own(PyTuple_Pack(1, globals::builtin(base).get()));
+  return call(reinterpret_cast<PyObject*>(&PyType_Type), name_.get(), bases.get(),
+              namespace_.get());
+}
+
+}  // namespace typed_shapes

@@ -1,0 +1,71 @@
+// Python errors as C++ exceptions: raised at the call that failed, turned back into NULL at one edge.
+#pragma once
+
+#include "common/ref.h"
+
+namespace typed_shapes {
+
+// Thrown when the interpreter's error indicator is set; carries nothing, the indicator has it all.
+struct PythonError {};
+
+// The result of an API call that returns a new reference, or NULL with an error set.
+[[nodiscard]] inline Ref own(PyObject* result) {
+  if (result == nullptr) throw PythonError{};
+  return Ref::steal(result);
+}
+
+// The result of an API call that returns a negative number with an error set.
+template <typename Integer>
+inline Integer check(Integer result) {
+  if (result < 0) throw PythonError{};
+  return result;
+}
+
+// Throws the error that a borrowed look-up may have left behind when it found nothing.
+inline void check_indicator() {
+  if (PyErr_Occurred() != nullptr) throw PythonError{};
+}
+
+// Sets a Python exception with a printf-style text and throws.
+[[noreturn]] void raise(PyObject* type, const char* format, ...);
+
+// Puts the pending Python error aside while the scope runs code of its own.
+class ErrorAside {
+ public:
+  ErrorAside() noexcept { PyErr_Fetch(&type_, &value_, &traceback_); }
+  ~ErrorAside() { PyErr_Restore(type_, value_, traceback_); }
+  ErrorAside(const ErrorAside&) = delete;
+  ErrorAside& operator=(const ErrorAside&) = delete;
+
+ private:
+  PyObject* type_ = nullptr;
+  PyObject* value_ = nullptr;
+  PyObject* traceback_ = nullptr;
+};
+
+// Sets the Python exception that stands for the C++ exception being handled.
+void translate_current_exception() noexcept;
+
+// The edge: runs the body and returns what the interpreter expects, NULL (or -1) with an error set.
+template <typename Body>
+PyObject* guarded(Body&& body) noexcept {
+  try {
+    return std::forward<Body>(body)().release();
+  } catch (...) {
+    translate_current_exception();
+    return nullptr;
+  }
+}
+
+template <typename Body>
+int guarded_status(Body&& body) noexcept {
+  try {
+    std::forward<Body>(body)();
+    return 0;
+  } catch (...) {
+    translate_current_exception();
+    return -1;
+  }
+}
+
+}  // namespace typed_shapes

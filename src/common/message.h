@@ -1,0 +1,33 @@
+// Error texts are put together from pieces, left to right, and raised as the module's SchemaError.
+#pragma once
+
+#include <initializer_list>
+
+#include "common/objects.h"
+
+namespace typed_shapes {
+
+// A piece of a message: a literal, or the str that an expression gave.
+class Piece {
+ public:
+  Piece(const char* literal) : text_(own(PyUnicode_FromString(literal))) {}  // NOLINT: reads as text
+  Piece(Ref text) : text_(std::move(text)) {}                                // NOLINT: reads as text
+  // The characters of a str, whatever a subclass makes of str().
+  Piece(PyObject* text) : text_(Ref::borrow(text)) {}  // NOLINT: reads as text
+
+  [[nodiscard]] PyObject* get() const noexcept { return text_.get(); }
+
+ private:
+  Ref text_;
+};
+
+// piece + piece + ...
+[[nodiscard]] Ref message(std::initializer_list<Piece> pieces);
+
+// raise exception
+[[noreturn]] void raise_exception(PyObject* exception);
+
+// raise SchemaError(piece + piece + ...), the class looked up in the module now
+[[noreturn]] void raise_schema_error(std::initializer_list<Piece> pieces);
+
+}  // namespace typed_shapes

@@ -1,0 +1,16 @@
+#include "common/names.h"
+
+#include "common/errors.h"
+
+namespace typed_shapes {
+
+Names names;
+
+void intern_names() {
+#define TYPED_SHAPES_INTERN(member, text) \
+  if (names.member == nullptr) names.member = own(PyUnicode_InternFromString(text)).release();
+  TYPED_SHAPES_NAMES(TYPED_SHAPES_INTERN)
+#undef TYPED_SHAPES_INTERN
+}
+
+}  // namespace typed_shapes

@@ -1,0 +1,171 @@
+#include "common/record.h"
+
+#include <array>
+
+#include "common/globals.h"
+#include "common/inline_fields.h"
+
+namespace typed_shapes {
+
+namespace {
+
+Slot no_arguments;
+
+// callable(**options), the options a dict.
+Ref call_with_options(PyObject* callable, const Ref& options) {
+  Ref positional = own(PyTuple_New(0));
+  return own(PyObject_Call(callable, positional.get(), options.get()));
+}
+
+void set_item(const Ref& dict, PyObject* key, PyObject* value) {
+  check(PyDict_SetItem(dict.get(), key, value));
+}
+
+// What the class body assigns to the field; null where it assigns nothing.
+Ref default_of(const Field& field) {
+  Ref options = own(PyDict_New());
+  switch (field.default_value) {
+    case Default::kRequired:
+      return {};
+    case Default::kNone:
+      return none();
+    case Default::kFalse:
+      return boolean(false);
+    case Default::kEmptyList:
+      set_item(options, names.default_factory, reinterpret_cast<PyObject*>(&PyList_Type));
+      break;
+    case Default::kEmptyDict:
+      set_item(options, names.default_factory, reinterpret_cast<PyObject*>(&PyDict_Type));
+      break;
+    case Default::kHidden:
+      set_item(options, names.default_, Py_None);
+      set_item(options, names.compare, Py_False);
+      set_item(options, names.repr, Py_False);
+      break;
+  }
+  return call_with_options(globals::lookup(names.field).get(), options);
+}
+
+// What the generated __init__ gives a field that the caller left out; null where that is an error.
+Ref default_instance(Default kind) {
+  switch (kind) {
+    case Default::kRequired:
+      return {};
+    case Default::kFalse:
+      return boolean(false);
+    case Default::kEmptyList:
+      return own(PyList_New(0));
+    case Default::kEmptyDict:
+      return own(PyDict_New());
+    case Default::kNone:
+    case Default::kHidden:
+      break;
+  }
+  return none();
+}
+
+// type.__call__(type, *args, **kwargs): the interpreter's own way to make an instance.
+Ref call_type(PyObject* type, const CallArguments& arguments) {
+  Ref positional = own(PyTuple_New(arguments.positional));
+  for (Py_ssize_t i = 0; i < arguments.positional; ++i) {
+    PyTuple_SET_ITEM(positional.get(), i, Py_NewRef(arguments.values[i]));
+  }
+  Ref keywords;
+  if (arguments.keyword_count() > 0) {
+    keywords = own(PyDict_New());
+    for (Py_ssize_t i = 0; i < arguments.keyword_count(); ++i) {
+      set_item(keywords, PyTuple_GET_ITEM(arguments.keywords, i),
+               arguments.values[arguments.positional + i]);
+    }
+  }
+  return own(PyType_Type.tp_call(type, positional.get(), keywords.get()));
+}
+
+}  // namespace
+
+Ref Record::make_class() const {
+  ClassBody body(table_.name, table_.doc);
+  Ref annotations = own(PyDict_New());
+  body.set(names.annotations, annotations.get());
+  for (const Field& field : table_.fields) {
+    Ref name = interned(field.name);
+    set_item(annotations, name.get(), interned(field.annotation).get());
+    if (Ref value = default_of(field)) body.set(name.get(), value.get());
+  }
+  for (const Method& method : table_.methods) body.define(method);
+  return body.make_class("object");
+}
+
+Ref Record::decorated(PyObject* type) const {
+  Ref decorator = globals::lookup(names.dataclass);
+  if (table_.decorator != Decorator::kPlain) {
+    const bool frozen = table_.decorator == Decorator::kFrozen;
+    Ref options = own(PyDict_New());
+    set_item(options, (frozen ? interned("frozen") : interned("eq")).get(), boolean(frozen).get());
+    decorator = call_with_options(decorator.get(), options);
+  }
+  return call(decorator.get(), type);
+}
+
+void Record::define(vectorcallfunc overlay) {
+  no_arguments.set(own(PyTuple_New(0)));
+  Ref name_tuple = own(PyTuple_New(static_cast<Py_ssize_t>(table_.fields.size())));
+  for (std::size_t i = 0; i < table_.fields.size(); ++i) {
+    PyTuple_SET_ITEM(name_tuple.get(), static_cast<Py_ssize_t>(i),
+                     interned(table_.fields[i].name).release());
+  }
+  field_names_.set(std::move(name_tuple));
+
+  Ref record = decorated(make_class().get());
+  globals::bind(table_.name, record.get());
+  if (!watches_usable || !PyType_Check(record.get())) return;
+  auto* type = reinterpret_cast<PyTypeObject*>(record.get());
+  has_inline_fields_ = has_inline_fields(type, field_names());
+  watch_.start(type);
+  // A documented slot that subclasses do not inherit: they go through type.__call__ as ever.
+  type->tp_vectorcall = overlay;
+}
+
+Ref Record::build(PyObject* const* values) const {
+  // object.__new__ and not tp_alloc: it prepares the inline attribute values, without which every
+  // instance would grow a dictionary of its own.
+  Ref instance = own(PyBaseObject_Type.tp_new(type(), no_arguments.get(), nullptr));
+  if (has_inline_fields_ && store_inline_fields(instance.get(), values, table_.fields.size())) {
+    return instance;
+  }
+  for (PyObject* name : field_names()) {
+    check(PyObject_GenericSetAttr(instance.get(), name, *values++));
+  }
+  return instance;
+}
+
+Ref Record::construct_natively(const CallArguments& arguments) const {
+  const std::span<PyObject* const> names_of_fields = field_names();
+  if (static_cast<std::size_t>(arguments.positional) > names_of_fields.size()) return {};
+
+  PyObject* values[kMaxParameters] = {};
+  if (match_arguments(names_of_fields, arguments, {values, names_of_fields.size()}).any()) return {};
+
+  std::array<Ref, kMaxParameters> defaults;
+  for (std::size_t i = 0; i < names_of_fields.size(); ++i) {
+    if (values[i] != nullptr) continue;
+    defaults[i] = default_instance(table_.fields[i].default_value);
+    if (!defaults[i]) return {};
+    values[i] = defaults[i].get();
+  }
+  if (table_.accepts != nullptr && !table_.accepts(values)) return {};
+  return build(values);
+}
+
+PyObject* Record::construct(PyObject* type, PyObject* const* args, std::size_t nargsf,
+                            PyObject* kwnames) noexcept {
+  return guarded([&] {
+    const CallArguments arguments(args, nargsf, kwnames);
+    if (untouched() && globals::untouched()) {
+      if (Ref instance = construct_natively(arguments)) return instance;
+    }
+    return call_type(type, arguments);
+  });
+}
+
+}  // namespace typed_shapes

@@ -1,0 +1,94 @@
+// Records: a table of fields and functions becomes a real dataclass, with a native constructor laid over
+// the generated one.
+#pragma once
+
+#include <span>
+
+#include "common/binder.h"
+#include "common/class_body.h"
+#include "common/watch.h"
+
+namespace typed_shapes {
+
+enum class Default {
+  kRequired,
+  kNone,
+  kFalse,
+  kEmptyList,  // field(default_factory=list)
+  kEmptyDict,  // field(default_factory=dict)
+  kHidden,     // field(default=None, compare=False, repr=False)
+};
+
+struct Field {
+  const char* name;
+  const char* annotation;  // source text, never evaluated
+  Default default_value = Default::kRequired;
+};
+
+enum class Decorator {
+  kPlain,     // @dataclass
+  kFrozen,    // @dataclass(frozen=True)
+  kIdentity,  // @dataclass(eq=False)
+};
+
+// Whether the class's own validation is sure to pass, told without running Python code. The values stand
+// in field order. False means "not sure": the canonical path decides.
+using Accepts = bool (*)(PyObject* const* values);
+
+struct RecordTable {
+  const char* name;
+  const char* doc;
+  Decorator decorator;
+  std::span<const Field> fields;
+  std::span<const Method> methods;
+  Accepts accepts = nullptr;  // null: nothing is validated
+};
+
+// One record class of the loaded module; each has static storage.
+class Record {
+ public:
+  explicit constexpr Record(const RecordTable& table) noexcept : table_(table) {}
+  Record(const Record&) = delete;
+  Record& operator=(const Record&) = delete;
+
+  // Makes the class and binds it in the module. The constructor is laid over by define_record().
+  void define(vectorcallfunc overlay);
+
+  [[nodiscard]] PyTypeObject* type() const noexcept { return watch_.type(); }
+  // Whether a native build is what the class itself would do.
+  [[nodiscard]] bool untouched() noexcept { return watch_.untouched(); }
+  // Whether the object is an instance of exactly this class. Only for an untouched module.
+  [[nodiscard]] bool is_exact(PyObject* object) const noexcept { return Py_TYPE(object) == type(); }
+
+  // A new instance with these field values, in field order: what the generated __init__ does, less the
+  // validation. Runs no Python code; only for an untouched class.
+  [[nodiscard]] Ref build(PyObject* const* values) const;
+
+  // What the overlay does with a call of the class.
+  PyObject* construct(PyObject* type, PyObject* const* args, std::size_t nargsf,
+                      PyObject* kwnames) noexcept;
+
+ private:
+  [[nodiscard]] std::span<PyObject* const> field_names() const noexcept {
+    return {&PyTuple_GET_ITEM(field_names_.get(), 0), table_.fields.size()};
+  }
+  // Null where the generated __init__ has to decide.
+  [[nodiscard]] Ref construct_natively(const CallArguments& arguments) const;
+  [[nodiscard]] Ref make_class() const;
+  [[nodiscard]] Ref decorated(PyObject* type) const;
+
+  const RecordTable& table_;
+  ClassWatch watch_;
+  Slot field_names_;  // a tuple of interned str
+  bool has_inline_fields_ = false;
+};
+
+// Makes a record class whose calls take the native constructor.
+template <Record& kRecord>
+void define_record() {
+  kRecord.define([](PyObject* type, PyObject* const* args, std::size_t nargsf, PyObject* kwnames) {
+    return kRecord.construct(type, args, nargsf, kwnames);
+  });
+}
+
+}  // namespace typed_shapes

@@ -1,0 +1,75 @@
+#include "common/watch.h"
+
+#include "common/names.h"
+
+namespace typed_shapes {
+
+bool watches_usable = false;
+
+namespace {
+
+// Whether the dictionary holds every expected object, identity deciding. Names hash and compare without
+// running code; somebody's odd key in the way may run some, which the callers are ready for: they ask
+// before they look at anything else. An error on the way counts as a difference.
+bool holds(PyObject* dict, PyObject* expected) noexcept {
+  Py_ssize_t position = 0;
+  PyObject* name = nullptr;
+  PyObject* value = nullptr;
+  while (PyDict_Next(expected, &position, &name, &value) != 0) {
+    if (PyDict_GetItemWithError(dict, name) != value) {
+      PyErr_Clear();
+      return false;
+    }
+  }
+  return true;
+}
+
+}  // namespace
+
+void DictWatch::start(PyObject* dict) {
+  good_version_ = bad_version_ = 0;
+  expected_.set(own(PyDict_New()));
+  dict_.set(Ref::borrow(watches_usable ? dict : nullptr));
+}
+
+void DictWatch::expect(PyObject* name, PyObject* value) {
+  check(PyDict_SetItem(expected_.get(), name, value));
+}
+
+bool DictWatch::recheck() noexcept {
+  const std::uint64_t current = version();
+  if (current == bad_version_) return false;
+  const bool same = holds(dict_.get(), expected_.get());
+  (same ? good_version_ : bad_version_) = current;
+  return same;
+}
+
+void ClassWatch::start(PyTypeObject* type) {
+  if (!watches_usable) return;
+  attributes_.set(own(PyDict_Copy(type->tp_dict)));
+  mro_.set(Ref::borrow(type->tp_mro));
+  init_ = PyDict_GetItemWithError(attributes_.get(), names.init);
+  check_indicator();
+  if (init_ != nullptr && PyFunction_Check(init_)) {
+    init_code_.set(Ref::borrow(PyFunction_GET_CODE(init_)));
+    init_defaults_.set(Ref::borrow(PyFunction_GET_DEFAULTS(init_)));
+  } else {
+    init_ = nullptr;
+  }
+  good_version_ = bad_version_ = 0;
+  type_.set(Ref::borrow(reinterpret_cast<PyObject*>(type)));
+}
+
+bool ClassWatch::recheck() noexcept {
+  // A look-up makes the interpreter number the class anew after a change.
+  _PyType_Lookup(type(), names.init);
+  const unsigned current = version();
+  if (current == 0 || current == bad_version_) return false;
+  const bool same = type()->tp_mro == mro_.get() &&
+                    PyDict_GET_SIZE(type()->tp_dict) == PyDict_GET_SIZE(attributes_.get()) &&
+                    holds(type()->tp_dict, attributes_.get());
+  (same ? good_version_ : bad_version_) = current;
+  return same;
+}
+
+}  // namespace typed_shapes

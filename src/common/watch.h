@@ -1,0 +1,72 @@
+// Watches: whether something that a fast path relies on is still what the module body left behind.
+// Both read a version number that the interpreter changes with every modification; a number that moved
+// is looked into once, so that a patch that was taken back costs nothing afterwards.
+#pragma once
+
+#include <cstdint>
+
+#include "common/errors.h"
+
+namespace typed_shapes {
+
+// The version numbers are 3.11's. Under another minor version every watch reports a change, which sends
+// every call to the canonical path.
+extern bool watches_usable;
+
+// Some names of a dictionary, each with the object that it is expected to hold.
+class DictWatch {
+ public:
+  void start(PyObject* dict);
+  void expect(PyObject* name, PyObject* value);
+
+  [[nodiscard]] bool untouched() noexcept {
+    return dict_.get() != nullptr && (version() == good_version_ || recheck());
+  }
+
+ private:
+  // Deprecated in 3.12 for want of users; in 3.11 the one cheap way to see that a dict changed.
+  [[nodiscard]] std::uint64_t version() const noexcept {
+    return reinterpret_cast<PyDictObject*>(dict_.get())->ma_version_tag;
+  }
+  [[nodiscard]] bool recheck() noexcept;
+
+  Slot dict_;
+  Slot expected_;
+  std::uint64_t good_version_ = 0;
+  std::uint64_t bad_version_ = 0;
+};
+
+// A class whose attributes, bases and generated __init__ are as they were when the watch started.
+class ClassWatch {
+ public:
+  void start(PyTypeObject* type);
+
+  [[nodiscard]] PyTypeObject* type() const noexcept {
+    return reinterpret_cast<PyTypeObject*>(type_.get());
+  }
+  [[nodiscard]] bool untouched() noexcept {
+    return type() != nullptr && (version() == good_version_ || recheck()) && init_untouched();
+  }
+
+ private:
+  [[nodiscard]] unsigned version() const noexcept {
+    return (type()->tp_flags & Py_TPFLAGS_VALID_VERSION_TAG) != 0 ? type()->tp_version_tag : 0;
+  }
+  // Patching __init__.__code__ or its defaults leaves the class's own version alone.
+  [[nodiscard]] bool init_untouched() const noexcept {
+    return init_ == nullptr || (PyFunction_GET_CODE(init_) == init_code_.get() &&
+                                PyFunction_GET_DEFAULTS(init_) == init_defaults_.get());
+  }
+  [[nodiscard]] bool recheck() noexcept;
+
+  Slot type_;
+  Slot attributes_;  // a copy of the class dictionary
+  Slot mro_;
+  PyObject* init_ = nullptr;  // kept alive by attributes_
+  Slot init_code_;
+  Slot init_defaults_;
+  unsigned good_version_ = 0;
+  unsigned bad_version_ = 0;
+};
+
+}  // namespace typed_shapes

@@ -1,0 +1,210 @@
+// One node of a function graph, the tree that the simulation engine and the function layer both walk.
+// It takes JSON mappings in the present spelling and in several older ones.
+#include "graph/function_graph_node.h"
+
+#include "common/globals.h"
+#include "common/message.h"
+#include "common/record.h"
+#include "common/scopes.h"
+#include "graph/graph_builder.h"
+
+namespace typed_shapes {
+
+namespace {
+
+constexpr Field kFields[] = {
+    {"type", "str"},
+    {"node", "Any", Default::kNone},
+    {"children", "List['FunctionGraphNode']", Default::kEmptyList},
+    {"config", "Dict[str, Any]", Default::kEmptyDict},
+    {"canonical_id", "Optional[str]", Default::kNone},
+    {"family", "Optional[str]", Default::kNone},
+    {"value", "Any", Default::kNone},
+    {"_node_identities", "Optional[Dict[str, Any]]", Default::kHidden},
+    {"_collect_nodes_cache", "Optional[Any]", Default::kHidden},
+};
+
+Ref post_init(PyObject* const* arguments);
+Ref from_raw(PyObject* const* arguments);
+Ref coerce_graph(PyObject* const* arguments);
+bool accepts(PyObject* const* values);
+
+constexpr Method kMethods[] = {
+    {{"FunctionGraphNode.__post_init__(self) -> None", nullptr, post_init}},
+    {{"FunctionGraphNode.from_raw(cls, raw: Any) -> 'FunctionGraphNode'",
+      "Parse a JSON graph mapping into a typed tree.", from_raw},
+     Binding::kClassMethod},
+};
+
+constexpr FunctionTable kCoerceGraph = {
+    "coerce_graph(raw: Any) -> FunctionGraphNode",
+    "Convenience wrapper for top-level graph coercion.", coerce_graph};
+
+constexpr RecordTable kTable = {
+    .name = "FunctionGraphNode",
+    .doc =
+        "A single node in a function graph (shared by simulator_engine + functions).\n"
+        "\n"
+        "The legacy dict shape of a node is::\n"
+        "\n"
+        "    {'type': 'rotation', 'node': 'rank', 'children': [...], 'config': {...}}\n"
+        "\n"
+        "The tree is fully typed: children are ``FunctionGraphNode`` instances, never dicts.\n"
+        "\n"
+        "``eq=False``: the graph is a recursive structure with caches, so equality is by\n"
+        "identity and hashing falls back to ``object.__hash__``.\n",
+    .decorator = Decorator::kIdentity,
+    .fields = kFields,
+    .methods = kMethods,
+    .accepts = accepts,
+};
+
+constinit Record record{kTable};
+
+// --- Validation --------------------------------------------------------------------------------------
+
+[[noreturn]] void refuse_children(PyObject* children) {
+  raise_schema_error({"FunctionGraphNode.children must be a list; got ", type_name(children)});
+}
+
+bool is_list(PyObject* object) {
+  return is_instance(object, reinterpret_cast<PyObject*>(&PyList_Type));
+}
+
+Ref post_init(PyObject* const* arguments) {
+  const auto [self] = unpack<1>(arguments);
+
+  Ref type = get_attr(self, names.type);
+  if (!is_non_empty_str(type.get())) {
+    raise_schema_error({"FunctionGraphNode.type must be a non-empty str; got ", repr(type.get())});
+  }
+  Ref children = get_attr(self, names.children);
+  if (!is_list(children.get())) refuse_children(children.get());
+  Py_ssize_t index = 0;
+  for_each(children.get(), [&](PyObject* child) {
+    if (!globals::is_instance_of(child, names.FunctionGraphNode)) {
+      raise_schema_error({"FunctionGraphNode.children[", str(index),
+                          "] must be FunctionGraphNode; got ", type_name(child)});
+    }
+    ++index;
+  });
+  Ref config = get_attr(self, names.config);
+  if (!is_dict(config.get())) {
+    raise_schema_error({"FunctionGraphNode.config must be a dict; got ", type_name(config.get())});
+  }
+  return none();
+}
+
+bool accepts(PyObject* const* values) {
+  PyObject* type = values[0];
+  PyObject* children = values[2];
+  PyObject* config = values[3];
+  if (!PyUnicode_CheckExact(type) || PyUnicode_GET_LENGTH(type) == 0) return false;
+  if (!PyDict_CheckExact(config) || !PyList_CheckExact(children)) return false;
+  for (Py_ssize_t i = 0; i < PyList_GET_SIZE(children); ++i) {
+    if (!record.is_exact(PyList_GET_ITEM(children, i))) return false;
+  }
+  return true;
+}
+
+// --- Coercion ----------------------------------------------------------------------------------------
+
+// mapping.get(key)
+Ref get(PyObject* mapping, PyObject* key) { return call_method(mapping, names.get, key); }
+
+// The same, or mapping.get(other_key, *fallback) where that is None.
+template <typename... Fallback>
+Ref get_either(PyObject* mapping, PyObject* key, PyObject* other_key, Fallback... fallback) {
+  Ref value = get(mapping, key);
+  return is_none(value) ? call_method(mapping, names.get, other_key, fallback...)
+                        : std::move(value);
+}
+
+struct Operation {
+  Ref kind;
+  Ref node;
+};
+
+// The kind and the operand of a node, out of the spellings that there are.
+Operation resolve(PyObject* raw) {
+  Ref type = get(raw, names.type);
+  Ref op = get(raw, names.op);
+  Ref node = get_either(raw, names.node, names.name);
+  if (is_none(node)) node = get(raw, names.function_name);
+
+  if (contains(globals::lookup(names.GRAPH_RUNTIME_TYPES).get(), type.get())) {
+    return {std::move(type), is_none(node) ? std::move(op) : std::move(node)};
+  }
+  const bool is_expression = compare(type.get(), names.expression, Py_EQ) || is_none(type);
+  if (!is_expression) {
+    return {Ref::borrow(names.rotation), is_none(node) ? std::move(type) : std::move(node)};
+  }
+  // The expression spelling has the operator in "op".
+  if (compare(op.get(), names.feature, Py_EQ)) {
+    return {Ref::borrow(names.feature), get(raw, names.name)};
+  }
+  if (compare(op.get(), names.filtration, Py_EQ)) {
+    return {Ref::borrow(names.filtration), Ref::borrow(names.filtration)};
+  }
+  if (is_true(op.get())) return {Ref::borrow(names.rotation), std::move(op)};
+  return {std::move(type), std::move(node)};
+}
+
+Ref coerce_children(PyObject* cls, PyObject* raw) {
+  Ref empty = own(PyList_New(0));
+  Ref children = get_either(raw, names.children, names.args, empty.get());
+  if (is_none(children)) return empty;
+  if (!is_list(children.get())) refuse_children(children.get());
+  Ref result = own(PyList_New(0));
+  for_each(children.get(), [&](PyObject* child) {
+    check(PyList_Append(result.get(), call_method(cls, names.from_raw, child).get()));
+  });
+  return result;
+}
+
+// Anything but a dict is replaced without a word, unlike children.
+Ref copy_config(PyObject* raw) {
+  Ref empty = own(PyDict_New());
+  Ref config = get_either(raw, names.config, names.params, empty.get());
+  return is_dict(config.get()) ? dict_from(config.get()) : std::move(empty);
+}
+
+Ref from_raw(PyObject* const* arguments) {
+  const auto [cls, raw] = unpack<2>(arguments);
+  if (Ref node = build_graph(record, cls, raw)) return node;
+
+  const RecursionLevel level(" while coercing a function graph");
+  if (!globals::is_mapping(raw)) {
+    raise_schema_error({"FunctionGraphNode JSON mapping payload required; got ", type_name(raw)});
+  }
+  const auto [kind, node] = resolve(raw);
+  if (!is_non_empty_str(kind.get())) {
+    raise_schema_error({"graph node missing required str 'type' field; got ", repr(kind.get())});
+  }
+  Ref children = coerce_children(cls, raw);
+  Ref config = copy_config(raw);
+  Ref canonical_id = get(raw, names.canonical_id);
+  Ref family = get(raw, names.family);
+  Ref value = get(raw, names.value);
+  return call_keywords(cls, {{names.type, kind.get()},
+                             {names.node, node.get()},
+                             {names.children, children.get()},
+                             {names.config, config.get()},
+                             {names.canonical_id, canonical_id.get()},
+                             {names.family, family.get()},
+                             {names.value, value.get()}});
+}
+
+Ref coerce_graph(PyObject* const* arguments) {
+  const auto [raw] = unpack<1>(arguments);
+  return call_method(globals::lookup(names.FunctionGraphNode).get(), names.from_raw, raw);
+}
+
+}  // namespace
+
+void define_function_graph_node() {
+  define_record<record>();
+  define_function(kCoerceGraph);
+}
+
+}  // namespace typed_shapes

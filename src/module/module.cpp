@@ -1,0 +1,148 @@
+// The module frame: what happens when the interpreter loads the module, in the order in which it happens.
+#include <cstdint>
+
+#include "common/errors.h"
+#include "common/globals.h"
+#include "module/body.h"
+
+namespace typed_shapes {
+
+namespace {
+
+constexpr const char* kDoc =
+    "Typed dataclasses used at simulator_engine + functions boundaries.\n"
+    "\n"
+    "These shapes replace the historical ``isinstance(x, dict)/else: getattr``\n"
+    "dual-mode dispatchers. Producers (cost engines, checkpoint loader, mask\n"
+    "builder, history fetcher, signal registration, graph parser, registry\n"
+    "entry constructor, evidence assembler) emit typed instances; consumers\n"
+    "read typed attributes directly.\n"
+    "\n"
+    "Validation lives in ``__post_init__``. Out-of-shape inputs raise\n"
+    "``SchemaError`` with field context. No runtime ``isinstance`` dispatch\n"
+    "exists after coercion.\n";
+
+// The interpreter that loaded the module first; never reset.
+std::int64_t first_interpreter = -1;
+
+void check_interpreter() {
+  const std::int64_t current = PyInterpreterState_GetID(PyInterpreterState_Get());
+  check(current);
+  if (first_interpreter == -1) first_interpreter = current;
+  if (first_interpreter != current) {
+    raise(PyExc_ImportError,
+          "Interpreter change detected - this module can only be loaded into one interpreter per "
+          "process.");
+  }
+}
+
+void copy_from_spec(PyObject* spec, const char* attribute, PyObject* module_dict, const char* name,
+                    bool copy_none) {
+  Ref value = Ref::steal(PyObject_GetAttrString(spec, attribute));
+  if (!value) {
+    if (PyErr_ExceptionMatches(PyExc_AttributeError) == 0) throw PythonError{};
+    PyErr_Clear();
+  } else if (copy_none || value.get() != Py_None) {
+    check(PyDict_SetItemString(module_dict, name, value.get()));
+  }
+}
+
+Ref create_module(PyObject* spec) {
+  check_interpreter();
+  if (globals::module() != nullptr) return Ref::borrow(globals::module());
+  Ref name = own(PyObject_GetAttrString(spec, "name"));
+  Ref module = own(PyModule_NewObject(name.get()));
+  PyObject* dict = PyModule_GetDict(module.get());
+  copy_from_spec(spec, "loader", dict, "__loader__", true);
+  copy_from_spec(spec, "origin", dict, "__file__", true);
+  copy_from_spec(spec, "parent", dict, "__package__", true);
+  copy_from_spec(spec, "submodule_search_locations", dict, "__path__", false);
+  return module;
+}
+
+constexpr int kBuildVersion = PY_MAJOR_VERSION << 8 | PY_MINOR_VERSION;
+
+int runtime_version() noexcept { return static_cast<int>(Py_Version >> 16U); }
+
+void warn_of_other_version() {
+  const int runtime = runtime_version();
+  if (runtime == kBuildVersion) return;
+  check(PyErr_WarnFormat(PyExc_RuntimeWarning, 1,
+                         "compile time Python version %d.%d of module '%.100s' %s runtime version "
+                         "%d.%d",
+                         PY_MAJOR_VERSION, PY_MINOR_VERSION, kModuleName, "does not match",
+                         runtime >> 8, runtime & 0xFF));
+}
+
+// An entry of sys.modules that is taken back unless the load succeeds.
+class Registration {
+ public:
+  explicit Registration(PyObject* module) : modules_(PyImport_GetModuleDict()) {
+    Ref key = own(PyUnicode_FromString(kModuleName));
+    added_ = !contains(modules_, key.get());
+    if (added_) check(PyDict_SetItem(modules_, key.get(), module));
+  }
+  ~Registration() {
+    if (!added_ || kept_) return;
+    const ErrorAside pending;
+    if (PyDict_DelItemString(modules_, kModuleName) < 0) PyErr_Clear();
+  }
+  Registration(const Registration&) = delete;
+  Registration& operator=(const Registration&) = delete;
+
+  void keep() noexcept { kept_ = true; }
+
+ private:
+  PyObject* modules_;
+  bool added_ = false;
+  bool kept_ = false;
+};
+
+void load(PyObject* module) {
+  Ref builtins = own(PyImport_ImportModule("builtins"));
+  watches_usable = runtime_version() == kBuildVersion;
+  intern_names();
+  globals::open(module, builtins.get());
+  check(PyObject_SetAttrString(module, "__builtins__", builtins.get()));
+  warn_of_other_version();
+  Registration registration(module);
+  run_body();
+  registration.keep();
+}
+
+void execute_module(PyObject* module) {
+  if (globals::module() == module) return;
+  if (globals::module() != nullptr) {
+    raise(PyExc_RuntimeError,
+          "Module '_typed_shapes' has already been imported. Re-initialisation is not supported.");
+  }
+  try {
+    load(module);
+  } catch (...) {
+    // Nothing stays behind, so that a later import of the process starts anew.
+    const ErrorAside pending;
+    Slot::clear_all();
+    throw;
+  }
+}
+
+PyObject* create_step(PyObject* spec, PyModuleDef* /*definition*/) {
+  return guarded([&] { return create_module(spec); });
+}
+
+int execute_step(PyObject* module) {
+  return guarded_status([&] { execute_module(module); });
+}
+
+PyModuleDef_Slot module_slots[] = {{Py_mod_create, reinterpret_cast<void*>(create_step)},
+                                   {Py_mod_exec, reinterpret_cast<void*>(execute_step)},
+                                   {0, nullptr}};
+
+PyModuleDef definition = {PyModuleDef_HEAD_INIT, "_typed_shapes", kDoc,    0,      nullptr,
+                          module_slots,          nullptr,         nullptr, nullptr};
+
+}  // namespace
+
+}  // namespace typed_shapes
+
+PyMODINIT_FUNC PyInit__typed_shapes() { return PyModuleDef_Init(&typed_shapes::definition); }
