@@ -75,8 +75,8 @@ void bind_arguments(const ParameterList& parameters, const CallArguments& argume
           parameters.function_name, faults.given_twice);
   }
   if (faults.unexpected != nullptr) {
-    raise(PyExc_TypeError, "%U() got an unexpected keyword argument '%U'",
-          parameters.function_name, faults.unexpected);
+    raise(PyExc_TypeError, "%U() got an unexpected keyword argument '%U'", parameters.function_name,
+          faults.unexpected);
   }
 }
 

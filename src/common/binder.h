@@ -1,5 +1,5 @@
-// Binding call arguments to parameters. The matching is shared by functions and by record constructors;
-// only functions word the failures.
+// Binding call arguments to parameters. The matching is shared by functions and by record
+// constructors; only functions word the failures.
 #pragma once
 
 #include <span>
@@ -30,7 +30,9 @@ struct KeywordFaults {
   PyObject* given_twice = nullptr;
   PyObject* unexpected = nullptr;
 
-  [[nodiscard]] bool any() const noexcept { return given_twice != nullptr || unexpected != nullptr; }
+  [[nodiscard]] bool any() const noexcept {
+    return given_twice != nullptr || unexpected != nullptr;
+  }
 };
 
 // Puts each argument into the place of its parameter; places that no argument fills are left alone.
@@ -41,14 +43,14 @@ struct KeywordFaults {
 
 // What a function's arguments are bound to.
 struct ParameterList {
-  PyObject* function_name;            // shown in the errors
-  std::span<PyObject* const> names;   // interned, positional parameters first
+  PyObject* function_name;              // shown in the errors
+  std::span<PyObject* const> names;     // interned, positional parameters first
   std::span<PyObject* const> defaults;  // one for each name; null where the argument is required
   std::size_t positional;
 };
 
-// Fills one place for each parameter or throws TypeError. The places are borrowed: from the caller's
-// arguments, or from the defaults.
+// Fills one place for each parameter or throws TypeError. The places are borrowed: from the
+// caller's arguments, or from the defaults.
 void bind_arguments(const ParameterList& parameters, const CallArguments& arguments,
                     std::span<PyObject*> places);
 

@@ -14,6 +14,38 @@ void raise(PyObject* type, const char* format, ...) {
   throw PythonError{};
 }
 
+namespace {
+
+// The pending error as an exception object with its traceback; the indicator is clear afterwards.
+Ref take_pending() {
+  PyObject* type = nullptr;
+  PyObject* value = nullptr;
+  PyObject* traceback = nullptr;
+  PyErr_Fetch(&type, &value, &traceback);
+  PyErr_NormalizeException(&type, &value, &traceback);
+  Ref owned_type = Ref::steal(type);
+  Ref owned_value = Ref::steal(value);
+  Ref owned_traceback = Ref::steal(traceback);
+  if (owned_traceback) PyException_SetTraceback(value, traceback);
+  return owned_value;
+}
+
+}  // namespace
+
+void raise_from_pending(PyObject* type, const char* text) {
+  Ref cause = take_pending();
+  PyErr_SetString(type, text);
+  Ref error = take_pending();
+  PyException_SetCause(error.get(), Ref::borrow(cause.get()).release());
+  PyException_SetContext(error.get(), cause.release());
+  PyErr_SetObject(reinterpret_cast<PyObject*>(Py_TYPE(error.get())), error.get());
+  throw PythonError{};
+}
+
+HandledError::HandledError() : outer_(Ref::steal(PyErr_GetHandledException())) {
+  PyErr_SetHandledException(take_pending().get());
+}
+
 void translate_current_exception() noexcept {
   try {
     throw;

@@ -1,4 +1,5 @@
-// Python errors as C++ exceptions: raised at the call that failed, turned back into NULL at one edge.
+// Python errors as C++ exceptions: raised at the call that failed, turned back into NULL at one
+// edge.
 #pragma once
 
 #include "common/ref.h"
@@ -21,6 +22,15 @@ inline Integer check(Integer result) {
   return result;
 }
 
+// The result of an attribute read; null, and no error, where there is no such attribute.
+[[nodiscard]] inline Ref own_attribute(PyObject* result) {
+  if (result == nullptr) {
+    if (PyErr_ExceptionMatches(PyExc_AttributeError) == 0) throw PythonError{};
+    PyErr_Clear();
+  }
+  return Ref::steal(result);
+}
+
 // Throws the error that a borrowed look-up may have left behind when it found nothing.
 inline void check_indicator() {
   if (PyErr_Occurred() != nullptr) throw PythonError{};
@@ -28,6 +38,9 @@ inline void check_indicator() {
 
 // Sets a Python exception with a printf-style text and throws.
 [[noreturn]] void raise(PyObject* type, const char* format, ...);
+
+// Makes the pending error the cause and the context of a new one, as `raise ... from` does.
+[[noreturn]] void raise_from_pending(PyObject* type, const char* text);
 
 // Puts the pending Python error aside while the scope runs code of its own.
 class ErrorAside {
@@ -41,6 +54,19 @@ class ErrorAside {
   PyObject* type_ = nullptr;
   PyObject* value_ = nullptr;
   PyObject* traceback_ = nullptr;
+};
+
+// Makes the pending error the one that is being handled, as the body of an `except` clause sees it:
+// an error raised in the scope gets it as its context.
+class HandledError {
+ public:
+  HandledError();
+  ~HandledError() { PyErr_SetHandledException(outer_.get()); }
+  HandledError(const HandledError&) = delete;
+  HandledError& operator=(const HandledError&) = delete;
+
+ private:
+  Ref outer_;
 };
 
 // Sets the Python exception that stands for the C++ exception being handled.

@@ -22,21 +22,20 @@ enum Member : std::size_t {
   kAnnotations,
   kDict,
   kGlobals,
-  kDefaults,          // a tuple, or None: __defaults__
-  kKeywordDefaults,   // a dict, or None: __kwdefaults__
-  kParameterNames,    // a tuple
-  kParameterDefaults, // a tuple of every default there is, in the parameters' order
+  kDefaults,           // a tuple, or None: __defaults__
+  kKeywordDefaults,    // a dict, or None: __kwdefaults__
+  kParameterNames,     // a tuple
+  kParameterDefaults,  // a tuple of every default there is, in the parameters' order
   kMemberCount,
 };
 
-// The members that can lead back to the function and that a call does not need. The collector lets go
-// of these alone, so that a function reached during a collection still works.
+// The members that can lead back to the function and that a call does not need. The collector lets
+// go of these alone, so that a function reached during a collection still works.
 constexpr Member kCyclic[] = {kModule,  kDoc,      kAnnotations,    kDict,
                               kGlobals, kDefaults, kKeywordDefaults};
 
 struct NativeFunction {
-  PyObject_HEAD
-  vectorcallfunc vectorcall;
+  PyObject_HEAD vectorcallfunc vectorcall;
   Body body;
   std::size_t positional;
   std::size_t parameter_count;
@@ -54,14 +53,16 @@ void set_member(NativeFunction* function, Member member, Ref value) {
   Ref old = Ref::steal(std::exchange(function->members[member], value.release()));
 }
 
-// --- Calls -------------------------------------------------------------------------------------------
+// --- Calls
+// -------------------------------------------------------------------------------------------
 
 PyObject* call_function(PyObject* callable, PyObject* const* args, std::size_t nargsf,
                         PyObject* kwnames) {
   const NativeFunction* function = as_function(callable);
   const CallArguments arguments(args, nargsf, kwnames);
   // Every parameter given by position: the interpreter's own array serves.
-  if (kwnames == nullptr && static_cast<std::size_t>(arguments.positional) == function->positional &&
+  if (kwnames == nullptr &&
+      static_cast<std::size_t>(arguments.positional) == function->positional &&
       function->positional == function->parameter_count) {
     return guarded([&] { return function->body(args); });
   }
@@ -82,7 +83,8 @@ PyObject* bind_method(PyObject* function, PyObject* instance, PyObject* /*owner*
   return PyMethod_New(function, instance);
 }
 
-// --- Life --------------------------------------------------------------------------------------------
+// --- Life
+// --------------------------------------------------------------------------------------------
 
 int traverse(PyObject* self, visitproc visit, void* arg) {
   Py_VISIT(Py_TYPE(self));
@@ -105,7 +107,8 @@ void deallocate(PyObject* self) {
   PyObject_GC_Del(self);
 }
 
-// --- Attributes --------------------------------------------------------------------------------------
+// --- Attributes
+// --------------------------------------------------------------------------------------
 
 PyObject* represent(PyObject* self) {
   return PyUnicode_FromFormat("<function %U at %p>", as_function(self)->members[kQualname], self);
@@ -169,8 +172,7 @@ Ref make_inspect_signature(const NativeFunction* function) {
     }
     check_indicator();
     Ref none_positional = own(PyTuple_New(0));
-    Ref parameter =
-        own(PyObject_Call(parameter_class.get(), none_positional.get(), options.get()));
+    Ref parameter = own(PyObject_Call(parameter_class.get(), none_positional.get(), options.get()));
     check(PyList_Append(parameters.get(), parameter.get()));
   }
   Ref arguments = own(PyTuple_Pack(1, parameters.get()));
@@ -223,11 +225,12 @@ PyType_Slot slot(int id, Function* function) {
   return {id, reinterpret_cast<void*>(function)};
 }
 
-// --- Creation ----------------------------------------------------------------------------------------
+// --- Creation
+// ----------------------------------------------------------------------------------------
 
 Ref text(const std::string& characters) {
-  PyObject* result = own(PyUnicode_FromStringAndSize(
-                             characters.data(), static_cast<Py_ssize_t>(characters.size())))
+  PyObject* result = own(PyUnicode_FromStringAndSize(characters.data(),
+                                                     static_cast<Py_ssize_t>(characters.size())))
                          .release();
   PyUnicode_InternInPlace(&result);
   return Ref::steal(result);
@@ -316,13 +319,13 @@ Ref make_function(const FunctionTable& table) {
   parts.members[kName] = text(line.name);
   parts.members[kQualname] = text(line.qualname);
   parts.members[kModule] = text(kModuleName);
-  parts.members[kDoc] = text(table.doc == nullptr ? std::string(table.signature)
-                                                  : std::string(table.signature) + '\n' + table.doc);
+  parts.members[kDoc] =
+      text(table.doc == nullptr ? std::string(table.signature)
+                                : std::string(table.signature) + '\n' + table.doc);
   parts.members[kAnnotations] = make_annotations(line);
   parts.members[kGlobals] = Ref::borrow(globals::dict());
 
-  Ref result =
-      own(PyType_GenericAlloc(reinterpret_cast<PyTypeObject*>(function_type.get()), 0));
+  Ref result = own(PyType_GenericAlloc(reinterpret_cast<PyTypeObject*>(function_type.get()), 0));
   NativeFunction* function = as_function(result.get());
   function->vectorcall = call_function;
   function->body = table.body;

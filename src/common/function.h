@@ -8,8 +8,8 @@
 
 namespace typed_shapes {
 
-// What a function does. It gets one borrowed, non-null object for each parameter of its signature, in
-// the signature's order, and returns a new reference or throws.
+// What a function does. It gets one borrowed, non-null object for each parameter of its signature,
+// in the signature's order, and returns a new reference or throws.
 using Body = Ref (*)(PyObject* const* arguments);
 
 // The arguments by name: const auto [self, key] = unpack<2>(arguments);

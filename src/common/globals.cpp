@@ -10,12 +10,8 @@ Slot module_slot;
 Slot builtins_slot;
 
 Ref builtin(PyObject* name) {
-  Ref value = Ref::steal(PyObject_GetAttr(builtins_slot.get(), name));
-  if (!value) {
-    if (PyErr_ExceptionMatches(PyExc_AttributeError) == 0) throw PythonError{};
-    PyErr_Clear();
-    raise(PyExc_NameError, "name '%U' is not defined", name);
-  }
+  Ref value = own_attribute(PyObject_GetAttr(builtins_slot.get(), name));
+  if (!value) raise(PyExc_NameError, "name '%U' is not defined", name);
   return value;
 }
 

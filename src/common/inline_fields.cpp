@@ -9,8 +9,9 @@ namespace typed_shapes {
 
 namespace {
 
-// The array, as the interpreter's own headers for its insides describe it: in front of the values stand
-// bytes, read backwards: the room for bytes, the number of attributes, the order of their insertion.
+// The array, as the interpreter's own headers for its insides describe it: in front of the values
+// stand bytes, read backwards: the room for bytes, the number of attributes, the order of their
+// insertion.
 class InlineValues {
  public:
   explicit InlineValues(PyObject* instance) noexcept
@@ -64,6 +65,11 @@ bool store_inline_fields(PyObject* instance, PyObject* const* values, std::size_
   }
   fields.size() = static_cast<std::uint8_t>(count);
   return true;
+}
+
+PyObject* inline_field(PyObject* instance, std::size_t index) noexcept {
+  const InlineValues fields(instance);
+  return fields ? fields.value(index) : nullptr;
 }
 
 }  // namespace typed_shapes

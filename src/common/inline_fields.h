@@ -1,6 +1,6 @@
-// CPython 3.11 keeps the attributes of an ordinary instance in an array beside it, in the order in which
-// the first instance of the class got them. Filling that array at once is a good deal cheaper than one
-// PyObject_GenericSetAttr a field, and leaves the very same object.
+// CPython 3.11 keeps the attributes of an ordinary instance in an array beside it, in the order in
+// which the first instance of the class got them. Filling that array at once is a good deal cheaper
+// than one PyObject_GenericSetAttr a field, and leaves the very same object.
 #pragma once
 
 #include <span>
@@ -9,12 +9,17 @@
 
 namespace typed_shapes {
 
-// Whether this interpreter lays out instances of the class that way, found out on a first instance: the
-// class must have had none before. Where it does not, records fall back to PyObject_GenericSetAttr.
+// Whether this interpreter lays out instances of the class that way, found out on a first instance:
+// the class must have had none before. Where it does not, records fall back to
+// PyObject_GenericSetAttr.
 [[nodiscard]] bool has_inline_fields(PyTypeObject* type, std::span<PyObject* const> field_names);
 
-// Fills the fields of an instance fresh from object.__new__, whose class has inline fields. False, and
-// nothing done, where this instance came without the array.
+// Fills the fields of an instance fresh from object.__new__, whose class has inline fields. False,
+// and nothing done, where this instance came without the array.
 bool store_inline_fields(PyObject* instance, PyObject* const* values, std::size_t count) noexcept;
+
+// A field of an instance whose class has inline fields, borrowed; null where the array is gone
+// (somebody asked for __dict__) or the field is unset.
+[[nodiscard]] PyObject* inline_field(PyObject* instance, std::size_t index) noexcept;
 
 }  // namespace typed_shapes

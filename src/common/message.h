@@ -10,8 +10,9 @@ namespace typed_shapes {
 // A piece of a message: a literal, or the str that an expression gave.
 class Piece {
  public:
-  Piece(const char* literal) : text_(own(PyUnicode_FromString(literal))) {}  // NOLINT: reads as text
-  Piece(Ref text) : text_(std::move(text)) {}                                // NOLINT: reads as text
+  Piece(const char* literal)
+      : text_(own(PyUnicode_FromString(literal))) {}  // NOLINT: reads as text
+  Piece(Ref text) : text_(std::move(text)) {}         // NOLINT: reads as text
   // The characters of a str, whatever a subclass makes of str().
   Piece(PyObject* text) : text_(Ref::borrow(text)) {}  // NOLINT: reads as text
 

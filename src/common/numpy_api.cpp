@@ -1,10 +1,34 @@
 #define TYPED_SHAPES_IMPORTS_NUMPY
 #include "common/numpy_api.h"
 
-#include "common/errors.h"
+#include "common/globals.h"
 
 namespace typed_shapes {
 
-void import_numpy_api() { check(_import_array()); }
+namespace {
+
+DictWatch numpy_names;
+
+}  // namespace
+
+void import_numpy_api(PyObject* numpy) {
+  check(_import_array());
+  PyObject* dict = PyModule_GetDict(numpy);
+  check_indicator();
+  numpy_names.start(dict);
+  for (PyObject* name :
+       {names.allclose, names.any, names.array_equal, names.asarray, names.bool_, names.flatnonzero,
+        names.float16, names.float64, names.isnan, names.signbit}) {
+    numpy_names.expect(name, get_attr(numpy, name).get());
+  }
+  // The type that native code tests for.
+  numpy_names.expect(names.ndarray, reinterpret_cast<PyObject*>(&PyArray_Type));
+}
+
+bool numpy_untouched() noexcept { return globals::untouched() && numpy_names.untouched(); }
+
+bool is_array(PyObject* object) { return is_instance(object, numpy_attr(names.ndarray).get()); }
+
+Ref numpy_attr(PyObject* name) { return get_attr(globals::lookup(names.np).get(), name); }
 
 }  // namespace typed_shapes

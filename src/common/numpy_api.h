@@ -1,7 +1,7 @@
 // The one place that includes NumPy's C API; numpy_api.cpp imports it.
 #pragma once
 
-#include "common/python.h"
+#include "common/errors.h"
 
 #define NPY_NO_DEPRECATED_API NPY_1_23_API_VERSION
 #define NPY_TARGET_VERSION NPY_1_23_API_VERSION
@@ -13,7 +13,20 @@
 
 namespace typed_shapes {
 
-// Throws where NumPy's C API cannot be had.
-void import_numpy_api();
+// Imports the C API and starts to watch the names of the numpy module that the checks look up.
+void import_numpy_api(PyObject* numpy);
+
+// Whether native code may stand for what the checks look up on `np`: nothing was rebound there or
+// in the module.
+[[nodiscard]] bool numpy_untouched() noexcept;
+
+// isinstance(object, np.ndarray)
+[[nodiscard]] bool is_array(PyObject* object);
+// np.name, looked up in the module now
+[[nodiscard]] Ref numpy_attr(PyObject* name);
+
+[[nodiscard]] inline PyArrayObject* as_array(PyObject* object) noexcept {
+  return reinterpret_cast<PyArrayObject*>(object);
+}
 
 }  // namespace typed_shapes

@@ -1,8 +1,9 @@
-// The operations of the Python language that the checks are written in: attribute reads, isinstance,
-// truth, repr, calls. Each does what the Python expression in its comment does.
+// The operations of the Python language that the checks are written in: attribute reads,
+// isinstance, truth, repr, calls. Each does what the Python expression in its comment does.
 #pragma once
 
 #include <array>
+#include <span>
 
 #include "common/errors.h"
 #include "common/names.h"
@@ -29,6 +30,12 @@ inline void set_attr(PyObject* object, PyObject* name, PyObject* value) {
 }
 [[nodiscard]] inline bool is_dict(PyObject* object) {
   return is_instance(object, reinterpret_cast<PyObject*>(&PyDict_Type));
+}
+[[nodiscard]] inline bool is_list(PyObject* object) {
+  return is_instance(object, reinterpret_cast<PyObject*>(&PyList_Type));
+}
+[[nodiscard]] inline bool is_tuple(PyObject* object) {
+  return is_instance(object, reinterpret_cast<PyObject*>(&PyTuple_Type));
 }
 [[nodiscard]] inline bool is_str(PyObject* object) {
   return is_instance(object, reinterpret_cast<PyObject*>(&PyUnicode_Type));
@@ -57,7 +64,12 @@ inline void set_attr(PyObject* object, PyObject* name, PyObject* value) {
 }
 // dict(source)
 [[nodiscard]] inline Ref dict_from(PyObject* source) {
+  if (PyDict_CheckExact(source)) return own(PyDict_Copy(source));
   return own(PyObject_CallOneArg(reinterpret_cast<PyObject*>(&PyDict_Type), source));
+}
+// container[key]
+[[nodiscard]] inline Ref get_item(PyObject* container, PyObject* key) {
+  return own(PyObject_GetItem(container, key));
 }
 
 // callable(*arguments)
@@ -73,34 +85,42 @@ Ref call(PyObject* callable, Arguments... arguments) {
 template <typename... Arguments>
 Ref call_method(PyObject* object, PyObject* name, Arguments... arguments) {
   std::array<PyObject*, sizeof...(arguments) + 1> stack{object, arguments...};
-  return own(PyObject_VectorcallMethod(
-      name, stack.data(), stack.size() | PY_VECTORCALL_ARGUMENTS_OFFSET, nullptr));
+  return own(PyObject_VectorcallMethod(name, stack.data(),
+                                       stack.size() | PY_VECTORCALL_ARGUMENTS_OFFSET, nullptr));
 }
+
+// mapping.get(key, fallback), through the mapping's own method; that of an exact dict is known.
+[[nodiscard]] Ref get(PyObject* mapping, PyObject* key, PyObject* fallback);
+// mapping.get(key)
+[[nodiscard]] Ref get(PyObject* mapping, PyObject* key);
 
 struct Keyword {
   PyObject* name;
   PyObject* value;
 };
 
-// callable(name=value, ...)
-template <std::size_t Count>
-[[nodiscard]] Ref call_keywords(PyObject* callable, const Keyword (&keywords)[Count]) {
-  Ref keyword_names = own(PyTuple_New(Count));
-  std::array<PyObject*, Count> values;
-  for (std::size_t i = 0; i < Count; ++i) {
-    PyTuple_SET_ITEM(keyword_names.get(), static_cast<Py_ssize_t>(i),
-                     Py_NewRef(keywords[i].name));
-    values[i] = keywords[i].value;
+// callable(*positional, name=value, ...); keywords without a value are left out
+Ref call_keywords(PyObject* callable, std::span<PyObject* const> positional,
+                  std::span<const Keyword> keywords);
+
+// all(predicate(item) for item in iterable), without the generator
+template <typename Predicate>
+bool all_of(PyObject* iterable, Predicate&& predicate) {
+  Ref iterator = own(PyObject_GetIter(iterable));
+  while (Ref item = Ref::steal(PyIter_Next(iterator.get()))) {
+    if (!predicate(item.get())) return false;
   }
-  return own(PyObject_Vectorcall(callable, values.data(), 0, keyword_names.get()));
+  check_indicator();
+  return true;
 }
 
 // for item in iterable: visit(item). The item belongs to the loop while it is visited.
 template <typename Visit>
 void for_each(PyObject* iterable, Visit&& visit) {
-  Ref iterator = own(PyObject_GetIter(iterable));
-  while (Ref item = Ref::steal(PyIter_Next(iterator.get()))) visit(item.get());
-  check_indicator();
+  all_of(iterable, [&](PyObject* item) {
+    visit(item);
+    return true;
+  });
 }
 
 }  // namespace typed_shapes

@@ -1,5 +1,6 @@
 #include "common/record.h"
 
+#include <algorithm>
 #include <array>
 
 #include "common/globals.h"
@@ -101,7 +102,7 @@ Ref Record::decorated(PyObject* type) const {
   if (table_.decorator != Decorator::kPlain) {
     const bool frozen = table_.decorator == Decorator::kFrozen;
     Ref options = own(PyDict_New());
-    set_item(options, (frozen ? interned("frozen") : interned("eq")).get(), boolean(frozen).get());
+    set_item(options, frozen ? names.frozen : names.eq, boolean(frozen).get());
     decorator = call_with_options(decorator.get(), options);
   }
   return call(decorator.get(), type);
@@ -139,22 +140,43 @@ Ref Record::build(PyObject* const* values) const {
   return instance;
 }
 
-Ref Record::construct_natively(const CallArguments& arguments) const {
-  const std::span<PyObject* const> names_of_fields = field_names();
-  if (static_cast<std::size_t>(arguments.positional) > names_of_fields.size()) return {};
+Ref Record::field(PyObject* instance, std::size_t index) const {
+  if (has_inline_fields_) {
+    if (PyObject* value = inline_field(instance, index)) return Ref::borrow(value);
+  }
+  return own_attribute(PyObject_GenericGetAttr(instance, field_names()[index]));
+}
 
-  PyObject* values[kMaxParameters] = {};
-  if (match_arguments(names_of_fields, arguments, {values, names_of_fields.size()}).any()) return {};
-
+Ref Record::build_checked(std::array<PyObject*, kMaxParameters>& values) const {
   std::array<Ref, kMaxParameters> defaults;
-  for (std::size_t i = 0; i < names_of_fields.size(); ++i) {
+  for (std::size_t i = 0; i < table_.fields.size(); ++i) {
     if (values[i] != nullptr) continue;
     defaults[i] = default_instance(table_.fields[i].default_value);
     if (!defaults[i]) return {};
     values[i] = defaults[i].get();
   }
-  if (table_.accepts != nullptr && !table_.accepts(values)) return {};
-  return build(values);
+  if (table_.accepts != nullptr && !table_.accepts(values.data())) return {};
+  return build(values.data());
+}
+
+Ref Record::construct_natively(const CallArguments& arguments) const {
+  const std::size_t count = table_.fields.size();
+  if (static_cast<std::size_t>(arguments.positional) > count) return {};
+  std::array<PyObject*, kMaxParameters> values{};
+  if (match_arguments(field_names(), arguments, {values.data(), count}).any()) return {};
+  return build_checked(values);
+}
+
+Ref Record::create(PyObject* cls, std::initializer_list<PyObject*> given) {
+  if (cls == reinterpret_cast<PyObject*>(type()) && untouched() && globals::untouched()) {
+    std::array<PyObject*, kMaxParameters> values{};
+    std::ranges::copy(given, values.begin());
+    if (Ref instance = build_checked(values)) return instance;
+  }
+  std::array<Keyword, kMaxParameters> keywords{};
+  std::ranges::transform(field_names().first(given.size()), given, keywords.begin(),
+                         [](PyObject* name, PyObject* value) { return Keyword{name, value}; });
+  return call_keywords(cls, {}, {keywords.data(), given.size()});
 }
 
 PyObject* Record::construct(PyObject* type, PyObject* const* args, std::size_t nargsf,

@@ -1,7 +1,9 @@
-// Records: a table of fields and functions becomes a real dataclass, with a native constructor laid over
-// the generated one.
+// Records: a table of fields and functions becomes a real dataclass, with a native constructor laid
+// over the generated one.
 #pragma once
 
+#include <array>
+#include <initializer_list>
 #include <span>
 
 #include "common/binder.h"
@@ -31,8 +33,8 @@ enum class Decorator {
   kIdentity,  // @dataclass(eq=False)
 };
 
-// Whether the class's own validation is sure to pass, told without running Python code. The values stand
-// in field order. False means "not sure": the canonical path decides.
+// Whether the class's own validation is sure to pass, told without running Python code. The values
+// stand in field order. False means "not sure": the canonical path decides.
 using Accepts = bool (*)(PyObject* const* values);
 
 struct RecordTable {
@@ -60,9 +62,17 @@ class Record {
   // Whether the object is an instance of exactly this class. Only for an untouched module.
   [[nodiscard]] bool is_exact(PyObject* object) const noexcept { return Py_TYPE(object) == type(); }
 
-  // A new instance with these field values, in field order: what the generated __init__ does, less the
-  // validation. Runs no Python code; only for an untouched class.
+  // A new instance with these field values, in field order: what the generated __init__ does, less
+  // the validation. Runs no Python code; only for an untouched class.
   [[nodiscard]] Ref build(PyObject* const* values) const;
+
+  // cls(field=value, ...), where cls is this class or a subclass. The values stand in field order;
+  // a null or missing one is left to the field's default.
+  [[nodiscard]] Ref create(PyObject* cls, std::initializer_list<PyObject*> values);
+
+  // A field of an exact instance of an untouched class, read without running Python code; null
+  // where it is unset.
+  [[nodiscard]] Ref field(PyObject* instance, std::size_t index) const;
 
   // What the overlay does with a call of the class.
   PyObject* construct(PyObject* type, PyObject* const* args, std::size_t nargsf,
@@ -72,7 +82,9 @@ class Record {
   [[nodiscard]] std::span<PyObject* const> field_names() const noexcept {
     return {&PyTuple_GET_ITEM(field_names_.get(), 0), table_.fields.size()};
   }
-  // Null where the generated __init__ has to decide.
+  // The checked instance with these values, null ones replaced by the fields' defaults; null where
+  // the generated __init__ has to decide.
+  [[nodiscard]] Ref build_checked(std::array<PyObject*, kMaxParameters>& values) const;
   [[nodiscard]] Ref construct_natively(const CallArguments& arguments) const;
   [[nodiscard]] Ref make_class() const;
   [[nodiscard]] Ref decorated(PyObject* type) const;

@@ -1,5 +1,5 @@
-// Owning references. A plain PyObject* is a borrowed reference everywhere in this code base; whatever
-// owns one is a Ref (a scope) or a Slot (the life of the module).
+// Owning references. A plain PyObject* is a borrowed reference everywhere in this code base;
+// whatever owns one is a Ref (a scope) or a Slot (the life of the module).
 #pragma once
 
 #include <utility>
@@ -39,8 +39,9 @@ class Ref {
   PyObject* object_ = nullptr;
 };
 
-// A reference with static storage that lives as long as the loaded module. It has no destructor, since
-// the interpreter is gone when those of statics run; clear_all() empties every slot when an import fails.
+// A reference with static storage that lives as long as the loaded module. It has no destructor,
+// since the interpreter is gone when those of statics run; clear_all() empties every slot when an
+// import fails.
 class Slot {
  public:
   constexpr Slot() noexcept = default;

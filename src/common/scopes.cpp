@@ -31,8 +31,8 @@ std::uintptr_t stack_floor() noexcept {
 }  // namespace
 
 RecursionLevel::RecursionLevel(const char* where) {
-  // The interpreter counts levels, not bytes: a raised limit or a small thread stack needs the second
-  // look.
+  // The interpreter counts levels, not bytes: a raised limit or a small thread stack needs the
+  // second look.
   thread_local const std::uintptr_t floor = stack_floor();
   if (reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0)) < floor) {
     raise(PyExc_RecursionError, "maximum stack depth exceeded%s", where);

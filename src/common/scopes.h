@@ -5,8 +5,8 @@
 
 namespace typed_shapes {
 
-// Counts one level of native recursion and refuses, with RecursionError, where the interpreter's limit
-// or the real stack of the thread runs out.
+// Counts one level of native recursion and refuses, with RecursionError, where the interpreter's
+// limit or the real stack of the thread runs out.
 class RecursionLevel {
  public:
   explicit RecursionLevel(const char* where);
@@ -16,7 +16,8 @@ class RecursionLevel {
 };
 
 // No garbage collection inside the scope. For native builds that run no Python code: they make only
-// live objects, so a collection in their middle finds nothing and costs a walk over everything made.
+// live objects, so a collection in their middle finds nothing and costs a walk over everything
+// made.
 class CollectorPause {
  public:
   CollectorPause() noexcept : was_enabled_(PyGC_Disable() != 0) {}

@@ -81,8 +81,8 @@ SignatureLine parse_signature(std::string_view line) {
 Ref default_value(const std::string& text) {
   if (text == "None") return none();
   if (text.starts_with("u'")) {
-    return own(PyUnicode_FromStringAndSize(text.data() + 2,
-                                           static_cast<Py_ssize_t>(text.size()) - 3));
+    return own(
+        PyUnicode_FromStringAndSize(text.data() + 2, static_cast<Py_ssize_t>(text.size()) - 3));
   }
   if (text.front() >= '0' && text.front() <= '9') {
     return own(PyLong_FromString(text.c_str(), nullptr, 10));

@@ -18,11 +18,11 @@ struct Parameter {
 };
 
 struct SignatureLine {
-  std::string qualname;                // "StageData.value"
-  std::string name;                    // "value"
-  std::vector<Parameter> parameters;   // positional ones first
-  std::size_t positional = 0;          // how many may be given by position
-  std::string return_annotation;       // empty where there is none
+  std::string qualname;               // "StageData.value"
+  std::string name;                   // "value"
+  std::vector<Parameter> parameters;  // positional ones first
+  std::size_t positional = 0;         // how many may be given by position
+  std::string return_annotation;      // empty where there is none
 };
 
 // Throws SystemError for a line that is not of the form above.

@@ -8,9 +8,9 @@ bool watches_usable = false;
 
 namespace {
 
-// Whether the dictionary holds every expected object, identity deciding. Names hash and compare without
-// running code; somebody's odd key in the way may run some, which the callers are ready for: they ask
-// before they look at anything else. An error on the way counts as a difference.
+// Whether the dictionary holds every expected object, identity deciding. Names hash and compare
+// without running code; somebody's odd key in the way may run some, which the callers are ready
+// for: they ask before they look at anything else. An error on the way counts as a difference.
 bool holds(PyObject* dict, PyObject* expected) noexcept {
   Py_ssize_t position = 0;
   PyObject* name = nullptr;

@@ -1,6 +1,6 @@
 // Watches: whether something that a fast path relies on is still what the module body left behind.
-// Both read a version number that the interpreter changes with every modification; a number that moved
-// is looked into once, so that a patch that was taken back costs nothing afterwards.
+// Both read a version number that the interpreter changes with every modification; a number that
+// moved is looked into once, so that a patch that was taken back costs nothing afterwards.
 #pragma once
 
 #include <cstdint>
@@ -9,8 +9,8 @@
 
 namespace typed_shapes {
 
-// The version numbers are 3.11's. Under another minor version every watch reports a change, which sends
-// every call to the canonical path.
+// The version numbers are 3.11's. Under another minor version every watch reports a change, which
+// sends every call to the canonical path.
 extern bool watches_usable;
 
 // Some names of a dictionary, each with the object that it is expected to hold.

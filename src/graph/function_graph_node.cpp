@@ -1,9 +1,8 @@
-// One node of a function graph, the tree that the simulation engine and the function layer both walk.
-// It takes JSON mappings in the present spelling and in several older ones.
+// One node of a function graph, the tree that the simulation engine and the function layer both
+// walk. It takes JSON mappings in the present spelling and in several older ones.
 #include "graph/function_graph_node.h"
 
-#include "common/globals.h"
-#include "common/message.h"
+#include "common/checks.h"
 #include "common/record.h"
 #include "common/scopes.h"
 #include "graph/graph_builder.h"
@@ -36,9 +35,9 @@ constexpr Method kMethods[] = {
      Binding::kClassMethod},
 };
 
-constexpr FunctionTable kCoerceGraph = {
-    "coerce_graph(raw: Any) -> FunctionGraphNode",
-    "Convenience wrapper for top-level graph coercion.", coerce_graph};
+constexpr FunctionTable kCoerceGraph = {"coerce_graph(raw: Any) -> FunctionGraphNode",
+                                        "Convenience wrapper for top-level graph coercion.",
+                                        coerce_graph};
 
 constexpr RecordTable kTable = {
     .name = "FunctionGraphNode",
@@ -61,23 +60,17 @@ constexpr RecordTable kTable = {
 
 constinit Record record{kTable};
 
-// --- Validation --------------------------------------------------------------------------------------
+// --- Validation
+// --------------------------------------------------------------------------------------
 
 [[noreturn]] void refuse_children(PyObject* children) {
   raise_schema_error({"FunctionGraphNode.children must be a list; got ", type_name(children)});
 }
 
-bool is_list(PyObject* object) {
-  return is_instance(object, reinterpret_cast<PyObject*>(&PyList_Type));
-}
-
 Ref post_init(PyObject* const* arguments) {
   const auto [self] = unpack<1>(arguments);
 
-  Ref type = get_attr(self, names.type);
-  if (!is_non_empty_str(type.get())) {
-    raise_schema_error({"FunctionGraphNode.type must be a non-empty str; got ", repr(type.get())});
-  }
+  require_non_empty_str(get_attr(self, names.type).get(), "FunctionGraphNode.type");
   Ref children = get_attr(self, names.children);
   if (!is_list(children.get())) refuse_children(children.get());
   Py_ssize_t index = 0;
@@ -88,10 +81,7 @@ Ref post_init(PyObject* const* arguments) {
     }
     ++index;
   });
-  Ref config = get_attr(self, names.config);
-  if (!is_dict(config.get())) {
-    raise_schema_error({"FunctionGraphNode.config must be a dict; got ", type_name(config.get())});
-  }
+  dict_attribute(self, names.config, "FunctionGraphNode.config");
   return none();
 }
 
@@ -107,17 +97,14 @@ bool accepts(PyObject* const* values) {
   return true;
 }
 
-// --- Coercion ----------------------------------------------------------------------------------------
+// --- Coercion
+// ----------------------------------------------------------------------------------------
 
-// mapping.get(key)
-Ref get(PyObject* mapping, PyObject* key) { return call_method(mapping, names.get, key); }
-
-// The same, or mapping.get(other_key, *fallback) where that is None.
+// mapping.get(key), or mapping.get(other_key, *fallback) where that is None
 template <typename... Fallback>
 Ref get_either(PyObject* mapping, PyObject* key, PyObject* other_key, Fallback... fallback) {
   Ref value = get(mapping, key);
-  return is_none(value) ? call_method(mapping, names.get, other_key, fallback...)
-                        : std::move(value);
+  return is_none(value) ? get(mapping, other_key, fallback...) : std::move(value);
 }
 
 struct Operation {
@@ -174,9 +161,7 @@ Ref from_raw(PyObject* const* arguments) {
   if (Ref node = build_graph(record, cls, raw)) return node;
 
   const RecursionLevel level(" while coercing a function graph");
-  if (!globals::is_mapping(raw)) {
-    raise_schema_error({"FunctionGraphNode JSON mapping payload required; got ", type_name(raw)});
-  }
+  require_json_mapping(raw, "FunctionGraphNode");
   const auto [kind, node] = resolve(raw);
   if (!is_non_empty_str(kind.get())) {
     raise_schema_error({"graph node missing required str 'type' field; got ", repr(kind.get())});
@@ -186,13 +171,8 @@ Ref from_raw(PyObject* const* arguments) {
   Ref canonical_id = get(raw, names.canonical_id);
   Ref family = get(raw, names.family);
   Ref value = get(raw, names.value);
-  return call_keywords(cls, {{names.type, kind.get()},
-                             {names.node, node.get()},
-                             {names.children, children.get()},
-                             {names.config, config.get()},
-                             {names.canonical_id, canonical_id.get()},
-                             {names.family, family.get()},
-                             {names.value, value.get()}});
+  return record.create(cls, {kind.get(), node.get(), children.get(), config.get(),
+                             canonical_id.get(), family.get(), value.get()});
 }
 
 Ref coerce_graph(PyObject* const* arguments) {

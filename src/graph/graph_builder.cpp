@@ -27,7 +27,8 @@ enum Key : std::uint8_t {
   kOther = kKeyCount,
 };
 
-// What a payload has under each key; None where it has nothing, since no spelling tells the two apart.
+// What a payload has under each key; None where it has nothing, since no spelling tells the two
+// apart.
 using Entries = std::array<PyObject*, kKeyCount + 1>;
 
 // The objects that are left as they are where a dict belongs; others may claim to be one.
@@ -44,16 +45,17 @@ bool same_text(PyObject* left, PyObject* right) {
 
 Key find_key(PyObject* text) {
   PyObject* const texts[kKeyCount] = {
-      names.type,   names.op,     names.node,         names.name,   names.function_name, names.children,
-      names.args,   names.config, names.params,       names.canonical_id, names.family,  names.value};
+      names.type,          names.op,           names.node,   names.name,
+      names.function_name, names.children,     names.args,   names.config,
+      names.params,        names.canonical_id, names.family, names.value};
   for (std::uint8_t key = 0; key < kKeyCount; ++key) {
     if (same_text(texts[key], text)) return static_cast<Key>(key);
   }
   return kOther;
 }
 
-// One walk over one payload. Every object that it meets stays alive and as it is until the walk ends,
-// since no Python code runs: borrowed references hold.
+// One walk over one payload. Every object that it meets stays alive and as it is until the walk
+// ends, since no Python code runs: borrowed references hold.
 class GraphBuilder {
  public:
   GraphBuilder(const Record& record, PyObject* runtime_types)
@@ -71,9 +73,9 @@ class GraphBuilder {
     if (!children) return {};
     Ref config = copy_config(either(entries[kConfig], entries[kParams]));
     if (!config) return {};
-    PyObject* const values[] = {operation.kind,       operation.node,   children.get(),
-                                config.get(),         entries[kCanonicalId], entries[kFamily],
-                                entries[kValue],      Py_None,          Py_None};
+    PyObject* const values[] = {
+        operation.kind,   operation.node,  children.get(), config.get(), entries[kCanonicalId],
+        entries[kFamily], entries[kValue], Py_None,        Py_None};
     return record_.build(values);
   }
 
@@ -94,7 +96,8 @@ class GraphBuilder {
 
   // Parsers give equal keys of one document one str, so a look at its address mostly settles it.
   Key key_of(PyObject* text) {
-    KnownKey& known = known_keys_[(reinterpret_cast<std::uintptr_t>(text) >> 4U) % known_keys_.size()];
+    KnownKey& known =
+        known_keys_[(reinterpret_cast<std::uintptr_t>(text) >> 4U) % known_keys_.size()];
     if (known.text != text) known = {text, find_key(text)};
     return known.key;
   }

@@ -4,8 +4,8 @@
 
 namespace typed_shapes {
 
-// The fast path of graph coercion: the typed tree of a payload made of exact dicts, lists and strs, built
-// without running Python code. Null where the canonical path has to decide.
+// The fast path of graph coercion: the typed tree of a payload made of exact dicts, lists and strs,
+// built without running Python code. Null where the canonical path has to decide.
 [[nodiscard]] Ref build_graph(Record& record, PyObject* cls, PyObject* raw);
 
 }  // namespace typed_shapes

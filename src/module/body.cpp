@@ -3,11 +3,28 @@
 
 #include <span>
 
-#include "common/globals.h"
+#include "batch/aggregation_output.h"
+#include "batch/checkpoint_manifest.h"
+#include "batch/era_index_manifest.h"
+#include "batch/metaparameters.h"
+#include "batch/stage_data.h"
+#include "batch/target_instrument_entry.h"
 #include "common/function.h"
+#include "common/globals.h"
 #include "common/numpy_api.h"
 #include "graph/function_graph_node.h"
+#include "graph/param_spec.h"
+#include "graph/window_spec.h"
+#include "live/cost_result.h"
+#include "live/evidence.h"
+#include "live/history_data.h"
+#include "live/live_checkpoint.h"
+#include "live/universe_masks.h"
 #include "module/error_classes.h"
+#include "module/function_state.h"
+#include "state/coerce_state.h"
+#include "state/state_values.h"
+#include "state/states_equal.h"
 
 namespace typed_shapes {
 
@@ -15,18 +32,38 @@ namespace {
 
 using Texts = std::span<const char* const>;
 
-constexpr const char* kExported[] = {
-    "SchemaError",   "InvalidFunctionStateError", "FunctionState",         "validate_function_state",
-    "FunctionGraphNode", "ParamSpec",             "WindowSpec",            "LiveCheckpoint",
-    "UniverseMasks", "HistoryData",               "CostResult",            "Evidence",
-    "CheckpointManifest", "Metaparameters",       "StageData",             "EraIndexManifest",
-    "TargetInstrumentEntry", "AggregationOutput", "StateScalar",           "StateArray",
-    "StateMapping",  "StateSequence",             "StateValue",            "coerce_state",
-    "states_equal"};
+constexpr const char* kExported[] = {"SchemaError",
+                                     "InvalidFunctionStateError",
+                                     "FunctionState",
+                                     "validate_function_state",
+                                     "FunctionGraphNode",
+                                     "ParamSpec",
+                                     "WindowSpec",
+                                     "LiveCheckpoint",
+                                     "UniverseMasks",
+                                     "HistoryData",
+                                     "CostResult",
+                                     "Evidence",
+                                     "CheckpointManifest",
+                                     "Metaparameters",
+                                     "StageData",
+                                     "EraIndexManifest",
+                                     "TargetInstrumentEntry",
+                                     "AggregationOutput",
+                                     "StateScalar",
+                                     "StateArray",
+                                     "StateMapping",
+                                     "StateSequence",
+                                     "StateValue",
+                                     "coerce_state",
+                                     "states_equal"};
 
-constexpr const char* kGraphRuntimeTypes[] = {"feature",  "signal",     "aggregation", "rotation",
+constexpr const char* kGraphRuntimeTypes[] = {"feature",   "signal",     "aggregation", "rotation",
                                               "reduction", "filtration", "int",         "float",
-                                              "string",   "bool",       "list"};
+                                              "string",    "bool",       "list"};
+
+constexpr const char* kCheckpointRequired[] = {"tick_timestamp", "dag_metadata",
+                                               "canonical_id_to_filename"};
 
 constexpr const char* kBuiltins[] = {"ValueError", "object",   "property",  "super",
                                      "enumerate",  "KeyError", "TypeError", "zip"};
@@ -45,20 +82,18 @@ Ref import_module(const char* name, PyObject* from_list) {
   return own(PyImport_ImportModuleLevelObject(key.get(), globals::dict(), nullptr, from_list, 0));
 }
 
-void import_as(const char* module_name, const char* bound_name) {
-  globals::bind(bound_name, import_module(module_name, nullptr).get());
+Ref import_as(const char* module_name, const char* bound_name) {
+  Ref module = import_module(module_name, nullptr);
+  globals::bind(bound_name, module.get());
+  return module;
 }
 
 // from module_name import names
 void import_from(const char* module_name, Texts imported) {
   Ref module = import_module(module_name, list_of(imported).get());
   for (const char* name : imported) {
-    Ref value = Ref::steal(PyObject_GetAttrString(module.get(), name));
-    if (!value) {
-      if (PyErr_ExceptionMatches(PyExc_AttributeError) == 0) throw PythonError{};
-      PyErr_Clear();
-      raise(PyExc_ImportError, "cannot import name '%s' from '%s'", name, module_name);
-    }
+    Ref value = own_attribute(PyObject_GetAttrString(module.get(), name));
+    if (!value) raise(PyExc_ImportError, "cannot import name '%s' from '%s'", name, module_name);
     globals::bind(name, value.get());
   }
 }
@@ -70,8 +105,7 @@ void import_names() {
   import_as("math", "math");
   import_from("dataclasses", kFromDataclasses);
   import_from("typing", kFromTyping);
-  import_as("numpy", "np");
-  import_numpy_api();
+  import_numpy_api(import_as("numpy", "np").get());
 }
 
 // The builtins that the code relies on must be there before anything is defined.
@@ -85,12 +119,31 @@ void run_body() {
   check_builtins();
   create_function_type();
   import_names();
-  globals::bind(names.all, list_of(kExported).get());
+  globals::bind(names.all_exports, list_of(kExported).get());
   define_error_classes();
-  globals::bind("_MISSING", call(reinterpret_cast<PyObject*>(&PyBaseObject_Type)).get());
+  define_function_state();
+  globals::bind(names.MISSING, call(reinterpret_cast<PyObject*>(&PyBaseObject_Type)).get());
   globals::bind(names.GRAPH_RUNTIME_TYPES,
                 own(PyFrozenSet_New(list_of(kGraphRuntimeTypes).get())).get());
   define_function_graph_node();
+  define_window_spec();
+  define_param_spec();
+  define_live_checkpoint();
+  define_universe_masks();
+  define_history_data();
+  define_cost_result();
+  define_evidence();
+  globals::bind(names.CHECKPOINT_REQUIRED,
+                own(PyList_AsTuple(list_of(kCheckpointRequired).get())).get());
+  define_checkpoint_manifest();
+  define_metaparameters();
+  define_stage_data();
+  define_era_index_manifest();
+  define_target_instrument_entry();
+  define_aggregation_output();
+  define_state_values();
+  define_coerce_state();
+  define_states_equal();
 }
 
 }  // namespace typed_shapes

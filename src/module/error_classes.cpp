@@ -1,5 +1,5 @@
-// SchemaError is the one error of every coercion and validation. InvalidFunctionStateError refuses a
-// restore record and tells why in four attributes. Both are ValueErrors.
+// SchemaError is the one error of every coercion and validation. InvalidFunctionStateError refuses
+// a restore record and tells why in four attributes. Both are ValueErrors.
 #include "module/error_classes.h"
 
 #include "common/class_body.h"
@@ -17,14 +17,15 @@ constexpr Method kInitialise = {
      "reason: str | None = None)",
      nullptr, initialise}};
 
-// The class that super() starts from: the one of the class body, whatever the module's name holds later.
+// The class that super() starts from: the one of the class body, whatever the module's name holds
+// later.
 Slot invalid_function_state_error;
 
 Ref initialise(PyObject* const* arguments) {
   const auto [self, message, function_name, expected_version, state_type, reason] =
       unpack<6>(arguments);
-  Ref parent = call(reinterpret_cast<PyObject*>(&PySuper_Type), invalid_function_state_error.get(),
-                    self);
+  Ref parent =
+      call(reinterpret_cast<PyObject*>(&PySuper_Type), invalid_function_state_error.get(), self);
   call_method(parent.get(), names.init, message);
   set_attr(self, names.function_name, function_name);
   set_attr(self, names.expected_function_version, expected_version);
@@ -36,12 +37,13 @@ Ref initialise(PyObject* const* arguments) {
 }  // namespace
 
 void define_error_classes() {
-  ClassBody schema_error(
-      "SchemaError", "Raised when a typed-shape constructor receives an incompatible payload.");
+  ClassBody schema_error("SchemaError",
+                         "Raised when a typed-shape constructor receives an incompatible payload.");
   globals::bind(names.SchemaError, schema_error.make_class("ValueError").get());
 
-  ClassBody invalid_state("InvalidFunctionStateError",
-                          "Raised when a restore payload is not the canonical FunctionState record.");
+  ClassBody invalid_state(
+      "InvalidFunctionStateError",
+      "Raised when a restore payload is not the canonical FunctionState record.");
   invalid_state.define(kInitialise);
   globals::bind(names.InvalidFunctionStateError,
                 invalid_function_state_error.set(invalid_state.make_class("ValueError")));

@@ -1,4 +1,5 @@
-// The module frame: what happens when the interpreter loads the module, in the order in which it happens.
+// The module frame: what happens when the interpreter loads the module, in the order in which it
+// happens.
 #include <cstdint>
 
 #include "common/errors.h"
@@ -38,11 +39,8 @@ void check_interpreter() {
 
 void copy_from_spec(PyObject* spec, const char* attribute, PyObject* module_dict, const char* name,
                     bool copy_none) {
-  Ref value = Ref::steal(PyObject_GetAttrString(spec, attribute));
-  if (!value) {
-    if (PyErr_ExceptionMatches(PyExc_AttributeError) == 0) throw PythonError{};
-    PyErr_Clear();
-  } else if (copy_none || value.get() != Py_None) {
+  Ref value = own_attribute(PyObject_GetAttrString(spec, attribute));
+  if (value && (copy_none || !is_none(value))) {
     check(PyDict_SetItemString(module_dict, name, value.get()));
   }
 }

@@ -1,0 +1,71 @@
+// The options chosen for each stage of each pool. Metaparameters also come in a flat form; from_raw
+// tells the two apart.
+#include "batch/metaparameters.h"
+
+#include "common/checks.h"
+#include "common/record.h"
+
+namespace typed_shapes {
+
+namespace {
+
+constexpr Field kFields[] = {{"by_pool", "Mapping[str, Mapping[str, str]]"}};
+
+Ref post_init(PyObject* const* arguments);
+Ref from_raw(PyObject* const* arguments);
+bool accepts(PyObject* const* values);
+
+constexpr Method kMethods[] = {
+    {{"Metaparameters.__post_init__(self) -> None", nullptr, post_init}},
+    {{"Metaparameters.from_raw(cls, raw: Any) -> Optional['Metaparameters']",
+      "Coerce raw input to Metaparameters if shape matches; return None otherwise.\n"
+      "\n"
+      "Returns ``None`` for ``None``, empty dictionaries, flat dictionaries (any non-mapping\n"
+      "value) and non-mapping payloads, and a typed ``Metaparameters`` when every top-level\n"
+      "value is itself a mapping.",
+      from_raw},
+     Binding::kClassMethod},
+};
+
+constexpr RecordTable kTable = {
+    .name = "Metaparameters",
+    .doc = "Per-pool nested metaparameters mapping ``{pool_id: {stage: option}}``.",
+    .decorator = Decorator::kFrozen,
+    .fields = kFields,
+    .methods = kMethods,
+    .accepts = accepts,
+};
+
+constinit Record record{kTable};
+
+Ref post_init(PyObject* const* arguments) {
+  Ref by_pool = dict_attribute(arguments[0], names.by_pool, "Metaparameters.by_pool");
+  if (!is_true(by_pool.get())) raise_schema_error({"Metaparameters.by_pool must be non-empty"});
+  for_each_item(by_pool.get(), [](PyObject* pool_id, PyObject* stages) {
+    if (is_dict(stages)) return;
+    raise_schema_error(
+        {"Metaparameters.by_pool[", repr(pool_id), "] must be a dict; got ", type_name(stages)});
+  });
+  return none();
+}
+
+bool accepts(PyObject* const* values) {
+  return PyDict_CheckExact(values[0]) && PyDict_GET_SIZE(values[0]) > 0 &&
+         has_named_entries(values[0], [](PyObject* /*pool_id*/, PyObject* stages) {
+           return PyDict_CheckExact(stages);
+         });
+}
+
+Ref from_raw(PyObject* const* arguments) {
+  const auto [cls, raw] = unpack<2>(arguments);
+  if (globals::is_instance_of(raw, names.Metaparameters)) return Ref::borrow(raw);
+  if (raw == Py_None || !is_dict(raw) || !is_true(raw)) return none();
+  if (!all_of(call_method(raw, names.values).get(), is_dict)) return none();
+  return record.create(cls, {dict_from(raw).get()});
+}
+
+}  // namespace
+
+void define_metaparameters() { define_record<record>(); }
+
+}  // namespace typed_shapes

@@ -1,0 +1,27 @@
+// Sorting stage data into buckets, and cutting the buckets along the time axis.
+#pragma once
+
+#include "common/objects.h"
+
+namespace typed_shapes {
+
+struct Buckets {
+  Ref flat;
+  Ref nested;
+  Ref opaque;
+};
+
+// The name of the bucket that a value belongs to: an array is flat, a dict nested, anything else
+// opaque.
+[[nodiscard]] PyObject* bucket_of(PyObject* value);
+
+// The items of a mapping by bucket, each bucket a new dict.
+[[nodiscard]] Buckets sort_values(PyObject* raw);
+
+// {key: value[start:end]} for every item
+[[nodiscard]] Ref cut_values(PyObject* flat, PyObject* start, PyObject* end);
+
+// The same one level down, arrays only. An inner dict without an array is shared, not copied.
+[[nodiscard]] Ref cut_nested(PyObject* nested, PyObject* start, PyObject* end);
+
+}  // namespace typed_shapes

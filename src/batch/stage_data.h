@@ -1,0 +1,7 @@
+#pragma once
+
+namespace typed_shapes {
+
+void define_stage_data();
+
+}  // namespace typed_shapes

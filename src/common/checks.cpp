@@ -1,0 +1,65 @@
+#include "common/checks.h"
+
+namespace typed_shapes {
+
+void require_dict(PyObject* value, const char* what) {
+  if (!is_dict(value)) raise_schema_error({what, " must be a dict; got ", type_name(value)});
+}
+
+Ref dict_attribute(PyObject* self, PyObject* name, const char* what) {
+  Ref value = get_attr(self, name);
+  require_dict(value.get(), what);
+  return value;
+}
+
+void require_json_mapping(PyObject* raw, const char* class_name) {
+  if (globals::is_mapping(raw)) return;
+  raise_schema_error({class_name, " JSON mapping payload required; got ", type_name(raw)});
+}
+
+void require_non_empty_str(PyObject* value, const char* what) {
+  if (is_non_empty_str(value)) return;
+  raise_schema_error({what, " must be a non-empty str; got ", repr(value)});
+}
+
+void refuse_array(PyObject* owner, PyObject* value) {
+  raise_schema_error({owner, " must be np.ndarray; got ", type_name(value)});
+}
+
+Pair unpack_pair(PyObject* pair) {
+  if (PyTuple_CheckExact(pair) && PyTuple_GET_SIZE(pair) == 2) {
+    return {Ref::borrow(PyTuple_GET_ITEM(pair, 0)), Ref::borrow(PyTuple_GET_ITEM(pair, 1))};
+  }
+  Ref iterator = Ref::steal(PyObject_GetIter(pair));
+  if (!iterator) {
+    if (PyErr_ExceptionMatches(PyExc_TypeError) != 0 && Py_TYPE(pair)->tp_iter == nullptr &&
+        !PySequence_Check(pair)) {
+      raise(PyExc_TypeError, "cannot unpack non-iterable %.200s object", Py_TYPE(pair)->tp_name);
+    }
+    throw PythonError{};
+  }
+  Ref items[2];
+  for (int count = 0; count < 2; ++count) {
+    items[count] = Ref::steal(PyIter_Next(iterator.get()));
+    check_indicator();
+    if (!items[count]) {
+      raise(PyExc_ValueError, "not enough values to unpack (expected 2, got %d)", count);
+    }
+  }
+  Ref excess = Ref::steal(PyIter_Next(iterator.get()));
+  check_indicator();
+  if (excess) raise(PyExc_ValueError, "too many values to unpack (expected 2)");
+  return {std::move(items[0]), std::move(items[1])};
+}
+
+Ref dict_or_empty(PyObject* value) { return is_true(value) ? dict_from(value) : own(PyDict_New()); }
+
+bool has_settled_class(PyObject* object) noexcept {
+  static PyObject* const class_of_object = _PyType_Lookup(&PyBaseObject_Type, names.class_dunder);
+  PyTypeObject* type = Py_TYPE(object);
+  return (type->tp_flags & Py_TPFLAGS_HEAPTYPE) == 0 &&
+         type->tp_getattro == PyObject_GenericGetAttr &&
+         _PyType_Lookup(type, names.class_dunder) == class_of_object;
+}
+
+}  // namespace typed_shapes

@@ -1,0 +1,81 @@
+// The checks that several classes share, each with its one wording. Those in the first part are the
+// canonical ones: they do what the Python expressions say and raise. Those in the second part only
+// accept, without running Python code.
+#pragma once
+
+#include "common/globals.h"
+#include "common/message.h"
+#include "common/numpy_api.h"
+
+namespace typed_shapes {
+
+// --- Canonical
+// ---------------------------------------------------------------------------------------
+
+// "<what> must be a dict; got <type>"
+void require_dict(PyObject* value, const char* what);
+// self.name, which must be a dict
+Ref dict_attribute(PyObject* self, PyObject* name, const char* what);
+// "<class> JSON mapping payload required; got <type>"
+void require_json_mapping(PyObject* raw, const char* class_name);
+// "<what> must be a non-empty str; got <repr>"
+void require_non_empty_str(PyObject* value, const char* what);
+
+// "<owner> must be np.ndarray; got <type>"; the owner's text is made when it is needed.
+[[noreturn]] void refuse_array(PyObject* owner, PyObject* value);
+template <typename Owner>
+void require_array(PyObject* value, Owner&& owner) {
+  if (!is_array(value)) refuse_array(owner().get(), value);
+}
+
+// first, second = pair, with the interpreter's own refusals
+struct Pair {
+  Ref first;
+  Ref second;
+};
+[[nodiscard]] Pair unpack_pair(PyObject* pair);
+
+// for key, value in mapping.items(): visit(key, value). The pair belongs to the loop while it is
+// visited.
+template <typename Visit>
+void for_each_item(PyObject* mapping, Visit&& visit) {
+  Ref items = call_method(mapping, names.items);
+  for_each(items.get(), [&](PyObject* item) {
+    const Pair pair = unpack_pair(item);
+    visit(pair.first.get(), pair.second.get());
+  });
+}
+
+// dict(value or {})
+[[nodiscard]] Ref dict_or_empty(PyObject* value);
+
+// --- Accepting
+// ---------------------------------------------------------------------------------------
+
+[[nodiscard]] inline bool is_plain_name(PyObject* object) {
+  return PyUnicode_CheckExact(object) && PyUnicode_GET_LENGTH(object) > 0;
+}
+
+// Whether isinstance() of the object is settled by its type alone. A class of Python code, a proxy
+// or a type with a __class__ of its own may claim to be anything.
+[[nodiscard]] bool has_settled_class(PyObject* object) noexcept;
+
+// Whether the object is an exact ndarray, and native code may stand for what `np` does with it.
+[[nodiscard]] inline bool is_plain_array(PyObject* object) noexcept {
+  return PyArray_CheckExact(object) && numpy_untouched();
+}
+
+// Whether the object is an exact dict of non-empty exact strs to values that the predicate takes.
+template <typename Predicate>
+[[nodiscard]] bool has_named_entries(PyObject* object, Predicate&& accepts_value) {
+  if (!PyDict_CheckExact(object)) return false;
+  Py_ssize_t position = 0;
+  PyObject* key = nullptr;
+  PyObject* value = nullptr;
+  while (PyDict_Next(object, &position, &key, &value) != 0) {
+    if (!is_plain_name(key) || !accepts_value(key, value)) return false;
+  }
+  return true;
+}
+
+}  // namespace typed_shapes

@@ -1,0 +1,186 @@
+// One parameter declaration of a function entry, out of the registry's typed rows or the function
+// store's dict rows.
+#include "graph/param_spec.h"
+
+#include "common/checks.h"
+#include "common/record.h"
+#include "graph/window_spec.h"
+
+namespace typed_shapes {
+
+namespace {
+
+constexpr Field kFields[] = {
+    {"name", "str"},
+    {"type", "Optional[str]", Default::kNone},
+    {"default", "Any", Default::kNone},
+    {"minimum", "Any", Default::kNone},
+    {"maximum", "Any", Default::kNone},
+    {"variadic", "bool", Default::kFalse},
+    {"window", "Optional[WindowSpec]", Default::kNone},
+};
+
+Ref post_init(PyObject* const* arguments);
+Ref from_raw(PyObject* const* arguments);
+Ref from_mapping(PyObject* const* arguments);
+Ref coerce_specs(PyObject* const* arguments);
+Ref param_name(PyObject* const* arguments);
+bool accepts(PyObject* const* values);
+
+constexpr Method kMethods[] = {
+    {{"ParamSpec.__post_init__(self) -> None", nullptr, post_init}},
+    {{"ParamSpec.from_raw(cls, name: str, raw: Any) -> 'ParamSpec'",
+      "Build a spec for ``name`` from a raw entry.\n"
+      "\n"
+      "Accepted shapes: a scalar (treated as the default); a dict with optional ``type``,\n"
+      "``default``, ``min``, ``max``, ``variadic`` and, for window parameters, any window\n"
+      "subkeys; a ``ParamSpec`` (identity passthrough); a ``WindowSpec`` (wrapped as the\n"
+      "window field).",
+      from_raw},
+     Binding::kClassMethod},
+    {{"ParamSpec.from_mapping(cls, raw: Any) -> List['ParamSpec']",
+      "Build a list of ParamSpec from a name->entry mapping or list.", from_mapping},
+     Binding::kClassMethod},
+    {{"ParamSpec.coerce_specs(cls, raw: Any) -> Dict[str, 'ParamSpec']",
+      "Return a name-to-spec view of a heterogeneous ``param_schema``.\n"
+      "\n"
+      "Bridges ``StaticFunctionEntry.param_schema: List[StaticParam]`` (typed list) and the\n"
+      "``FunctionStore`` entry's ``param_schema: dict`` (name to sub-dict). Pure JSON\n"
+      "sub-dicts and ``StaticParam`` objects are both accepted.",
+      coerce_specs},
+     Binding::kClassMethod},
+};
+
+constexpr FunctionTable kParamName = {"_param_name(spec: Any) -> str", nullptr, param_name};
+
+constexpr RecordTable kTable = {
+    .name = "ParamSpec",
+    .doc = "A single parameter declaration on a function entry.",
+    .decorator = Decorator::kFrozen,
+    .fields = kFields,
+    .methods = kMethods,
+    .accepts = accepts,
+};
+
+constinit Record record{kTable};
+
+// --- Validation
+// --------------------------------------------------------------------------------------
+
+Ref post_init(PyObject* const* arguments) {
+  const auto [self] = unpack<1>(arguments);
+  require_non_empty_str(get_attr(self, names.name).get(), "ParamSpec.name");
+  Ref window = get_attr(self, names.window);
+  if (!is_none(window) && !globals::is_instance_of(window.get(), names.WindowSpec)) {
+    raise_schema_error(
+        {"ParamSpec.window must be WindowSpec or None; got ", type_name(window.get())});
+  }
+  return none();
+}
+
+bool accepts(PyObject* const* values) {
+  return is_plain_name(values[0]) && (values[6] == Py_None || window_spec.is_exact(values[6]));
+}
+
+// --- Coercion of one entry
+// ---------------------------------------------------------------------------
+
+// The same declaration under another name.
+Ref renamed(PyObject* name, PyObject* spec) {
+  Ref cls = globals::lookup(names.ParamSpec);
+  Ref type = get_attr(spec, names.type);
+  Ref fallback = get_attr(spec, names.default_);
+  Ref minimum = get_attr(spec, names.minimum);
+  Ref maximum = get_attr(spec, names.maximum);
+  Ref variadic = get_attr(spec, names.variadic);
+  Ref window = get_attr(spec, names.window);
+  return record.create(cls.get(), {name, type.get(), fallback.get(), minimum.get(), maximum.get(),
+                                   variadic.get(), window.get()});
+}
+
+// Any dict with a bound is taken for a window too, whatever its name: its bounds must be integers.
+Ref window_of(PyObject* name, PyObject* raw) {
+  if (compare(name, names.window, Py_EQ) || contains(raw, names.min) || contains(raw, names.max)) {
+    return call_method(globals::lookup(names.WindowSpec).get(), names.from_raw, raw);
+  }
+  return none();
+}
+
+Ref from_dict(PyObject* cls, PyObject* name, PyObject* raw) {
+  Ref window = window_of(name, raw);
+  Ref type = get(raw, names.type);
+  Ref fallback = get(raw, names.default_);
+  Ref minimum = get(raw, names.min);
+  Ref maximum = get(raw, names.max);
+  Ref variadic = boolean(is_true(get(raw, names.variadic, Py_False).get()));
+  return record.create(cls, {name, type.get(), fallback.get(), minimum.get(), maximum.get(),
+                             variadic.get(), window.get()});
+}
+
+Ref from_raw(PyObject* const* arguments) {
+  const auto [cls, name, raw] = unpack<3>(arguments);
+  if (globals::is_instance_of(raw, names.ParamSpec)) {
+    const bool other_name = compare(get_attr(raw, names.name).get(), name, Py_NE);
+    return other_name ? renamed(name, raw) : Ref::borrow(raw);
+  }
+  if (globals::is_instance_of(raw, names.WindowSpec)) {
+    Ref fallback = get_attr(raw, names.default_);
+    return record.create(cls, {name, nullptr, fallback.get(), nullptr, nullptr, nullptr, raw});
+  }
+  if (raw == Py_None) return record.create(cls, {name});
+  if (!is_dict(raw)) return record.create(cls, {name, nullptr, raw});
+  return from_dict(cls, name, raw);
+}
+
+// --- Coercion of a schema
+// ----------------------------------------------------------------------------
+
+Ref param_name(PyObject* const* arguments) {
+  const auto [spec] = unpack<1>(arguments);
+  Ref name = own_attribute(PyObject_GetAttr(spec, names.name));
+  if (name && is_non_empty_str(name.get())) return name;
+  raise_schema_error({"ParamSpec list entry missing .name attribute; got ", type_name(spec)});
+}
+
+Ref from_list_entry(PyObject* cls, PyObject* entry) {
+  if (globals::is_instance_of(entry, names.ParamSpec)) return Ref::borrow(entry);
+  Ref name = call(globals::lookup(names.param_name).get(), entry);
+  return call_method(cls, names.from_raw, name.get(), entry);
+}
+
+Ref from_mapping(PyObject* const* arguments) {
+  const auto [cls, raw] = unpack<2>(arguments);
+  Ref specs = own(PyList_New(0));
+  if (raw == Py_None) return specs;
+  if (is_list(raw)) {
+    for_each(raw, [&, cls = cls](PyObject* entry) {
+      check(PyList_Append(specs.get(), from_list_entry(cls, entry).get()));
+    });
+  } else if (is_dict(raw)) {
+    for_each_item(raw, [&, cls = cls](PyObject* key, PyObject* value) {
+      check(PyList_Append(specs.get(), call_method(cls, names.from_raw, key, value).get()));
+    });
+  } else {
+    raise_schema_error(
+        {"ParamSpec list payload must be dict, list, or None; got ", type_name(raw)});
+  }
+  return specs;
+}
+
+Ref coerce_specs(PyObject* const* arguments) {
+  const auto [cls, raw] = unpack<2>(arguments);
+  Ref by_name = own(PyDict_New());
+  for_each(call_method(cls, names.from_mapping, raw).get(), [&](PyObject* spec) {
+    check(PyDict_SetItem(by_name.get(), get_attr(spec, names.name).get(), spec));
+  });
+  return by_name;
+}
+
+}  // namespace
+
+void define_param_spec() {
+  define_record<record>();
+  define_function(kParamName);
+}
+
+}  // namespace typed_shapes

@@ -1,0 +1,116 @@
+// The window parameter of a stateful rotation: bounds, a default, an explicit value, each optional.
+// Older payloads are the bare length and the dict of bounds.
+#include "graph/window_spec.h"
+
+#include <algorithm>
+
+#include "common/checks.h"
+
+namespace typed_shapes {
+
+namespace {
+
+constexpr Field kFields[] = {
+    {"minimum", "Optional[int]", Default::kNone},
+    {"maximum", "Optional[int]", Default::kNone},
+    {"default", "Optional[int]", Default::kNone},
+    {"value", "Optional[int]", Default::kNone},
+};
+
+Ref post_init(PyObject* const* arguments);
+Ref from_raw(PyObject* const* arguments);
+Ref picked(PyObject* const* arguments);
+bool accepts(PyObject* const* values);
+
+constexpr Method kMethods[] = {
+    {{"WindowSpec.__post_init__(self) -> None", nullptr, post_init}},
+    {{"WindowSpec.from_raw(cls, raw: Any) -> Optional['WindowSpec']", nullptr, from_raw},
+     Binding::kClassMethod},
+    {{"WindowSpec.picked(self, clamp_to: int = 1440) -> Optional[int]",
+      "Return the canonical window value (explicit, default, or clamped).", picked}},
+};
+
+constexpr RecordTable kTable = {
+    .name = "WindowSpec",
+    .doc =
+        "Window-parameter description used by stateful rotations.\n"
+        "\n"
+        "Accepts the bound dict ``{\"window\": {\"min\": 1, \"max\": 240, \"default\": 60}}`` and\n"
+        "the bare scalar ``{\"window\": 60}``; ``from_raw`` receives the inner value.\n",
+    .decorator = Decorator::kFrozen,
+    .fields = kFields,
+    .methods = kMethods,
+    .accepts = accepts,
+};
+
+bool is_int(PyObject* object) {
+  return is_instance(object, reinterpret_cast<PyObject*>(&PyLong_Type));
+}
+
+bool is_bool(PyObject* object) {
+  return is_instance(object, reinterpret_cast<PyObject*>(&PyBool_Type));
+}
+
+// --- Validation
+// --------------------------------------------------------------------------------------
+
+Ref post_init(PyObject* const* arguments) {
+  const auto [self] = unpack<1>(arguments);
+  PyObject* const fields[] = {names.minimum, names.maximum, names.default_, names.value};
+  Ref values[std::size(fields)];
+  for (std::size_t i = 0; i < std::size(fields); ++i) values[i] = get_attr(self, fields[i]);
+  for (std::size_t i = 0; i < std::size(fields); ++i) {
+    PyObject* value = values[i].get();
+    if (value == Py_None || (is_int(value) && !is_bool(value))) continue;
+    raise_schema_error({"WindowSpec.", fields[i], " must be int or None; got ", type_name(value)});
+  }
+  return none();
+}
+
+bool accepts(PyObject* const* values) {
+  return std::all_of(values, values + std::size(kFields),
+                     [](PyObject* value) { return value == Py_None || PyLong_CheckExact(value); });
+}
+
+// --- Coercion
+// ----------------------------------------------------------------------------------------
+
+Ref from_raw(PyObject* const* arguments) {
+  const auto [cls, raw] = unpack<2>(arguments);
+  if (raw == Py_None) return none();
+  if (globals::is_instance_of(raw, names.WindowSpec)) return Ref::borrow(raw);
+  // bool is a kind of int and would pass for one.
+  if (is_bool(raw)) raise_schema_error({"WindowSpec payload cannot be bool"});
+  if (is_int(raw)) return window_spec.create(cls, {nullptr, nullptr, nullptr, raw});
+  if (is_dict(raw)) {
+    Ref minimum = get(raw, names.min);
+    Ref maximum = get(raw, names.max);
+    Ref fallback = get(raw, names.default_);
+    Ref value = get(raw, names.value);
+    return window_spec.create(cls, {minimum.get(), maximum.get(), fallback.get(), value.get()});
+  }
+  raise_schema_error({"WindowSpec payload must be int, dict, or None; got ", type_name(raw)});
+}
+
+Ref picked(PyObject* const* arguments) {
+  const auto [self, clamp_to] = unpack<2>(arguments);
+  Ref value = get_attr(self, names.value);
+  if (!is_none(value)) return value;
+  Ref fallback = get_attr(self, names.default_);
+  if (!is_none(fallback)) return fallback;
+  Ref minimum = get_attr(self, names.minimum);
+  if (is_none(minimum)) return none();
+  Ref maximum = get_attr(self, names.maximum);
+  if (is_none(maximum)) return none();
+  // max(minimum, min(clamp_to, maximum)): the minimum wins over the clamp.
+  Ref inner = compare(maximum.get(), clamp_to, Py_LT) ? std::move(maximum) : Ref::borrow(clamp_to);
+  return compare(inner.get(), minimum.get(), Py_GT) ? std::move(inner) : std::move(minimum);
+}
+
+}  // namespace
+
+constinit Record window_spec{kTable};
+
+void define_window_spec() { define_record<window_spec>(); }
+
+}  // namespace typed_shapes

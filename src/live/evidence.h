@@ -1,0 +1,7 @@
+#pragma once
+
+namespace typed_shapes {
+
+void define_evidence();
+
+}  // namespace typed_shapes

@@ -1,0 +1,67 @@
+#include "live/mask_states.h"
+
+#include <algorithm>
+#include <cstdint>
+
+#include "common/objects.h"
+
+namespace typed_shapes {
+
+namespace {
+
+constexpr std::size_t kBlock = 4096;
+
+// No early exit inside a block: this is the form that the compiler vectorises.
+bool is_valid_block(const std::uint16_t* states, std::size_t count) noexcept {
+  std::uint16_t invalid = 0;
+  for (std::size_t i = 0; i < count; ++i) {
+    const std::uint16_t bits = states[i];
+    // Signed, since the baseline instruction set compares 16-bit lanes as signed ones.
+    const auto magnitude = static_cast<std::int16_t>(bits & 0x7FFF);
+    const bool valid = bits == 0x0000 || bits == 0x3C00 || magnitude > 0x7C00;
+    invalid = static_cast<std::uint16_t>(invalid | static_cast<std::uint16_t>(!valid));
+  }
+  return invalid == 0;
+}
+
+// np.float16(number)
+Ref half(double number) {
+  Ref argument = own(PyFloat_FromDouble(number));
+  return call(numpy_attr(names.float16).get(), argument.get());
+}
+
+Ref equals(PyObject* mask, double number) {
+  return own(PyObject_RichCompare(mask, half(number).get(), Py_EQ));
+}
+
+Ref either(const Ref& left, const Ref& right) { return own(PyNumber_Or(left.get(), right.get())); }
+
+// np.name(array)
+Ref numpy_call(PyObject* name, PyObject* array) { return call(numpy_attr(name).get(), array); }
+
+}  // namespace
+
+bool has_valid_states(PyArrayObject* mask) noexcept {
+  const auto* states = static_cast<const std::uint16_t*>(PyArray_DATA(mask));
+  const auto count = static_cast<std::size_t>(PyArray_SIZE(mask));
+  for (std::size_t start = 0; start < count; start += kBlock) {
+    if (!is_valid_block(states + start, std::min(kBlock, count - start))) return false;
+  }
+  return true;
+}
+
+Ref invalid_state_index(PyObject* mask) {
+  Ref is_nan = numpy_call(names.isnan, mask);
+  Ref valid = either(either(is_nan, equals(mask, 0.0)), equals(mask, 1.0));
+  // Negative zero equals zero and would pass.
+  Ref is_zero = equals(mask, 0.0);
+  Ref sign = numpy_call(names.signbit, mask);
+  Ref negative_zero = own(PyNumber_And(is_zero.get(), sign.get()));
+  Ref invalid = either(own(PyNumber_Invert(valid.get())), negative_zero);
+  if (!is_true(numpy_call(names.any, invalid.get()).get())) return {};
+  Ref indices = numpy_call(names.flatnonzero, invalid.get());
+  Ref first = own(PySequence_GetItem(indices.get(), 0));
+  return call(reinterpret_cast<PyObject*>(&PyLong_Type), first.get());
+}
+
+}  // namespace typed_shapes

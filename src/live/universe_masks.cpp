@@ -1,0 +1,150 @@
+// The universe masks of one tick: for each tag one array with an entry for each allocated slot. A
+// float16 mask is three-state: NaN, zero, one.
+#include "live/universe_masks.h"
+
+#include "common/checks.h"
+#include "common/forwarding.h"
+#include "common/record.h"
+#include "live/mask_states.h"
+
+namespace typed_shapes {
+
+namespace {
+
+constexpr Field kFields[] = {{"by_tag", "Dict[str, np.ndarray]"}, {"n_alloc", "int"}};
+
+Ref post_init(PyObject* const* arguments);
+Ref from_raw(PyObject* const* arguments);
+bool accepts(PyObject* const* values);
+
+using Masks = Forward<&Names::by_tag>;
+
+constexpr Method kMethods[] = {
+    {{"UniverseMasks.__post_init__(self) -> None", nullptr, post_init}},
+    {{"UniverseMasks.from_raw(cls, raw: Any, *, n_alloc: int) -> 'UniverseMasks'", nullptr,
+      from_raw},
+     Binding::kClassMethod},
+    {{"UniverseMasks.__contains__(self, tag: object) -> bool", nullptr, Masks::contains}},
+    {{"UniverseMasks.__getitem__(self, tag: str) -> np.ndarray", nullptr, Masks::item}},
+    {{"UniverseMasks.get(self, tag: str, default: Any = None) -> Any", nullptr, Masks::get}},
+    {{"UniverseMasks.keys(self)", nullptr, Masks::keys}},
+    {{"UniverseMasks.items(self)", nullptr, Masks::items}},
+};
+
+constexpr RecordTable kTable = {
+    .name = "UniverseMasks",
+    .doc =
+        "Per-tag universe-mask payload for one tick.\n"
+        "\n"
+        "Each mask is a C-contiguous array of shape ``(n_alloc,)`` and dtype float64, float16\n"
+        "or bool; a float16 mask holds NaN, positive zero or positive one.\n",
+    .decorator = Decorator::kPlain,
+    .fields = kFields,
+    .methods = kMethods,
+    .accepts = accepts,
+};
+
+constinit Record record{kTable};
+
+// --- Validation
+// --------------------------------------------------------------------------------------
+
+Ref owner(PyObject* tag) { return message({"UniverseMasks['", str(tag), "']"}); }
+
+void check_shape(PyObject* tag, PyObject* mask, PyObject* n_alloc) {
+  Ref one = own(PyLong_FromLong(1));
+  bool fits = !compare(get_attr(mask, names.ndim).get(), one.get(), Py_NE);
+  if (fits) {
+    Ref shape = get_attr(mask, names.shape);
+    fits = !compare(own(PySequence_GetItem(shape.get(), 0)).get(), n_alloc, Py_NE);
+  }
+  if (fits) return;
+  raise_schema_error({owner(tag), " has shape ", str(get_attr(mask, names.shape).get()),
+                      ", expected (", str(n_alloc), ",)"});
+}
+
+void check_dtype(PyObject* tag, PyObject* mask) {
+  for (PyObject* name : {names.float64, names.float16, names.bool_}) {
+    if (!compare(get_attr(mask, names.dtype).get(), numpy_attr(name).get(), Py_NE)) return;
+  }
+  raise_schema_error({owner(tag), " has dtype ", str(get_attr(mask, names.dtype).get()),
+                      ", expected float64, float16, or bool"});
+}
+
+void check_mask(PyObject* tag, PyObject* mask, PyObject* n_alloc) {
+  require_non_empty_str(tag, "UniverseMasks tag");
+  require_array(mask, [&] { return owner(tag); });
+  check_shape(tag, mask, n_alloc);
+  check_dtype(tag, mask);
+  Ref flags = get_attr(mask, names.flags);
+  if (!is_true(get_item(flags.get(), names.C_CONTIGUOUS).get())) {
+    raise_schema_error({owner(tag), " must be C-contiguous"});
+  }
+  if (!compare(get_attr(mask, names.dtype).get(), numpy_attr(names.float16).get(), Py_EQ)) return;
+  if (const Ref index = invalid_state_index(mask)) {
+    Ref value = get_item(mask, index.get());
+    raise_schema_error({owner(tag), " has invalid float16 state value at index ", str(index.get()),
+                        ": ", repr(value.get()), "; expected NaN, positive zero, or positive one"});
+  }
+}
+
+bool is_positive_int(PyObject* value) {
+  if (!is_instance(value, reinterpret_cast<PyObject*>(&PyLong_Type))) return false;
+  return !compare(value, own(PyLong_FromLong(0)).get(), Py_LE);
+}
+
+Ref post_init(PyObject* const* arguments) {
+  const auto [self] = unpack<1>(arguments);
+  Ref by_tag = dict_attribute(self, names.by_tag, "UniverseMasks.by_tag");
+  Ref n_alloc = get_attr(self, names.n_alloc);
+  if (!is_positive_int(n_alloc.get())) {
+    raise_schema_error({"UniverseMasks.n_alloc must be a positive int; got ", repr(n_alloc.get())});
+  }
+  for_each_item(by_tag.get(),
+                [&](PyObject* tag, PyObject* mask) { check_mask(tag, mask, n_alloc.get()); });
+  return none();
+}
+
+bool is_valid_mask(PyArrayObject* mask, npy_intp n_alloc) {
+  if (PyArray_NDIM(mask) != 1 || PyArray_DIM(mask, 0) != n_alloc ||
+      !PyArray_IS_C_CONTIGUOUS(mask) || !PyArray_ISNOTSWAPPED(mask)) {
+    return false;
+  }
+  const int type = PyArray_TYPE(mask);
+  if (type == NPY_HALF) return PyArray_ISALIGNED(mask) && has_valid_states(mask);
+  return type == NPY_DOUBLE || type == NPY_BOOL;
+}
+
+bool accepts(PyObject* const* values) {
+  if (!PyLong_CheckExact(values[1]) || !numpy_untouched()) return false;
+  int overflow = 0;
+  const long long n_alloc = PyLong_AsLongLongAndOverflow(values[1], &overflow);
+  if (overflow != 0 || n_alloc <= 0) return false;
+  return has_named_entries(values[0], [&](PyObject* /*tag*/, PyObject* mask) {
+    return PyArray_CheckExact(mask) && is_valid_mask(as_array(mask), n_alloc);
+  });
+}
+
+// --- Coercion
+// ----------------------------------------------------------------------------------------
+
+Ref from_raw(PyObject* const* arguments) {
+  const auto [cls, raw, n_alloc] = unpack<3>(arguments);
+  if (globals::is_instance_of(raw, names.UniverseMasks)) {
+    Ref stored = get_attr(raw, names.n_alloc);
+    if (!compare(stored.get(), n_alloc, Py_NE)) return Ref::borrow(raw);
+    raise_schema_error({"UniverseMasks coerced with n_alloc=", str(n_alloc),
+                        " but payload has n_alloc=", str(stored.get())});
+  }
+  if (!is_dict(raw)) {
+    raise_schema_error(
+        {"UniverseMasks payload must be dict[str, np.ndarray]; got ", type_name(raw)});
+  }
+  return record.create(cls, {dict_from(raw).get(), n_alloc});
+}
+
+}  // namespace
+
+void define_universe_masks() { define_record<record>(); }
+
+}  // namespace typed_shapes

@@ -1,0 +1,165 @@
+// coerce_state gives any state payload its typed form. Leaves are shared with the payload; dicts,
+// lists and tuples are rebuilt.
+#include "state/coerce_state.h"
+
+#include "common/checks.h"
+#include "common/scopes.h"
+#include "state/state_values.h"
+
+namespace typed_shapes {
+
+namespace {
+
+Ref coerce_state(PyObject* const* arguments);
+
+constexpr FunctionTable kCoerceState = {
+    "coerce_state(raw: Any) -> StateValue",
+    "Coerce an arbitrary state payload into the typed StateValue sum type.\n"
+    "\n"
+    "Accepted kinds: None, bool, int, float, str, np.ndarray, dict (str-keyed), list and\n"
+    "tuple. Anything else is wrapped as ``StateScalar(value=raw)``.",
+    coerce_state};
+
+constexpr const char* kWhere = " while coercing a function state";
+
+// --- Canonical path
+// ----------------------------------------------------------------------------------
+
+Ref coerce_item(PyObject* item) { return call(globals::lookup(names.coerce_state).get(), item); }
+
+// Inside a generator a StopIteration means a bug and not the end; the items of a sequence are
+// coerced in one.
+Ref coerce_generated(PyObject* item) {
+  try {
+    return coerce_item(item);
+  } catch (const PythonError&) {
+    if (PyErr_ExceptionMatches(PyExc_StopIteration) == 0) throw;
+    raise_from_pending(PyExc_RuntimeError, "generator raised StopIteration");
+  }
+}
+
+Ref text_of(PyObject* key) { return PyUnicode_CheckExact(key) ? Ref::borrow(key) : str(key); }
+
+Ref coerce_dict(PyObject* raw) {
+  Ref cls = globals::lookup(names.StateMapping);
+  Ref entries = own(PyDict_New());
+  for_each_item(raw, [&](PyObject* key, PyObject* value) {
+    Ref text = text_of(key);
+    Ref coerced = coerce_item(value);
+    check(PyDict_SetItem(entries.get(), text.get(), coerced.get()));
+  });
+  return state_mapping.create(cls.get(), {entries.get()});
+}
+
+Ref coerce_sequence(PyObject* raw) {
+  Ref cls = globals::lookup(names.StateSequence);
+  Ref items = own(PyList_New(0));
+  for_each(raw, [&](PyObject* item) {
+    check(PyList_Append(items.get(), coerce_generated(item).get()));
+  });
+  Ref tuple = own(PyList_AsTuple(items.get()));
+  return state_sequence.create(cls.get(), {tuple.get()});
+}
+
+Ref coerce_canonically(PyObject* raw) {
+  for (PyObject* variant :
+       {names.StateScalar, names.StateArray, names.StateMapping, names.StateSequence}) {
+    if (globals::is_instance_of(raw, variant)) return Ref::borrow(raw);
+  }
+  if (is_array(raw)) {
+    return state_array.create(globals::lookup(names.StateArray).get(), {raw});
+  }
+  const RecursionLevel level(kWhere);
+  if (is_dict(raw)) return coerce_dict(raw);
+  if (is_list(raw) || is_tuple(raw)) return coerce_sequence(raw);
+  return state_scalar.create(globals::lookup(names.StateScalar).get(), {raw});
+}
+
+// --- Fast path
+// ---------------------------------------------------------------------------------------
+
+// Builds the typed form without running Python code, so that every borrowed reference holds. Null
+// where the canonical path has to decide.
+Ref build(PyObject* raw);
+
+// Whether str(key) runs no Python code.
+bool has_plain_text(PyObject* key) {
+  return PyUnicode_CheckExact(key) || PyLong_CheckExact(key) || PyFloat_CheckExact(key) ||
+         PyBool_Check(key) || key == Py_None;
+}
+
+Ref build_mapping(PyObject* raw) {
+  const RecursionLevel level(kWhere);
+  Ref entries = own(PyDict_New());
+  Py_ssize_t position = 0;
+  PyObject* key = nullptr;
+  PyObject* value = nullptr;
+  while (PyDict_Next(raw, &position, &key, &value) != 0) {
+    if (!has_plain_text(key)) return {};
+    Ref text = text_of(key);
+    Ref coerced = build(value);
+    if (!coerced) return {};
+    check(PyDict_SetItem(entries.get(), text.get(), coerced.get()));
+  }
+  PyObject* const values[] = {entries.get()};
+  return state_mapping.build(values);
+}
+
+Ref build_sequence(PyObject* raw) {
+  const RecursionLevel level(kWhere);
+  const Py_ssize_t size = PySequence_Fast_GET_SIZE(raw);
+  Ref items = own(PyTuple_New(size));
+  for (Py_ssize_t i = 0; i < size; ++i) {
+    Ref coerced = build(PySequence_Fast_GET_ITEM(raw, i));
+    if (!coerced) return {};
+    PyTuple_SET_ITEM(items.get(), i, coerced.release());
+  }
+  PyObject* const values[] = {items.get()};
+  return state_sequence.build(values);
+}
+
+Ref build(PyObject* raw) {
+  if (PyDict_CheckExact(raw)) return build_mapping(raw);
+  if (PyList_CheckExact(raw) || PyTuple_CheckExact(raw)) return build_sequence(raw);
+  PyObject* const values[] = {raw};
+  if (PyArray_CheckExact(raw)) return state_array.build(values);
+  if (is_state_value(raw)) return Ref::borrow(raw);
+  if (is_settled_scalar(raw)) return state_scalar.build(values);
+  return {};
+}
+
+Ref coerce_state(PyObject* const* arguments) {
+  const auto [raw] = unpack<1>(arguments);
+  if (state_values_untouched()) {
+    const CollectorPause pause;
+    if (Ref value = build(raw)) return value;
+  }
+  return coerce_canonically(raw);
+}
+
+}  // namespace
+
+bool is_plain_payload(PyObject* raw) {
+  if (PyDict_CheckExact(raw)) {
+    const RecursionLevel level(kWhere);
+    Py_ssize_t position = 0;
+    PyObject* key = nullptr;
+    PyObject* value = nullptr;
+    while (PyDict_Next(raw, &position, &key, &value) != 0) {
+      if (!has_plain_text(key) || !is_plain_payload(value)) return false;
+    }
+    return true;
+  }
+  if (PyList_CheckExact(raw) || PyTuple_CheckExact(raw)) {
+    const RecursionLevel level(kWhere);
+    for (Py_ssize_t i = 0; i < PySequence_Fast_GET_SIZE(raw); ++i) {
+      if (!is_plain_payload(PySequence_Fast_GET_ITEM(raw, i))) return false;
+    }
+    return true;
+  }
+  return PyArray_CheckExact(raw) || is_state_value(raw) || is_settled_scalar(raw);
+}
+
+void define_coerce_state() { define_function(kCoerceState); }
+
+}  // namespace typed_shapes

@@ -1,0 +1,181 @@
+#include "state/side_by_side.h"
+
+#include "common/numpy_api.h"
+#include "common/scopes.h"
+#include "state/array_equality.h"
+#include "state/coerce_state.h"
+#include "state/state_values.h"
+
+namespace typed_shapes {
+
+namespace {
+
+constexpr const char* kWhere = " while comparing function states";
+
+// A value of one side. A raw one stands for what coerce_state would make of it; one inside a typed
+// value is taken as it is.
+struct Operand {
+  PyObject* object;
+  bool raw;
+};
+
+enum class Variant { kScalar, kArray, kMapping, kSequence, kNone, kUnsure };
+
+// An operand seen as one of the four variants. kNone: it is none of them, and not raw.
+struct View {
+  Variant variant;
+  Ref payload;  // what the variant's field holds or would hold
+  bool raw_children = false;
+};
+
+Variant variant_of_raw(PyObject* object) noexcept {
+  if (PyDict_CheckExact(object)) return Variant::kMapping;
+  if (PyList_CheckExact(object) || PyTuple_CheckExact(object)) return Variant::kSequence;
+  if (PyArray_CheckExact(object)) return Variant::kArray;
+  return is_settled_scalar(object) ? Variant::kScalar : Variant::kUnsure;
+}
+
+View typed_view(Variant variant, const Record& record, PyObject* object) {
+  Ref payload = record.field(object, 0);
+  if (!payload) return {Variant::kUnsure, {}};
+  return {variant, std::move(payload)};
+}
+
+View view(const Operand& operand) {
+  PyObject* object = operand.object;
+  if (state_scalar.is_exact(object)) return typed_view(Variant::kScalar, state_scalar, object);
+  if (state_array.is_exact(object)) return typed_view(Variant::kArray, state_array, object);
+  if (state_mapping.is_exact(object)) return typed_view(Variant::kMapping, state_mapping, object);
+  if (state_sequence.is_exact(object))
+    return typed_view(Variant::kSequence, state_sequence, object);
+  const Variant variant = variant_of_raw(object);
+  if (operand.raw || variant == Variant::kUnsure) return {variant, Ref::borrow(object), true};
+  return {Variant::kNone, {}};
+}
+
+// --- Scalars
+// -----------------------------------------------------------------------------------------
+
+bool is_float(PyObject* object) noexcept {
+  return PyFloat_CheckExact(object) || Py_IS_TYPE(object, &PyDoubleArrType_Type);
+}
+
+// The builtin scalars that compare among each other without a warning and without foreign code.
+bool is_builtin_scalar(PyObject* object) noexcept {
+  return object == Py_None || PyBool_Check(object) || PyLong_CheckExact(object) ||
+         PyFloat_CheckExact(object) || PyUnicode_CheckExact(object);
+}
+
+Verdict verdict(bool equal) noexcept { return equal ? Verdict::kEqual : Verdict::kDifferent; }
+
+Verdict compare_scalars(PyObject* a, PyObject* b, bool outermost) {
+  // The outermost comparison hands out what == gave, which for NumPy scalars is no bool.
+  if (outermost && !(is_builtin_scalar(a) && is_builtin_scalar(b))) return Verdict::kUnsure;
+  if (is_float(a) && is_float(b)) {
+    const double x = PyFloat_AS_DOUBLE(a);
+    const double y = PyFloat_AS_DOUBLE(b);
+    return verdict(x == y || (x != x && y != y));
+  }
+  const bool both_bytes = PyBytes_CheckExact(a) && PyBytes_CheckExact(b);
+  if (!both_bytes && !(is_builtin_scalar(a) && is_builtin_scalar(b))) return Verdict::kUnsure;
+  return verdict(check(PyObject_RichCompareBool(a, b, Py_EQ)) != 0);
+}
+
+// --- Containers
+// --------------------------------------------------------------------------------------
+
+Verdict compare(const Operand& a, const Operand& b);
+
+bool has_str_keys(PyObject* dict) noexcept {
+  Py_ssize_t position = 0;
+  PyObject* key = nullptr;
+  while (PyDict_Next(dict, &position, &key, nullptr) != 0) {
+    if (!PyUnicode_CheckExact(key)) return false;
+  }
+  return true;
+}
+
+Verdict compare_mappings(PyObject* a, bool raw_a, PyObject* b, bool raw_b) {
+  if (!PyDict_CheckExact(a) || !PyDict_CheckExact(b)) return Verdict::kUnsure;
+  const RecursionLevel level(kWhere);
+  // Other keys are turned into text first, and their own hash and == decide what is a key twice.
+  if (!has_str_keys(a) || !has_str_keys(b)) return Verdict::kUnsure;
+  if (PyDict_GET_SIZE(a) != PyDict_GET_SIZE(b)) return Verdict::kDifferent;
+  Py_ssize_t position_a = 0;
+  Py_ssize_t position_b = 0;
+  PyObject* key_a = nullptr;
+  PyObject* key_b = nullptr;
+  PyObject* value_a = nullptr;
+  PyObject* value_b = nullptr;
+  while (PyDict_Next(a, &position_a, &key_a, &value_a) != 0) {
+    // Two states of one function mostly have their keys in one order; then no look-up is needed.
+    if (PyDict_Next(b, &position_b, &key_b, &value_b) == 0 || key_a != key_b) {
+      value_b = PyDict_GetItemWithError(b, key_a);
+    }
+    if (value_b == nullptr) return Verdict::kDifferent;
+    const Verdict verdict = compare({value_a, raw_a}, {value_b, raw_b});
+    if (verdict != Verdict::kEqual) return verdict;
+  }
+  return Verdict::kEqual;
+}
+
+bool is_exact_sequence(PyObject* object) noexcept {
+  return PyList_CheckExact(object) || PyTuple_CheckExact(object);
+}
+
+Verdict compare_sequences(PyObject* a, bool raw_a, PyObject* b, bool raw_b) {
+  if (!is_exact_sequence(a) || !is_exact_sequence(b)) return Verdict::kUnsure;
+  const RecursionLevel level(kWhere);
+  const Py_ssize_t size = PySequence_Fast_GET_SIZE(a);
+  if (size != PySequence_Fast_GET_SIZE(b)) return Verdict::kDifferent;
+  for (Py_ssize_t i = 0; i < size; ++i) {
+    const Verdict verdict =
+        compare({PySequence_Fast_GET_ITEM(a, i), raw_a}, {PySequence_Fast_GET_ITEM(b, i), raw_b});
+    if (verdict != Verdict::kEqual) return verdict;
+  }
+  return Verdict::kEqual;
+}
+
+Verdict compare_views(const View& a, const View& b, bool outermost) {
+  if (a.variant == Variant::kUnsure || b.variant == Variant::kUnsure) return Verdict::kUnsure;
+  if (a.variant != b.variant) return Verdict::kDifferent;
+  switch (a.variant) {
+    case Variant::kScalar:
+      return compare_scalars(a.payload.get(), b.payload.get(), outermost);
+    case Variant::kArray:
+      if (!PyArray_CheckExact(a.payload.get()) || !PyArray_CheckExact(b.payload.get())) break;
+      return arrays_equal(as_array(a.payload.get()), as_array(b.payload.get()));
+    case Variant::kMapping:
+      return compare_mappings(a.payload.get(), a.raw_children, b.payload.get(), b.raw_children);
+    case Variant::kSequence:
+      return compare_sequences(a.payload.get(), a.raw_children, b.payload.get(), b.raw_children);
+    case Variant::kNone:
+      return Verdict::kDifferent;
+    case Variant::kUnsure:
+      break;
+  }
+  return Verdict::kUnsure;
+}
+
+Verdict compare(const Operand& a, const Operand& b) {
+  return compare_views(view(a), view(b), false);
+}
+
+Ref result_of(Verdict verdict) {
+  return verdict == Verdict::kUnsure ? Ref() : boolean(verdict == Verdict::kEqual);
+}
+
+}  // namespace
+
+Ref payloads_equal(PyObject* a, PyObject* b) {
+  const Verdict verdict = compare_views(view({a, true}), view({b, true}), true);
+  // A difference found early is final only if the rest of both payloads can be coerced as well.
+  if (verdict == Verdict::kDifferent && !(is_plain_payload(a) && is_plain_payload(b))) return {};
+  return result_of(verdict);
+}
+
+Ref typed_values_equal(PyObject* a, PyObject* b) {
+  return result_of(compare_views(view({a, false}), view({b, false}), true));
+}
+
+}  // namespace typed_shapes

@@ -1,0 +1,16 @@
+#pragma once
+
+#include "common/ref.h"
+
+namespace typed_shapes {
+
+// The fast path of state equality: one walk over both operands without building anything and
+// without running Python code. Null where the canonical path has to decide. Only for untouched
+// state values.
+
+// states_equal(a, b)
+[[nodiscard]] Ref payloads_equal(PyObject* a, PyObject* b);
+// _states_value_equal(a, b)
+[[nodiscard]] Ref typed_values_equal(PyObject* a, PyObject* b);
+
+}  // namespace typed_shapes

@@ -1,0 +1,153 @@
+// Deep equality of two state payloads: exact, but NaN equals NaN. states_equal coerces both sides;
+// _states_value_equal compares what is typed already.
+#include "state/states_equal.h"
+
+#include "common/checks.h"
+#include "common/scopes.h"
+#include "state/side_by_side.h"
+#include "state/state_values.h"
+
+namespace typed_shapes {
+
+namespace {
+
+Ref states_equal(PyObject* const* arguments);
+Ref states_value_equal(PyObject* const* arguments);
+
+constexpr FunctionTable kStatesEqual = {
+    "states_equal(a: Any, b: Any) -> bool",
+    "Deep equality of two state payloads with NaN tolerance.\n"
+    "\n"
+    "Each operand is coerced to ``StateValue`` first. None on both sides is True;\n"
+    "mismatched variants are False; arrays compare via ``np.allclose(equal_nan=True)``.",
+    states_equal};
+
+constexpr FunctionTable kStatesValueEqual = {
+    "_states_value_equal(a: StateValue, b: StateValue) -> bool", nullptr, states_value_equal};
+
+DictWatch math_names;
+
+// Whether the walk side by side may stand for the canonical path.
+bool untouched() { return math_names.untouched() && state_values_untouched(); }
+
+// bool(_states_value_equal(a, b)), the function looked up in the module now
+bool are_equal(PyObject* a, PyObject* b) {
+  return is_true(call(globals::lookup(names.states_value_equal).get(), a, b).get());
+}
+
+// isinstance(value, float) and math.isnan(value)
+bool is_float(PyObject* value) {
+  return is_instance(value, reinterpret_cast<PyObject*>(&PyFloat_Type));
+}
+
+bool is_nan(PyObject* value) {
+  return is_true(call_method(globals::lookup(names.math).get(), names.isnan, value).get());
+}
+
+Ref compare_scalars(PyObject* a, PyObject* b) {
+  Ref left = get_attr(a, names.value);
+  Ref right = get_attr(b, names.value);
+  if (is_float(left.get()) && is_float(right.get()) && is_nan(left.get()) && is_nan(right.get())) {
+    return boolean(true);
+  }
+  return own(PyObject_RichCompare(left.get(), right.get(), Py_EQ));
+}
+
+// a.data.name != b.name
+bool differs(PyObject* a, PyObject* right, PyObject* name) {
+  Ref data = get_attr(a, names.data);
+  Ref value = get_attr(data.get(), name);
+  return compare(value.get(), get_attr(right, name).get(), Py_NE);
+}
+
+// np.allclose(a.data, right, rtol=0, atol=0, equal_nan=True)
+bool all_close(PyObject* a, PyObject* right) {
+  Ref function = numpy_attr(names.allclose);
+  Ref left = get_attr(a, names.data);
+  Ref zero = own(PyLong_FromLong(0));
+  PyObject* const positional[] = {left.get(), right};
+  const Keyword keywords[] = {
+      {names.rtol, zero.get()}, {names.atol, zero.get()}, {names.equal_nan, Py_True}};
+  return is_true(call_keywords(function.get(), positional, keywords).get());
+}
+
+bool compare_arrays(PyObject* a, PyObject* b) {
+  Ref right = get_attr(b, names.data);
+  if (differs(a, right.get(), names.shape) || differs(a, right.get(), names.dtype)) return false;
+  try {
+    return all_close(a, right.get());
+  } catch (const PythonError&) {
+    // Arrays that np.allclose cannot compute on: strings, objects, records.
+    if (PyErr_ExceptionMatches(PyExc_TypeError) == 0 &&
+        PyErr_ExceptionMatches(PyExc_ValueError) == 0)
+      throw;
+  }
+  const HandledError handled;
+  Ref array_equal = numpy_attr(names.array_equal);
+  return is_true(call(array_equal.get(), get_attr(a, names.data).get(), right.get()).get());
+}
+
+bool compare_mappings(PyObject* a, PyObject* b) {
+  Ref right = get_attr(b, names.entries);
+  Ref left_keys = own(PySet_New(call_method(get_attr(a, names.entries).get(), names.keys).get()));
+  Ref right_keys = own(PySet_New(call_method(right.get(), names.keys).get()));
+  if (compare(left_keys.get(), right_keys.get(), Py_NE)) return false;
+  return all_of(get_attr(a, names.entries).get(), [&](PyObject* key) {
+    Ref left_value = own(PyObject_GetItem(get_attr(a, names.entries).get(), key));
+    return are_equal(left_value.get(), own(PyObject_GetItem(right.get(), key)).get());
+  });
+}
+
+bool compare_sequences(PyObject* a, PyObject* b) {
+  Ref right = get_attr(b, names.items_);
+  const Py_ssize_t left_size = check(PyObject_Size(get_attr(a, names.items_).get()));
+  if (left_size != check(PyObject_Size(right.get()))) return false;
+  Ref pairs =
+      call(reinterpret_cast<PyObject*>(&PyZip_Type), get_attr(a, names.items_).get(), right.get());
+  return all_of(pairs.get(), [](PyObject* pair) {
+    return are_equal(PyTuple_GET_ITEM(pair, 0), PyTuple_GET_ITEM(pair, 1));
+  });
+}
+
+Ref compare_canonically(PyObject* a, PyObject* b) {
+  const RecursionLevel level(" while comparing function states");
+  if (Py_TYPE(a) != Py_TYPE(b)) return boolean(false);
+  if (globals::is_instance_of(a, names.StateScalar)) return compare_scalars(a, b);
+  if (globals::is_instance_of(a, names.StateArray)) return boolean(compare_arrays(a, b));
+  if (globals::is_instance_of(a, names.StateMapping)) return boolean(compare_mappings(a, b));
+  if (globals::is_instance_of(a, names.StateSequence)) return boolean(compare_sequences(a, b));
+  return boolean(false);
+}
+
+Ref states_value_equal(PyObject* const* arguments) {
+  const auto [a, b] = unpack<2>(arguments);
+  if (untouched()) {
+    if (Ref result = typed_values_equal(a, b)) return result;
+  }
+  return compare_canonically(a, b);
+}
+
+Ref states_equal(PyObject* const* arguments) {
+  const auto [a, b] = unpack<2>(arguments);
+  if (a == Py_None || b == Py_None) return boolean(a == b);
+  if (untouched()) {
+    if (Ref result = payloads_equal(a, b)) return result;
+  }
+  Ref left = call(globals::lookup(names.coerce_state).get(), a);
+  Ref right = call(globals::lookup(names.coerce_state).get(), b);
+  return call(globals::lookup(names.states_value_equal).get(), left.get(), right.get());
+}
+
+}  // namespace
+
+void define_states_equal() {
+  Ref math = globals::lookup(names.math);
+  PyObject* dict = PyModule_GetDict(math.get());
+  check_indicator();
+  math_names.start(dict);
+  math_names.expect(names.isnan, get_attr(math.get(), names.isnan).get());
+  define_function(kStatesEqual);
+  define_function(kStatesValueEqual);
+}
+
+}  // namespace typed_shapes
