@@ -44,8 +44,7 @@ constexpr RecordTable kTable = {
 
 constinit Record record{kTable};
 
-// --- Validation
-// --------------------------------------------------------------------------------------
+// --- Validation ---
 
 Ref post_init(PyObject* const* arguments) {
   const auto [self] = unpack<1>(arguments);
@@ -69,8 +68,7 @@ bool accepts(PyObject* const* values) {
          PyUnicode_Compare(values[1], names.era_index) == 0 && PyDict_CheckExact(values[2]);
 }
 
-// --- Coercion
-// ----------------------------------------------------------------------------------------
+// --- Coercion ---
 
 // The version where it is an int (a bool is one), else 0.
 Ref version_of(PyObject* raw) {
@@ -91,9 +89,11 @@ Ref epochs_of(PyObject* raw) {
 }
 
 Ref extras_of(PyObject* raw) {
+  PyObject* const known_keys[] = {names.schema_version, names.bundle_kind, names.epochs};
+  if (Ref extras = plain_items_without(raw, known_keys)) return extras;
   Ref extras = own(PyDict_New());
   for_each_item(raw, [&](PyObject* key, PyObject* value) {
-    for (PyObject* known : {names.schema_version, names.bundle_kind, names.epochs}) {
+    for (PyObject* known : known_keys) {
       if (!compare(key, known, Py_NE)) return;
     }
     check(PyDict_SetItem(extras.get(), key, value));

@@ -49,18 +49,21 @@ Ref post_init(PyObject* const* arguments) {
   return none();
 }
 
-bool accepts(PyObject* const* values) {
-  return PyDict_CheckExact(values[0]) && PyDict_GET_SIZE(values[0]) > 0 &&
-         has_named_entries(values[0], [](PyObject* /*pool_id*/, PyObject* stages) {
+bool is_plain_dict_of_dicts(PyObject* object) {
+  return PyDict_CheckExact(object) && PyDict_GET_SIZE(object) > 0 &&
+         has_named_entries(object, [](PyObject* /*pool_id*/, PyObject* stages) {
            return PyDict_CheckExact(stages);
          });
 }
+
+bool accepts(PyObject* const* values) { return is_plain_dict_of_dicts(values[0]); }
 
 Ref from_raw(PyObject* const* arguments) {
   const auto [cls, raw] = unpack<2>(arguments);
   if (globals::is_instance_of(raw, names.Metaparameters)) return Ref::borrow(raw);
   if (raw == Py_None || !is_dict(raw) || !is_true(raw)) return none();
-  if (!all_of(call_method(raw, names.values).get(), is_dict)) return none();
+  if (!is_plain_dict_of_dicts(raw) && !all_of(call_method(raw, names.values).get(), is_dict))
+    return none();
   return record.create(cls, {dict_from(raw).get()});
 }
 

@@ -1,33 +1,114 @@
 #include "batch/stage_buckets.h"
 
 #include "common/checks.h"
+#include "common/scopes.h"
 
 namespace typed_shapes {
 
 namespace {
 
-// value[start:end]
-Ref cut(PyObject* value, PyObject* start, PyObject* end) {
+// The bounds of a cut. Each use makes its own slice, as the expression value[start:end] does.
+struct Bounds {
+  PyObject* start;
+  PyObject* end;
+
+  [[nodiscard]] Ref slice() const { return own(PySlice_New(start, end, nullptr)); }
+  [[nodiscard]] bool are_plain() const {
+    return (start == Py_None || PyLong_CheckExact(start)) &&
+           (end == Py_None || PyLong_CheckExact(end));
+  }
+};
+
+// --- Canonical path ---
+
+Ref cut(PyObject* value, const Bounds& bounds) {
   const PyMappingMethods* mapping = Py_TYPE(value)->tp_as_mapping;
   if (mapping == nullptr || mapping->mp_subscript == nullptr) {
     raise(PyExc_TypeError, "'%.200s' object is unsliceable", Py_TYPE(value)->tp_name);
   }
-  return get_item(value, own(PySlice_New(start, end, nullptr)).get());
+  return get_item(value, bounds.slice().get());
+}
+
+Ref cut_flat(PyObject* flat, const Bounds& bounds) {
+  Ref result = own(PyDict_New());
+  for_each_item(flat, [&](PyObject* key, PyObject* value) {
+    check(PyDict_SetItem(result.get(), key, cut(value, bounds).get()));
+  });
+  return result;
 }
 
 // The new dict for an inner one, or the inner one itself where it has no array.
-Ref cut_inner(PyObject* inner, PyObject* start, PyObject* end) {
+Ref cut_inner(PyObject* inner, const Bounds& bounds) {
   Ref result = own(PyDict_New());
   bool has_array = false;
   for_each_item(inner, [&](PyObject* key, PyObject* value) {
-    if (!is_array(value)) {
-      check(PyDict_SetItem(result.get(), key, value));
-      return;
-    }
-    check(PyDict_SetItem(result.get(), key, cut(value, start, end).get()));
-    has_array = true;
+    const bool is_cut = is_array(value);
+    has_array |= is_cut;
+    Ref kept = is_cut ? cut(value, bounds) : Ref::borrow(value);
+    check(PyDict_SetItem(result.get(), key, kept.get()));
   });
   return has_array ? std::move(result) : Ref::borrow(inner);
+}
+
+// --- Fast path ---
+
+// Whether a value is surely no array.
+bool is_surely_other(PyObject* value) {
+  return is_exact_builtin(value) || (has_settled_class(value) && !PyArray_Check(value));
+}
+
+// A copy of an exact dict with its arrays cut; the dict itself where it has none. Null where the
+// canonical path has to decide: at a value that may run code, and, where all must be arrays, at any
+// other value.
+Ref cut_plain(PyObject* dict, PyObject* slice, bool all_arrays) {
+  if (!PyDict_CheckExact(dict)) return {};
+  Ref result = own(PyDict_Copy(dict));
+  bool has_array = false;
+  Py_ssize_t position = 0;
+  PyObject* key = nullptr;
+  PyObject* value = nullptr;
+  while (PyDict_Next(dict, &position, &key, &value) != 0) {
+    if (!PyUnicode_CheckExact(key)) return {};
+    if (PyArray_CheckExact(value)) {
+      // The key is there already: only its value changes.
+      check(PyDict_SetItem(result.get(), key, get_item(value, slice).get()));
+      has_array = true;
+    } else if (all_arrays || !is_surely_other(value)) {
+      return {};
+    }
+  }
+  return has_array || all_arrays ? std::move(result) : Ref::borrow(dict);
+}
+
+Buckets new_buckets() { return {own(PyDict_New()), own(PyDict_New()), own(PyDict_New())}; }
+
+PyObject* bucket_named(const Buckets& buckets, PyObject* name) {
+  if (name == names.flat) return buckets.flat.get();
+  return name == names.nested ? buckets.nested.get() : buckets.opaque.get();
+}
+
+// The same as bucket_of, where the type alone settles it; null where it does not.
+PyObject* plain_bucket_of(PyObject* value) {
+  if (PyArray_CheckExact(value)) return names.flat;
+  if (PyDict_CheckExact(value)) return names.nested;
+  if (is_exact_builtin(value)) return names.opaque;
+  const bool is_settled = has_settled_class(value) && !PyDict_Check(value) && !PyArray_Check(value);
+  return is_settled ? names.opaque : nullptr;
+}
+
+// The fast path of sorting: no Python code runs. False where the canonical path has to decide.
+bool sort_plain_values(PyObject* raw, Buckets& buckets) {
+  if (!PyDict_CheckExact(raw) || !numpy_untouched()) return false;
+  buckets = new_buckets();
+  Py_ssize_t position = 0;
+  PyObject* key = nullptr;
+  PyObject* value = nullptr;
+  while (PyDict_Next(raw, &position, &key, &value) != 0) {
+    PyObject* bucket = plain_bucket_of(value);
+    if (bucket == nullptr || !PyUnicode_CheckExact(key)) return false;
+    check(PyDict_SetItem(bucket_named(buckets, bucket), key, value));
+  }
+  return true;
 }
 
 }  // namespace
@@ -38,29 +119,36 @@ PyObject* bucket_of(PyObject* value) {
 }
 
 Buckets sort_values(PyObject* raw) {
-  Buckets buckets{own(PyDict_New()), own(PyDict_New()), own(PyDict_New())};
+  Buckets buckets;
+  if (sort_plain_values(raw, buckets)) return buckets;
+  buckets = new_buckets();
   for_each_item(raw, [&](PyObject* key, PyObject* value) {
-    PyObject* name = bucket_of(value);
-    const Ref& bucket = name == names.flat     ? buckets.flat
-                        : name == names.nested ? buckets.nested
-                                               : buckets.opaque;
-    check(PyDict_SetItem(bucket.get(), key, value));
+    check(PyDict_SetItem(bucket_named(buckets, bucket_of(value)), key, value));
   });
   return buckets;
 }
 
 Ref cut_values(PyObject* flat, PyObject* start, PyObject* end) {
-  Ref result = own(PyDict_New());
-  for_each_item(flat, [&](PyObject* key, PyObject* value) {
-    check(PyDict_SetItem(result.get(), key, cut(value, start, end).get()));
-  });
-  return result;
+  const Bounds bounds{start, end};
+  if (bounds.are_plain() && numpy_untouched()) {
+    // A collection could run code that changes what is being walked.
+    const CollectorPause pause;
+    if (Ref result = cut_plain(flat, bounds.slice().get(), true)) return result;
+  }
+  return cut_flat(flat, bounds);
 }
 
 Ref cut_nested(PyObject* nested, PyObject* start, PyObject* end) {
+  const Bounds bounds{start, end};
   Ref result = own(PyDict_New());
   for_each_item(nested, [&](PyObject* key, PyObject* inner) {
-    check(PyDict_SetItem(result.get(), key, cut_inner(inner, start, end).get()));
+    Ref kept;
+    if (bounds.are_plain() && numpy_untouched()) {
+      const CollectorPause pause;
+      kept = cut_plain(inner, bounds.slice().get(), false);
+    }
+    if (!kept) kept = cut_inner(inner, bounds);
+    check(PyDict_SetItem(result.get(), key, kept.get()));
   });
   return result;
 }

@@ -67,8 +67,7 @@ constexpr RecordTable kTable = {
 
 constinit Record record{kTable};
 
-// --- Validation
-// --------------------------------------------------------------------------------------
+// --- Validation ---
 
 Ref post_init(PyObject* const* arguments) {
   const auto [self] = unpack<1>(arguments);
@@ -83,8 +82,7 @@ bool accepts(PyObject* const* values) {
                      [](PyObject* bucket) { return PyDict_CheckExact(bucket); });
 }
 
-// --- Coercion
-// ----------------------------------------------------------------------------------------
+// --- Coercion ---
 
 Ref from_mapping(PyObject* const* arguments) {
   const auto [cls, raw] = unpack<2>(arguments);
@@ -108,8 +106,7 @@ Ref from_optional_mapping(PyObject* const* arguments) {
   return raw == Py_None ? record.create(cls, {}) : call_method(cls, names.from_mapping, raw);
 }
 
-// --- Batches
-// -----------------------------------------------------------------------------------------
+// --- Batches ---
 
 Ref slice_t(PyObject* const* arguments) {
   const auto [self, start, end] = unpack<3>(arguments);
@@ -120,8 +117,7 @@ Ref slice_t(PyObject* const* arguments) {
   return record.create(cls.get(), {flat.get(), nested.get(), opaque.get()});
 }
 
-// --- Values
-// ------------------------------------------------------------------------------------------
+// --- Values ---
 
 // The first bucket that has the key; null where none has.
 Ref bucket_with(PyObject* self, PyObject* key) {

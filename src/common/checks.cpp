@@ -1,5 +1,7 @@
 #include "common/checks.h"
 
+#include <algorithm>
+
 namespace typed_shapes {
 
 void require_dict(PyObject* value, const char* what) {
@@ -60,6 +62,21 @@ bool has_settled_class(PyObject* object) noexcept {
   return (type->tp_flags & Py_TPFLAGS_HEAPTYPE) == 0 &&
          type->tp_getattro == PyObject_GenericGetAttr &&
          _PyType_Lookup(type, names.class_dunder) == class_of_object;
+}
+
+Ref plain_items_without(PyObject* object, std::span<PyObject* const> excluded) {
+  if (!PyDict_CheckExact(object)) return {};
+  Ref result = own(PyDict_New());
+  Py_ssize_t position = 0;
+  PyObject* key = nullptr;
+  PyObject* value = nullptr;
+  while (PyDict_Next(object, &position, &key, &value) != 0) {
+    if (!PyUnicode_CheckExact(key)) return {};
+    const bool is_excluded =
+        std::ranges::any_of(excluded, [&](PyObject* name) { return is_same_text(key, name); });
+    if (!is_excluded) check(PyDict_SetItem(result.get(), key, value));
+  }
+  return result;
 }
 
 }  // namespace typed_shapes

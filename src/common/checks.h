@@ -3,14 +3,15 @@
 // accept, without running Python code.
 #pragma once
 
+#include <span>
+
 #include "common/globals.h"
 #include "common/message.h"
 #include "common/numpy_api.h"
 
 namespace typed_shapes {
 
-// --- Canonical
-// ---------------------------------------------------------------------------------------
+// --- Canonical ---
 
 // "<what> must be a dict; got <type>"
 void require_dict(PyObject* value, const char* what);
@@ -49,8 +50,7 @@ void for_each_item(PyObject* mapping, Visit&& visit) {
 // dict(value or {})
 [[nodiscard]] Ref dict_or_empty(PyObject* value);
 
-// --- Accepting
-// ---------------------------------------------------------------------------------------
+// --- Accepting ---
 
 [[nodiscard]] inline bool is_plain_name(PyObject* object) {
   return PyUnicode_CheckExact(object) && PyUnicode_GET_LENGTH(object) > 0;
@@ -77,5 +77,15 @@ template <typename Predicate>
   }
   return true;
 }
+
+// Whether both are the same text; both are exact strs.
+[[nodiscard]] inline bool is_same_text(PyObject* left, PyObject* right) noexcept {
+  return left == right || (PyUnicode_GET_LENGTH(left) == PyUnicode_GET_LENGTH(right) &&
+                           PyUnicode_Compare(left, right) == 0);
+}
+
+// A new dict of the items whose keys are none of these names; null where the object is not an exact
+// dict with exact strs for keys.
+[[nodiscard]] Ref plain_items_without(PyObject* object, std::span<PyObject* const> excluded);
 
 }  // namespace typed_shapes

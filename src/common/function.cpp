@@ -53,8 +53,7 @@ void set_member(NativeFunction* function, Member member, Ref value) {
   Ref old = Ref::steal(std::exchange(function->members[member], value.release()));
 }
 
-// --- Calls
-// -------------------------------------------------------------------------------------------
+// --- Calls ---
 
 PyObject* call_function(PyObject* callable, PyObject* const* args, std::size_t nargsf,
                         PyObject* kwnames) {
@@ -83,8 +82,7 @@ PyObject* bind_method(PyObject* function, PyObject* instance, PyObject* /*owner*
   return PyMethod_New(function, instance);
 }
 
-// --- Life
-// --------------------------------------------------------------------------------------------
+// --- Life ---
 
 int traverse(PyObject* self, visitproc visit, void* arg) {
   Py_VISIT(Py_TYPE(self));
@@ -107,8 +105,7 @@ void deallocate(PyObject* self) {
   PyObject_GC_Del(self);
 }
 
-// --- Attributes
-// --------------------------------------------------------------------------------------
+// --- Attributes ---
 
 PyObject* represent(PyObject* self) {
   return PyUnicode_FromFormat("<function %U at %p>", as_function(self)->members[kQualname], self);
@@ -225,8 +222,7 @@ PyType_Slot slot(int id, Function* function) {
   return {id, reinterpret_cast<void*>(function)};
 }
 
-// --- Creation
-// ----------------------------------------------------------------------------------------
+// --- Creation ---
 
 Ref text(const std::string& characters) {
   PyObject* result = own(PyUnicode_FromStringAndSize(characters.data(),

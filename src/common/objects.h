@@ -24,8 +24,17 @@ namespace typed_shapes {
 inline void set_attr(PyObject* object, PyObject* name, PyObject* value) {
   check(PyObject_SetAttr(object, name, value));
 }
+// Whether the object is exactly of a common builtin type, whose __class__ nobody can change.
+[[nodiscard]] inline bool is_exact_builtin(PyObject* object) noexcept {
+  return PyDict_CheckExact(object) || PyUnicode_CheckExact(object) || PyList_CheckExact(object) ||
+         PyLong_CheckExact(object) || PyFloat_CheckExact(object) || PyTuple_CheckExact(object) ||
+         PyBool_Check(object) || object == Py_None;
+}
 // isinstance(object, type)
 [[nodiscard]] inline bool is_instance(PyObject* object, PyObject* type) {
+  if (PyType_CheckExact(type) && is_exact_builtin(object)) {
+    return PyType_IsSubtype(Py_TYPE(object), reinterpret_cast<PyTypeObject*>(type)) != 0;
+  }
   return check(PyObject_IsInstance(object, type)) != 0;
 }
 [[nodiscard]] inline bool is_dict(PyObject* object) {

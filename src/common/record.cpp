@@ -127,6 +127,10 @@ void Record::define(vectorcallfunc overlay) {
   type->tp_vectorcall = overlay;
 }
 
+bool Record::stands_for(PyObject* cls) noexcept {
+  return cls == reinterpret_cast<PyObject*>(type()) && untouched() && globals::untouched();
+}
+
 Ref Record::build(PyObject* const* values) const {
   // object.__new__ and not tp_alloc: it prepares the inline attribute values, without which every
   // instance would grow a dictionary of its own.
@@ -147,7 +151,12 @@ Ref Record::field(PyObject* instance, std::size_t index) const {
   return own_attribute(PyObject_GenericGetAttr(instance, field_names()[index]));
 }
 
-Ref Record::build_checked(std::array<PyObject*, kMaxParameters>& values) const {
+Ref Record::build_accepted(PyObject* const* values) const {
+  if (table_.accepts != nullptr && !table_.accepts(values)) return {};
+  return build(values);
+}
+
+Ref Record::build_with_defaults(Values& values) const {
   std::array<Ref, kMaxParameters> defaults;
   for (std::size_t i = 0; i < table_.fields.size(); ++i) {
     if (values[i] != nullptr) continue;
@@ -155,21 +164,26 @@ Ref Record::build_checked(std::array<PyObject*, kMaxParameters>& values) const {
     if (!defaults[i]) return {};
     values[i] = defaults[i].get();
   }
-  if (table_.accepts != nullptr && !table_.accepts(values.data())) return {};
-  return build(values.data());
+  return build_accepted(values.data());
+}
+
+Ref Record::build_checked(Values& values) const {
+  const auto* end = values.begin() + table_.fields.size();
+  const bool complete = std::find(values.cbegin(), end, nullptr) == end;
+  return complete ? build_accepted(values.data()) : build_with_defaults(values);
 }
 
 Ref Record::construct_natively(const CallArguments& arguments) const {
   const std::size_t count = table_.fields.size();
   if (static_cast<std::size_t>(arguments.positional) > count) return {};
-  std::array<PyObject*, kMaxParameters> values{};
+  Values values{};
   if (match_arguments(field_names(), arguments, {values.data(), count}).any()) return {};
   return build_checked(values);
 }
 
 Ref Record::create(PyObject* cls, std::initializer_list<PyObject*> given) {
-  if (cls == reinterpret_cast<PyObject*>(type()) && untouched() && globals::untouched()) {
-    std::array<PyObject*, kMaxParameters> values{};
+  if (stands_for(cls)) {
+    Values values{};
     std::ranges::copy(given, values.begin());
     if (Ref instance = build_checked(values)) return instance;
   }
@@ -179,14 +193,14 @@ Ref Record::create(PyObject* cls, std::initializer_list<PyObject*> given) {
   return call_keywords(cls, {}, {keywords.data(), given.size()});
 }
 
-PyObject* Record::construct(PyObject* type, PyObject* const* args, std::size_t nargsf,
+PyObject* Record::construct(PyObject* cls, PyObject* const* args, std::size_t nargsf,
                             PyObject* kwnames) noexcept {
   return guarded([&] {
     const CallArguments arguments(args, nargsf, kwnames);
-    if (untouched() && globals::untouched()) {
+    if (stands_for(cls)) {
       if (Ref instance = construct_natively(arguments)) return instance;
     }
-    return call_type(type, arguments);
+    return call_type(cls, arguments);
   });
 }
 

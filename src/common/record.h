@@ -59,6 +59,8 @@ class Record {
   [[nodiscard]] PyTypeObject* type() const noexcept { return watch_.type(); }
   // Whether a native build is what the class itself would do.
   [[nodiscard]] bool untouched() noexcept { return watch_.untouched(); }
+  // Whether a call of cls is one of this class, and native code may stand for it.
+  [[nodiscard]] bool stands_for(PyObject* cls) noexcept;
   // Whether the object is an instance of exactly this class. Only for an untouched module.
   [[nodiscard]] bool is_exact(PyObject* object) const noexcept { return Py_TYPE(object) == type(); }
 
@@ -82,9 +84,14 @@ class Record {
   [[nodiscard]] std::span<PyObject* const> field_names() const noexcept {
     return {&PyTuple_GET_ITEM(field_names_.get(), 0), table_.fields.size()};
   }
-  // The checked instance with these values, null ones replaced by the fields' defaults; null where
-  // the generated __init__ has to decide.
-  [[nodiscard]] Ref build_checked(std::array<PyObject*, kMaxParameters>& values) const;
+  // Field by field, in field order; null where the field is left to its default.
+  using Values = std::array<PyObject*, kMaxParameters>;
+
+  // The instance with these values if the class accepts them; null where the generated __init__ has
+  // to decide.
+  [[nodiscard]] Ref build_checked(Values& values) const;
+  [[nodiscard]] Ref build_with_defaults(Values& values) const;
+  [[nodiscard]] Ref build_accepted(PyObject* const* values) const;
   [[nodiscard]] Ref construct_natively(const CallArguments& arguments) const;
   [[nodiscard]] Ref make_class() const;
   [[nodiscard]] Ref decorated(PyObject* type) const;

@@ -60,8 +60,7 @@ constexpr RecordTable kTable = {
 
 constinit Record record{kTable};
 
-// --- Validation
-// --------------------------------------------------------------------------------------
+// --- Validation ---
 
 [[noreturn]] void refuse_children(PyObject* children) {
   raise_schema_error({"FunctionGraphNode.children must be a list; got ", type_name(children)});
@@ -97,8 +96,7 @@ bool accepts(PyObject* const* values) {
   return true;
 }
 
-// --- Coercion
-// ----------------------------------------------------------------------------------------
+// --- Coercion ---
 
 // mapping.get(key), or mapping.get(other_key, *fallback) where that is None
 template <typename... Fallback>

@@ -3,7 +3,7 @@
 #include <array>
 #include <cstdint>
 
-#include "common/globals.h"
+#include "common/checks.h"
 #include "common/scopes.h"
 
 namespace typed_shapes {
@@ -37,19 +37,13 @@ bool is_plain_non_dict(PyObject* object) {
          PyLong_CheckExact(object) || PyFloat_CheckExact(object) || PyBool_Check(object);
 }
 
-// Whether both are the same text; both are exact strs.
-bool same_text(PyObject* left, PyObject* right) {
-  return left == right || (PyUnicode_GET_LENGTH(left) == PyUnicode_GET_LENGTH(right) &&
-                           PyUnicode_Compare(left, right) == 0);
-}
-
 Key find_key(PyObject* text) {
   PyObject* const texts[kKeyCount] = {
       names.type,          names.op,           names.node,   names.name,
       names.function_name, names.children,     names.args,   names.config,
       names.params,        names.canonical_id, names.family, names.value};
   for (std::uint8_t key = 0; key < kKeyCount; ++key) {
-    if (same_text(texts[key], text)) return static_cast<Key>(key);
+    if (is_same_text(texts[key], text)) return static_cast<Key>(key);
   }
   return kOther;
 }
@@ -119,13 +113,13 @@ class GraphBuilder {
     PyObject* node = either(either(entries[kNode], entries[kName]), entries[kFunctionName]);
     if (PyUnicode_CheckExact(type)) {
       if (check(PySet_Contains(runtime_types_, type)) != 0) return {type, either(node, op)};
-      if (!same_text(type, names.expression)) return {names.rotation, either(node, type)};
+      if (!is_same_text(type, names.expression)) return {names.rotation, either(node, type)};
     } else if (type != Py_None) {
       return {};
     }
     if (PyUnicode_CheckExact(op)) {
-      if (same_text(op, names.feature)) return {names.feature, entries[kName]};
-      if (same_text(op, names.filtration)) return {names.filtration, names.filtration};
+      if (is_same_text(op, names.feature)) return {names.feature, entries[kName]};
+      if (is_same_text(op, names.filtration)) return {names.filtration, names.filtration};
       if (PyUnicode_GET_LENGTH(op) > 0) return {names.rotation, op};
     } else if (op != Py_None) {
       return {};
@@ -159,10 +153,7 @@ class GraphBuilder {
 }  // namespace
 
 Ref build_graph(Record& record, PyObject* cls, PyObject* raw) {
-  if (!PyDict_CheckExact(raw) || !globals::untouched() || !record.untouched() ||
-      cls != reinterpret_cast<PyObject*>(record.type())) {
-    return {};
-  }
+  if (!PyDict_CheckExact(raw) || !record.stands_for(cls)) return {};
   Ref runtime_types = globals::lookup(names.GRAPH_RUNTIME_TYPES);
   const CollectorPause pause;
   return GraphBuilder(record, runtime_types.get()).build(raw);

@@ -64,8 +64,7 @@ constexpr RecordTable kTable = {
 
 constinit Record record{kTable};
 
-// --- Validation
-// --------------------------------------------------------------------------------------
+// --- Validation ---
 
 Ref post_init(PyObject* const* arguments) {
   const auto [self] = unpack<1>(arguments);
@@ -82,8 +81,7 @@ bool accepts(PyObject* const* values) {
   return is_plain_name(values[0]) && (values[6] == Py_None || window_spec.is_exact(values[6]));
 }
 
-// --- Coercion of one entry
-// ---------------------------------------------------------------------------
+// --- Coercion of one entry ---
 
 // The same declaration under another name.
 Ref renamed(PyObject* name, PyObject* spec) {
@@ -101,7 +99,7 @@ Ref renamed(PyObject* name, PyObject* spec) {
 // Any dict with a bound is taken for a window too, whatever its name: its bounds must be integers.
 Ref window_of(PyObject* name, PyObject* raw) {
   if (compare(name, names.window, Py_EQ) || contains(raw, names.min) || contains(raw, names.max)) {
-    return call_method(globals::lookup(names.WindowSpec).get(), names.from_raw, raw);
+    return coerce_window(raw);
   }
   return none();
 }
@@ -132,8 +130,14 @@ Ref from_raw(PyObject* const* arguments) {
   return from_dict(cls, name, raw);
 }
 
-// --- Coercion of a schema
-// ----------------------------------------------------------------------------
+// cls.from_raw(name, raw)
+Ref coerce_entry(PyObject* cls, PyObject* name, PyObject* raw) {
+  if (!record.stands_for(cls)) return call_method(cls, names.from_raw, name, raw);
+  PyObject* const arguments[] = {cls, name, raw};
+  return from_raw(arguments);
+}
+
+// --- Coercion of a schema ---
 
 Ref param_name(PyObject* const* arguments) {
   const auto [spec] = unpack<1>(arguments);
@@ -145,7 +149,7 @@ Ref param_name(PyObject* const* arguments) {
 Ref from_list_entry(PyObject* cls, PyObject* entry) {
   if (globals::is_instance_of(entry, names.ParamSpec)) return Ref::borrow(entry);
   Ref name = call(globals::lookup(names.param_name).get(), entry);
-  return call_method(cls, names.from_raw, name.get(), entry);
+  return coerce_entry(cls, name.get(), entry);
 }
 
 Ref from_mapping(PyObject* const* arguments) {
@@ -158,7 +162,7 @@ Ref from_mapping(PyObject* const* arguments) {
     });
   } else if (is_dict(raw)) {
     for_each_item(raw, [&, cls = cls](PyObject* key, PyObject* value) {
-      check(PyList_Append(specs.get(), call_method(cls, names.from_raw, key, value).get()));
+      check(PyList_Append(specs.get(), coerce_entry(cls, key, value).get()));
     });
   } else {
     raise_schema_error(

@@ -51,8 +51,7 @@ bool is_bool(PyObject* object) {
   return is_instance(object, reinterpret_cast<PyObject*>(&PyBool_Type));
 }
 
-// --- Validation
-// --------------------------------------------------------------------------------------
+// --- Validation ---
 
 Ref post_init(PyObject* const* arguments) {
   const auto [self] = unpack<1>(arguments);
@@ -72,8 +71,7 @@ bool accepts(PyObject* const* values) {
                      [](PyObject* value) { return value == Py_None || PyLong_CheckExact(value); });
 }
 
-// --- Coercion
-// ----------------------------------------------------------------------------------------
+// --- Coercion ---
 
 Ref from_raw(PyObject* const* arguments) {
   const auto [cls, raw] = unpack<2>(arguments);
@@ -110,6 +108,13 @@ Ref picked(PyObject* const* arguments) {
 }  // namespace
 
 constinit Record window_spec{kTable};
+
+Ref coerce_window(PyObject* raw) {
+  Ref cls = globals::lookup(names.WindowSpec);
+  if (!window_spec.stands_for(cls.get())) return call_method(cls.get(), names.from_raw, raw);
+  PyObject* const arguments[] = {cls.get(), raw};
+  return from_raw(arguments);
+}
 
 void define_window_spec() { define_record<window_spec>(); }
 

@@ -62,8 +62,7 @@ constexpr RecordTable kTable = {
 
 constinit Record record{kTable};
 
-// --- Validation
-// --------------------------------------------------------------------------------------
+// --- Validation ---
 
 void check_component(PyObject* label, PyObject* array) {
   require_non_empty_str(label, "CostResult.breakdown label");
@@ -88,8 +87,7 @@ bool accepts(PyObject* const* values) {
          });
 }
 
-// --- Coercion
-// ----------------------------------------------------------------------------------------
+// --- Coercion ---
 
 Ref from_raw(PyObject* const* arguments) {
   PyObject* raw = arguments[1];

@@ -37,8 +37,7 @@ constexpr RecordTable kTable = {
 
 constinit Record record{kTable};
 
-// --- Validation
-// --------------------------------------------------------------------------------------
+// --- Validation ---
 
 // The name's own characters, whatever a subclass of str makes of str().
 Ref owner(PyObject* name) { return message({"HistoryData['", name, "']"}); }
@@ -76,8 +75,7 @@ bool accepts(PyObject* const* values) {
          });
 }
 
-// --- Coercion
-// ----------------------------------------------------------------------------------------
+// --- Coercion ---
 
 Ref from_raw(PyObject* const* arguments) {
   const auto [cls, raw, context] = unpack<3>(arguments);

@@ -46,8 +46,7 @@ constexpr RecordTable kTable = {
 
 constinit Record record{kTable};
 
-// --- Validation
-// --------------------------------------------------------------------------------------
+// --- Validation ---
 
 Ref owner(PyObject* tag) { return message({"UniverseMasks['", str(tag), "']"}); }
 
@@ -125,8 +124,7 @@ bool accepts(PyObject* const* values) {
   });
 }
 
-// --- Coercion
-// ----------------------------------------------------------------------------------------
+// --- Coercion ---
 
 Ref from_raw(PyObject* const* arguments) {
   const auto [cls, raw, n_alloc] = unpack<3>(arguments);

@@ -47,8 +47,7 @@ Ref reject(PyObject* const* arguments) {
   raise_exception(call_keywords(error_class.get(), positional, keywords).get());
 }
 
-// --- Canonical path
-// ----------------------------------------------------------------------------------
+// --- Canonical path ---
 
 // One call of validate_function_state. Attributes of the state are read anew for each use.
 class Restore {
@@ -101,8 +100,7 @@ class Restore {
   PyObject* expected_version_;
 };
 
-// --- Fast path
-// ---------------------------------------------------------------------------------------
+// --- Fast path ---
 
 // Whether both are equal, told without running Python code; false also means "not sure".
 bool surely_equal(PyObject* value, PyObject* expected) {

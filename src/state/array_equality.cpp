@@ -16,8 +16,7 @@ namespace {
 // Small enough to stay in the first-level cache between the two looks at a block.
 constexpr std::size_t kBlockBytes = 8192;
 
-// --- Real and complex floats
-// -------------------------------------------------------------------------
+// --- Real and complex floats ---
 
 // float16 by its bits.
 struct Half {
@@ -112,8 +111,7 @@ Verdict compare_complex(const void* a, const void* b, std::size_t count) noexcep
   return all_match(x, y, count) ? Verdict::kEqual : Verdict::kDifferent;
 }
 
-// --- Integers
-// ----------------------------------------------------------------------------------------
+// --- Integers ---
 
 // Whether float64 (which NumPy compares in) holds the integer as it is.
 template <typename Integer>
@@ -153,8 +151,7 @@ Verdict compare_bools(const void* a, const void* b, std::size_t count) noexcept 
   return Verdict::kUnsure;
 }
 
-// --- Arrays
-// ------------------------------------------------------------------------------------------
+// --- Arrays ---
 
 using Compare = Verdict (*)(const void*, const void*, std::size_t);
 

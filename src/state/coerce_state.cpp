@@ -22,8 +22,7 @@ constexpr FunctionTable kCoerceState = {
 
 constexpr const char* kWhere = " while coercing a function state";
 
-// --- Canonical path
-// ----------------------------------------------------------------------------------
+// --- Canonical path ---
 
 Ref coerce_item(PyObject* item) { return call(globals::lookup(names.coerce_state).get(), item); }
 
@@ -75,8 +74,7 @@ Ref coerce_canonically(PyObject* raw) {
   return state_scalar.create(globals::lookup(names.StateScalar).get(), {raw});
 }
 
-// --- Fast path
-// ---------------------------------------------------------------------------------------
+// --- Fast path ---
 
 // Builds the typed form without running Python code, so that every borrowed reference holds. Null
 // where the canonical path has to decide.

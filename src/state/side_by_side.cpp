@@ -53,8 +53,7 @@ View view(const Operand& operand) {
   return {Variant::kNone, {}};
 }
 
-// --- Scalars
-// -----------------------------------------------------------------------------------------
+// --- Scalars ---
 
 bool is_float(PyObject* object) noexcept {
   return PyFloat_CheckExact(object) || Py_IS_TYPE(object, &PyDoubleArrType_Type);
@@ -62,8 +61,8 @@ bool is_float(PyObject* object) noexcept {
 
 // The builtin scalars that compare among each other without a warning and without foreign code.
 bool is_builtin_scalar(PyObject* object) noexcept {
-  return object == Py_None || PyBool_Check(object) || PyLong_CheckExact(object) ||
-         PyFloat_CheckExact(object) || PyUnicode_CheckExact(object);
+  return PyFloat_CheckExact(object) || PyLong_CheckExact(object) || PyUnicode_CheckExact(object) ||
+         object == Py_None || PyBool_Check(object);
 }
 
 Verdict verdict(bool equal) noexcept { return equal ? Verdict::kEqual : Verdict::kDifferent; }
@@ -81,8 +80,7 @@ Verdict compare_scalars(PyObject* a, PyObject* b, bool outermost) {
   return verdict(check(PyObject_RichCompareBool(a, b, Py_EQ)) != 0);
 }
 
-// --- Containers
-// --------------------------------------------------------------------------------------
+// --- Containers ---
 
 Verdict compare(const Operand& a, const Operand& b);
 
@@ -95,12 +93,19 @@ bool has_str_keys(PyObject* dict) noexcept {
   return true;
 }
 
+// Keys other than exact strs are turned into text first, and their own hash and == decide what is a
+// key twice: both sides must be free of them, in the part that was not walked as well.
 Verdict compare_mappings(PyObject* a, bool raw_a, PyObject* b, bool raw_b) {
   if (!PyDict_CheckExact(a) || !PyDict_CheckExact(b)) return Verdict::kUnsure;
   const RecursionLevel level(kWhere);
-  // Other keys are turned into text first, and their own hash and == decide what is a key twice.
-  if (!has_str_keys(a) || !has_str_keys(b)) return Verdict::kUnsure;
-  if (PyDict_GET_SIZE(a) != PyDict_GET_SIZE(b)) return Verdict::kDifferent;
+  bool checked = false;
+  const auto has_only_str_keys = [&] {
+    return checked || (checked = has_str_keys(a) && has_str_keys(b));
+  };
+  const auto different = [&] {
+    return has_only_str_keys() ? Verdict::kDifferent : Verdict::kUnsure;
+  };
+  if (PyDict_GET_SIZE(a) != PyDict_GET_SIZE(b)) return different();
   Py_ssize_t position_a = 0;
   Py_ssize_t position_b = 0;
   PyObject* key_a = nullptr;
@@ -108,13 +113,18 @@ Verdict compare_mappings(PyObject* a, bool raw_a, PyObject* b, bool raw_b) {
   PyObject* value_a = nullptr;
   PyObject* value_b = nullptr;
   while (PyDict_Next(a, &position_a, &key_a, &value_a) != 0) {
-    // Two states of one function mostly have their keys in one order; then no look-up is needed.
-    if (PyDict_Next(b, &position_b, &key_b, &value_b) == 0 || key_a != key_b) {
+    // Two states of one function mostly have the same keys in one order; then no look-up is needed.
+    const bool in_step = PyDict_Next(b, &position_b, &key_b, &value_b) != 0 && key_a == key_b &&
+                         PyUnicode_CheckExact(key_a);
+    if (!in_step) {
+      if (!has_only_str_keys()) return Verdict::kUnsure;
       value_b = PyDict_GetItemWithError(b, key_a);
+      if (value_b == nullptr) return Verdict::kDifferent;
     }
-    if (value_b == nullptr) return Verdict::kDifferent;
     const Verdict verdict = compare({value_a, raw_a}, {value_b, raw_b});
-    if (verdict != Verdict::kEqual) return verdict;
+    if (verdict != Verdict::kEqual) {
+      return verdict == Verdict::kDifferent ? different() : verdict;
+    }
   }
   return Verdict::kEqual;
 }
@@ -158,6 +168,10 @@ Verdict compare_views(const View& a, const View& b, bool outermost) {
 }
 
 Verdict compare(const Operand& a, const Operand& b) {
+  // Most of what is met is a builtin scalar, and scalars need no view.
+  if (a.raw && b.raw && is_builtin_scalar(a.object) && is_builtin_scalar(b.object)) {
+    return compare_scalars(a.object, b.object, false);
+  }
   return compare_views(view(a), view(b), false);
 }
 
