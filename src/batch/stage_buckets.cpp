@@ -64,19 +64,15 @@ Ref cut_plain(PyObject* dict, PyObject* slice, bool all_arrays) {
   if (!PyDict_CheckExact(dict)) return {};
   Ref result = own(PyDict_Copy(dict));
   bool has_array = false;
-  Py_ssize_t position = 0;
-  PyObject* key = nullptr;
-  PyObject* value = nullptr;
-  while (PyDict_Next(dict, &position, &key, &value) != 0) {
-    if (!PyUnicode_CheckExact(key)) return {};
-    if (PyArray_CheckExact(value)) {
-      // The key is there already: only its value changes.
-      check(PyDict_SetItem(result.get(), key, get_item(value, slice).get()));
-      has_array = true;
-    } else if (all_arrays || !is_surely_other(value)) {
-      return {};
-    }
-  }
+  const bool is_plain = all_entries(dict, [&](PyObject* key, PyObject* value) {
+    if (!PyUnicode_CheckExact(key)) return false;
+    if (!PyArray_CheckExact(value)) return !all_arrays && is_surely_other(value);
+    // The key is there already: only its value changes.
+    check(PyDict_SetItem(result.get(), key, get_item(value, slice).get()));
+    has_array = true;
+    return true;
+  });
+  if (!is_plain) return {};
   return has_array || all_arrays ? std::move(result) : Ref::borrow(dict);
 }
 
@@ -100,15 +96,12 @@ PyObject* plain_bucket_of(PyObject* value) {
 bool sort_plain_values(PyObject* raw, Buckets& buckets) {
   if (!PyDict_CheckExact(raw) || !numpy_untouched()) return false;
   buckets = new_buckets();
-  Py_ssize_t position = 0;
-  PyObject* key = nullptr;
-  PyObject* value = nullptr;
-  while (PyDict_Next(raw, &position, &key, &value) != 0) {
+  return all_entries(raw, [&](PyObject* key, PyObject* value) {
     PyObject* bucket = plain_bucket_of(value);
     if (bucket == nullptr || !PyUnicode_CheckExact(key)) return false;
     check(PyDict_SetItem(bucket_named(buckets, bucket), key, value));
-  }
-  return true;
+    return true;
+  });
 }
 
 }  // namespace

@@ -26,9 +26,8 @@ std::size_t find_name(std::span<PyObject* const> names, PyObject* keyword) {
       std::ranges::count(parameters.defaults.first(parameters.positional), nullptr));
   const bool too_few = given < required;
   const std::size_t expected = too_few ? required : parameters.positional;
-  const char* quantity = required == parameters.positional ? "exactly"
-                         : too_few                         ? "at least"
-                                                           : "at most";
+  const char* quantity = too_few ? "at least" : "at most";
+  if (required == parameters.positional) quantity = "exactly";
   raise(PyExc_TypeError, "%.200U() takes %.8s %zu positional argument%.1s (%zu given)",
         parameters.function_name, quantity, expected, expected == 1 ? "" : "s", given);
 }

@@ -35,7 +35,7 @@ Pair unpack_pair(PyObject* pair) {
   Ref iterator = Ref::steal(PyObject_GetIter(pair));
   if (!iterator) {
     if (PyErr_ExceptionMatches(PyExc_TypeError) != 0 && Py_TYPE(pair)->tp_iter == nullptr &&
-        !PySequence_Check(pair)) {
+        PySequence_Check(pair) == 0) {
       raise(PyExc_TypeError, "cannot unpack non-iterable %.200s object", Py_TYPE(pair)->tp_name);
     }
     throw PythonError{};
@@ -67,16 +67,14 @@ bool has_settled_class(PyObject* object) noexcept {
 Ref plain_items_without(PyObject* object, std::span<PyObject* const> excluded) {
   if (!PyDict_CheckExact(object)) return {};
   Ref result = own(PyDict_New());
-  Py_ssize_t position = 0;
-  PyObject* key = nullptr;
-  PyObject* value = nullptr;
-  while (PyDict_Next(object, &position, &key, &value) != 0) {
-    if (!PyUnicode_CheckExact(key)) return {};
+  const bool is_plain = all_entries(object, [&](PyObject* key, PyObject* value) {
+    if (!PyUnicode_CheckExact(key)) return false;
     const bool is_excluded =
         std::ranges::any_of(excluded, [&](PyObject* name) { return is_same_text(key, name); });
     if (!is_excluded) check(PyDict_SetItem(result.get(), key, value));
-  }
-  return result;
+    return true;
+  });
+  return is_plain ? std::move(result) : Ref();
 }
 
 }  // namespace typed_shapes

@@ -68,14 +68,9 @@ void for_each_item(PyObject* mapping, Visit&& visit) {
 // Whether the object is an exact dict of non-empty exact strs to values that the predicate takes.
 template <typename Predicate>
 [[nodiscard]] bool has_named_entries(PyObject* object, Predicate&& accepts_value) {
-  if (!PyDict_CheckExact(object)) return false;
-  Py_ssize_t position = 0;
-  PyObject* key = nullptr;
-  PyObject* value = nullptr;
-  while (PyDict_Next(object, &position, &key, &value) != 0) {
-    if (!is_plain_name(key) || !accepts_value(key, value)) return false;
-  }
-  return true;
+  return PyDict_CheckExact(object) && all_entries(object, [&](PyObject* key, PyObject* value) {
+           return is_plain_name(key) && accepts_value(key, value);
+         });
 }
 
 // Whether both are the same text; both are exact strs.

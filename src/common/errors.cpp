@@ -49,8 +49,7 @@ HandledError::HandledError() : outer_(Ref::steal(PyErr_GetHandledException())) {
 void translate_current_exception() noexcept {
   try {
     throw;
-  } catch (const PythonError&) {
-    // The indicator is already set.
+  } catch (const PythonError&) {  // NOLINT(bugprone-empty-catch): the indicator is already set
   } catch (const std::bad_alloc&) {
     PyErr_NoMemory();
   } catch (const std::exception& error) {

@@ -60,8 +60,7 @@ PyObject* call_function(PyObject* callable, PyObject* const* args, std::size_t n
   const NativeFunction* function = as_function(callable);
   const CallArguments arguments(args, nargsf, kwnames);
   // Every parameter given by position: the interpreter's own array serves.
-  if (kwnames == nullptr &&
-      static_cast<std::size_t>(arguments.positional) == function->positional &&
+  if (kwnames == nullptr && std::cmp_equal(arguments.positional, function->positional) &&
       function->positional == function->parameter_count) {
     return guarded([&] { return function->body(args); });
   }

@@ -10,11 +10,13 @@ namespace typed_shapes {
 // A piece of a message: a literal, or the str that an expression gave.
 class Piece {
  public:
-  Piece(const char* literal)
-      : text_(own(PyUnicode_FromString(literal))) {}  // NOLINT: reads as text
-  Piece(Ref text) : text_(std::move(text)) {}         // NOLINT: reads as text
+  // Implicit, so that a message reads as the list of its pieces.
+  // NOLINTBEGIN(*-explicit-constructor)
+  Piece(const char* literal) : text_(own(PyUnicode_FromString(literal))) {}
+  Piece(Ref text) : text_(std::move(text)) {}
   // The characters of a str, whatever a subclass makes of str().
-  Piece(PyObject* text) : text_(Ref::borrow(text)) {}  // NOLINT: reads as text
+  Piece(PyObject* text) : text_(Ref::borrow(text)) {}
+  // NOLINTEND(*-explicit-constructor)
 
   [[nodiscard]] PyObject* get() const noexcept { return text_.get(); }
 

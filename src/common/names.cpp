@@ -6,6 +6,7 @@ namespace typed_shapes {
 
 Names names;
 
+// NOLINTNEXTLINE(readability-function-cognitive-complexity): one line a name
 void intern_names() {
 #define TYPED_SHAPES_INTERN(member, text) \
   if (names.member == nullptr) names.member = own(PyUnicode_InternFromString(text)).release();

@@ -112,6 +112,19 @@ struct Keyword {
 Ref call_keywords(PyObject* callable, std::span<PyObject* const> positional,
                   std::span<const Keyword> keywords);
 
+// Whether the predicate takes every (key, value) of a real dict, in order. Neither the walk nor the
+// predicate may run Python code: nothing guards against a change of the dict.
+template <typename Predicate>
+bool all_entries(PyObject* dict, Predicate&& predicate) {
+  Py_ssize_t position = 0;
+  PyObject* key = nullptr;
+  PyObject* value = nullptr;
+  while (PyDict_Next(dict, &position, &key, &value) != 0) {
+    if (!predicate(key, value)) return false;
+  }
+  return true;
+}
+
 // all(predicate(item) for item in iterable), without the generator
 template <typename Predicate>
 bool all_of(PyObject* iterable, Predicate&& predicate) {

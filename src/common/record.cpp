@@ -175,7 +175,7 @@ Ref Record::build_checked(Values& values) const {
 
 Ref Record::construct_natively(const CallArguments& arguments) const {
   const std::size_t count = table_.fields.size();
-  if (static_cast<std::size_t>(arguments.positional) > count) return {};
+  if (std::cmp_greater(arguments.positional, count)) return {};
   Values values{};
   if (match_arguments(field_names(), arguments, {values.data(), count}).any()) return {};
   return build_checked(values);

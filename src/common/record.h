@@ -70,14 +70,14 @@ class Record {
 
   // cls(field=value, ...), where cls is this class or a subclass. The values stand in field order;
   // a null or missing one is left to the field's default.
-  [[nodiscard]] Ref create(PyObject* cls, std::initializer_list<PyObject*> values);
+  [[nodiscard]] Ref create(PyObject* cls, std::initializer_list<PyObject*> given);
 
   // A field of an exact instance of an untouched class, read without running Python code; null
   // where it is unset.
   [[nodiscard]] Ref field(PyObject* instance, std::size_t index) const;
 
   // What the overlay does with a call of the class.
-  PyObject* construct(PyObject* type, PyObject* const* args, std::size_t nargsf,
+  PyObject* construct(PyObject* cls, PyObject* const* args, std::size_t nargsf,
                       PyObject* kwnames) noexcept;
 
  private:

@@ -2,7 +2,7 @@
 
 #include <cstdint>
 
-#if defined(__GLIBC__)
+#ifdef __GLIBC__
 #include <pthread.h>
 #endif
 
@@ -11,11 +11,11 @@ namespace typed_shapes {
 namespace {
 
 // Enough for what a level calls between two checks, the interpreter's own handlers included.
-constexpr std::uintptr_t kStackReserve = 48 * 1024;
+constexpr std::uintptr_t kStackReserve = std::uintptr_t{48} * 1024;
 
 // The lowest address that native recursion of this thread may reach; 0 where it cannot be told.
 std::uintptr_t stack_floor() noexcept {
-#if defined(__GLIBC__)
+#ifdef __GLIBC__
   pthread_attr_t attributes;
   if (pthread_getattr_np(pthread_self(), &attributes) != 0) return 0;
   void* lowest = nullptr;

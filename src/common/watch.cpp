@@ -1,6 +1,6 @@
 #include "common/watch.h"
 
-#include "common/names.h"
+#include "common/objects.h"
 
 namespace typed_shapes {
 
@@ -12,16 +12,11 @@ namespace {
 // without running code; somebody's odd key in the way may run some, which the callers are ready
 // for: they ask before they look at anything else. An error on the way counts as a difference.
 bool holds(PyObject* dict, PyObject* expected) noexcept {
-  Py_ssize_t position = 0;
-  PyObject* name = nullptr;
-  PyObject* value = nullptr;
-  while (PyDict_Next(expected, &position, &name, &value) != 0) {
-    if (PyDict_GetItemWithError(dict, name) != value) {
-      PyErr_Clear();
-      return false;
-    }
-  }
-  return true;
+  const bool same = all_entries(expected, [&](PyObject* name, PyObject* value) {
+    return PyDict_GetItemWithError(dict, name) == value;
+  });
+  if (!same) PyErr_Clear();
+  return same;
 }
 
 }  // namespace
@@ -48,6 +43,7 @@ void ClassWatch::start(PyTypeObject* type) {
   if (!watches_usable) return;
   attributes_.set(own(PyDict_Copy(type->tp_dict)));
   mro_.set(Ref::borrow(type->tp_mro));
+  new_ = type->tp_new;
   init_ = PyDict_GetItemWithError(attributes_.get(), names.init);
   check_indicator();
   if (init_ != nullptr && PyFunction_Check(init_)) {
@@ -65,7 +61,7 @@ bool ClassWatch::recheck() noexcept {
   _PyType_Lookup(type(), names.init);
   const unsigned current = version();
   if (current == 0 || current == bad_version_) return false;
-  const bool same = type()->tp_mro == mro_.get() &&
+  const bool same = type()->tp_mro == mro_.get() && type()->tp_new == new_ &&
                     PyDict_GET_SIZE(type()->tp_dict) == PyDict_GET_SIZE(attributes_.get()) &&
                     holds(type()->tp_dict, attributes_.get());
   (same ? good_version_ : bad_version_) = current;

@@ -62,6 +62,7 @@ class ClassWatch {
   Slot type_;
   Slot attributes_;  // a copy of the class dictionary
   Slot mro_;
+  newfunc new_ = nullptr;     // taking a patched __new__ back does not bring the slot back
   PyObject* init_ = nullptr;  // kept alive by attributes_
   Slot init_code_;
   Slot init_defaults_;

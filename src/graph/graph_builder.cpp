@@ -23,13 +23,14 @@ enum Key : std::uint8_t {
   kCanonicalId,
   kFamily,
   kValue,
-  kKeyCount,
-  kOther = kKeyCount,
+  kOther,  // a key that means nothing here
 };
+
+constexpr std::size_t kKeyCount = kOther;
 
 // What a payload has under each key; None where it has nothing, since no spelling tells the two
 // apart.
-using Entries = std::array<PyObject*, kKeyCount + 1>;
+using Entries = std::array<PyObject*, kOther + 1>;
 
 // The objects that are left as they are where a dict belongs; others may claim to be one.
 bool is_plain_non_dict(PyObject* object) {
@@ -97,14 +98,11 @@ class GraphBuilder {
   }
 
   bool read(PyObject* raw, Entries& entries) {
-    Py_ssize_t position = 0;
-    PyObject* key = nullptr;
-    PyObject* value = nullptr;
-    while (PyDict_Next(raw, &position, &key, &value) != 0) {
+    return all_entries(raw, [&](PyObject* key, PyObject* value) {
       if (!PyUnicode_CheckExact(key)) return false;
       entries[key_of(key)] = value;
-    }
-    return true;
+      return true;
+    });
   }
 
   [[nodiscard]] Operation resolve(const Entries& entries) const {

@@ -27,7 +27,7 @@ TYPED_SHAPES_WIDE_VECTORS bool is_valid_block(const std::uint16_t* states,
   for (std::size_t i = 0; i < count; ++i) {
     const std::uint16_t bits = states[i];
     // Signed, since the baseline instruction set compares 16-bit lanes as signed ones.
-    const auto magnitude = static_cast<std::int16_t>(bits & 0x7FFF);
+    const auto magnitude = static_cast<std::int16_t>(bits & 0x7FFFU);
     const bool valid = bits == 0x0000 || bits == 0x3C00 || magnitude > 0x7C00;
     invalid = static_cast<std::uint16_t>(invalid | static_cast<std::uint16_t>(!valid));
   }

@@ -55,7 +55,7 @@ class Restore {
   Restore(PyObject* state, PyObject* expected_name, PyObject* expected_version)
       : state_(state), expected_name_(expected_name), expected_version_(expected_version) {}
 
-  Ref validate() const {
+  [[nodiscard]] Ref validate() const {
     if (!globals::is_instance_of(state_, names.FunctionState)) {
       refuse("not_function_state", {"FunctionState required for '", str(expected_name_), "', got ",
                                     str(type_name(state_).get())});

@@ -58,18 +58,18 @@ Ref create_module(PyObject* spec) {
   return module;
 }
 
-constexpr int kBuildVersion = PY_MAJOR_VERSION << 8 | PY_MINOR_VERSION;
+constexpr unsigned long kBuildVersion = PY_VERSION_HEX >> 16U;
 
-int runtime_version() noexcept { return static_cast<int>(Py_Version >> 16U); }
+unsigned long runtime_version() noexcept { return Py_Version >> 16U; }
 
 void warn_of_other_version() {
-  const int runtime = runtime_version();
+  const unsigned long runtime = runtime_version();
   if (runtime == kBuildVersion) return;
   check(PyErr_WarnFormat(PyExc_RuntimeWarning, 1,
                          "compile time Python version %d.%d of module '%.100s' %s runtime version "
                          "%d.%d",
                          PY_MAJOR_VERSION, PY_MINOR_VERSION, kModuleName, "does not match",
-                         runtime >> 8, runtime & 0xFF));
+                         static_cast<int>(runtime >> 8U), static_cast<int>(runtime & 0xFFU)));
 }
 
 // An entry of sys.modules that is taken back unless the load succeeds.

@@ -34,7 +34,7 @@ bool is_large(Half x) noexcept { return x.magnitude() >= 0x7800U && x.magnitude(
 
 template <typename Float>
 bool is_nan(Float x) noexcept {
-  return x != x;
+  return std::isnan(x);
 }
 template <typename Float>
 bool is_same_number(Float x, Float y) noexcept {
@@ -119,7 +119,7 @@ bool is_exact_in_float64(Integer x) noexcept {
   if constexpr (sizeof(Integer) < sizeof(std::int64_t)) {
     return true;
   } else {
-    constexpr Integer kLimit = Integer{1} << 53;
+    constexpr Integer kLimit = 9'007'199'254'740'992;  // 2 ** 53
     if constexpr (std::numeric_limits<Integer>::is_signed) {
       if (x < -kLimit) return false;
     }
@@ -207,12 +207,12 @@ bool in_same_order(PyArrayObject* a, PyArrayObject* b) noexcept {
 }  // namespace
 
 Verdict arrays_equal(PyArrayObject* a, PyArrayObject* b) noexcept {
-  if (!PyArray_SAMESHAPE(a, b)) return Verdict::kDifferent;
+  const bool has_same_shape = PyArray_SAMESHAPE(a, b);
+  if (!has_same_shape) return Verdict::kDifferent;
   const Compare compare = comparison_of(PyArray_TYPE(a));
-  if (compare == nullptr || comparison_of(PyArray_TYPE(b)) == nullptr || !is_plain_memory(a) ||
-      !is_plain_memory(b)) {
-    return Verdict::kUnsure;
-  }
+  const bool is_known = compare != nullptr && comparison_of(PyArray_TYPE(b)) != nullptr;
+  const bool is_readable = is_plain_memory(a) && is_plain_memory(b);
+  if (!is_known || !is_readable) return Verdict::kUnsure;
   if (PyArray_TYPE(a) != PyArray_TYPE(b)) {
     // Two C types of one width and kind make equal dtypes.
     return PyArray_EquivTypenums(PyArray_TYPE(a), PyArray_TYPE(b)) != 0 ? Verdict::kUnsure

@@ -2,6 +2,8 @@
 // lists and tuples are rebuilt.
 #include "state/coerce_state.h"
 
+#include <algorithm>
+
 #include "common/checks.h"
 #include "common/scopes.h"
 #include "state/state_values.h"
@@ -89,16 +91,14 @@ bool has_plain_text(PyObject* key) {
 Ref build_mapping(PyObject* raw) {
   const RecursionLevel level(kWhere);
   Ref entries = own(PyDict_New());
-  Py_ssize_t position = 0;
-  PyObject* key = nullptr;
-  PyObject* value = nullptr;
-  while (PyDict_Next(raw, &position, &key, &value) != 0) {
-    if (!has_plain_text(key)) return {};
+  const bool is_built = all_entries(raw, [&](PyObject* key, PyObject* value) {
+    if (!has_plain_text(key)) return false;
     Ref text = text_of(key);
     Ref coerced = build(value);
-    if (!coerced) return {};
-    check(PyDict_SetItem(entries.get(), text.get(), coerced.get()));
-  }
+    if (coerced) check(PyDict_SetItem(entries.get(), text.get(), coerced.get()));
+    return static_cast<bool>(coerced);
+  });
+  if (!is_built) return {};
   PyObject* const values[] = {entries.get()};
   return state_mapping.build(values);
 }
@@ -140,20 +140,14 @@ Ref coerce_state(PyObject* const* arguments) {
 bool is_plain_payload(PyObject* raw) {
   if (PyDict_CheckExact(raw)) {
     const RecursionLevel level(kWhere);
-    Py_ssize_t position = 0;
-    PyObject* key = nullptr;
-    PyObject* value = nullptr;
-    while (PyDict_Next(raw, &position, &key, &value) != 0) {
-      if (!has_plain_text(key) || !is_plain_payload(value)) return false;
-    }
-    return true;
+    return all_entries(raw, [](PyObject* key, PyObject* value) {
+      return has_plain_text(key) && is_plain_payload(value);
+    });
   }
   if (PyList_CheckExact(raw) || PyTuple_CheckExact(raw)) {
     const RecursionLevel level(kWhere);
-    for (Py_ssize_t i = 0; i < PySequence_Fast_GET_SIZE(raw); ++i) {
-      if (!is_plain_payload(PySequence_Fast_GET_ITEM(raw, i))) return false;
-    }
-    return true;
+    PyObject* const* items = PySequence_Fast_ITEMS(raw);
+    return std::all_of(items, items + PySequence_Fast_GET_SIZE(raw), is_plain_payload);
   }
   return PyArray_CheckExact(raw) || is_state_value(raw) || is_settled_scalar(raw);
 }

@@ -84,13 +84,8 @@ Verdict compare_scalars(PyObject* a, PyObject* b, bool outermost) {
 
 Verdict compare(const Operand& a, const Operand& b);
 
-bool has_str_keys(PyObject* dict) noexcept {
-  Py_ssize_t position = 0;
-  PyObject* key = nullptr;
-  while (PyDict_Next(dict, &position, &key, nullptr) != 0) {
-    if (!PyUnicode_CheckExact(key)) return false;
-  }
-  return true;
+bool has_str_keys(PyObject* dict) {
+  return all_entries(dict, [](PyObject* key, PyObject*) { return PyUnicode_CheckExact(key) != 0; });
 }
 
 // Keys other than exact strs are turned into text first, and their own hash and == decide what is a
@@ -100,7 +95,8 @@ Verdict compare_mappings(PyObject* a, bool raw_a, PyObject* b, bool raw_b) {
   const RecursionLevel level(kWhere);
   bool checked = false;
   const auto has_only_str_keys = [&] {
-    return checked || (checked = has_str_keys(a) && has_str_keys(b));
+    if (!checked) checked = has_str_keys(a) && has_str_keys(b);
+    return checked;
   };
   const auto different = [&] {
     return has_only_str_keys() ? Verdict::kDifferent : Verdict::kUnsure;

@@ -1,0 +1,34 @@
+"""Print the sizes of code and tests in lines that are neither blank nor only a comment."""
+
+from __future__ import annotations
+
+from pathlib import Path
+
+ROOT = Path(__file__).resolve().parent.parent
+GROUPS = {
+    "code": ["src/*/*.cpp", "src/*/*.h", "cli/*/*.py", "functions/*.pyi"],
+    "tests": ["tests/**/*.py"],
+    "benchmarks": ["benchmarks/*.py"],
+    "scripts and examples": ["scripts/*", "examples/*.py", "Makefile", "CMakeLists.txt"],
+}
+
+
+def count(pattern: str) -> int:
+    lines = [
+        line.strip()
+        for path in ROOT.glob(pattern)
+        if path.is_file()
+        for line in path.read_text().splitlines()
+    ]
+    return sum(1 for line in lines if line and not line.startswith(("//", "#")))
+
+
+def main() -> None:
+    sizes = {group: sum(map(count, patterns)) for group, patterns in GROUPS.items()}
+    for group, size in sizes.items():
+        print(f"{group:22}{size:6} lines")
+    print(f"tests / code          {sizes['tests'] / sizes['code']:6.2f}")
+
+
+if __name__ == "__main__":
+    main()

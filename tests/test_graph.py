@@ -1,0 +1,376 @@
+"""Function graphs: the spellings, the refusals, and the agreement of the two paths."""
+
+from __future__ import annotations
+
+import gc
+import json
+import random
+import sys
+import threading
+from types import MappingProxyType
+from typing import Any
+
+import pytest
+from hypothesis import given
+from hypothesis import strategies as st
+
+from quillmere.functions import _typed_shapes as ts
+from support import (
+    SLOTS,
+    Claims,
+    DictChild,
+    EmptyLookingStr,
+    Hostile,
+    ListChild,
+    Registered,
+    StrChild,
+    both_paths,
+    canonical_path,
+    outcome,
+)
+
+Node = ts.FunctionGraphNode
+
+SPELLINGS = [
+    ({"type": "rotation", "node": "rank"}, "rotation", "rank"),
+    ({"type": "feature", "name": "close"}, "feature", "close"),
+    ({"type": "signal", "op": "x"}, "signal", "x"),
+    ({"type": "signal", "function_name": "f", "op": "x"}, "signal", "f"),
+    ({"type": "signal", "node": None, "name": 0}, "signal", 0),
+    ({"op": "feature", "name": "volume", "node": "other"}, "feature", "volume"),
+    ({"op": "feature", "node": "other"}, "feature", None),
+    ({"type": "expression", "op": "filtration", "name": "n"}, "filtration", "filtration"),
+    ({"type": "expression", "op": "zscore"}, "rotation", "zscore"),
+    ({"type": "expression", "op": "", "node": "n"}, "expression", "n"),
+    ({"type": "expression"}, "expression", None),
+    ({"op": "zscore"}, "rotation", "zscore"),
+    ({"type": "my_op"}, "rotation", "my_op"),
+    ({"type": "my_op", "function_name": "f"}, "rotation", "f"),
+    ({"type": ""}, "rotation", ""),
+    ({"type": {"feature"}}, "rotation", {"feature"}),
+    ({"type": 5, "op": []}, "rotation", 5),
+]
+
+
+@pytest.mark.parametrize(("raw", "kind", "operand"), SPELLINGS)
+def test_spellings(raw: dict[str, Any], kind: str, operand: object) -> None:
+    for payload in (raw, DictChild(raw), MappingProxyType(raw), Registered(raw)):
+        node = ts.coerce_graph(payload)
+        assert (node.type, node.node) == (kind, operand)
+
+
+REFUSED = [
+    ({}, ts.SchemaError, "graph node missing required str 'type' field; got None"),
+    ({"op": 0}, ts.SchemaError, "graph node missing required str 'type' field; got None"),
+    ({"type": []}, TypeError, "unhashable type: 'list'"),
+    (
+        {"type": "list", "children": ()},
+        ts.SchemaError,
+        "FunctionGraphNode.children must be a list; got tuple",
+    ),
+    (
+        {"type": "list", "children": [1]},
+        ts.SchemaError,
+        "FunctionGraphNode JSON mapping payload required; got int",
+    ),
+    ([], ts.SchemaError, "FunctionGraphNode JSON mapping payload required; got list"),
+    (
+        {"type": "list", "args": [Node("x")]},
+        ts.SchemaError,
+        "FunctionGraphNode JSON mapping payload required; got FunctionGraphNode",
+    ),
+]
+
+
+@pytest.mark.parametrize(("raw", "error", "text"), REFUSED)
+def test_refused_payloads(raw: object, error: type[Exception], text: str) -> None:
+    with pytest.raises(error) as caught:
+        ts.coerce_graph(raw)
+    assert type(caught.value) is error
+    assert caught.value.args == (text,)
+
+
+def test_children_config_and_the_rest() -> None:
+    config = {"w": 5}
+    raw = {
+        "type": "rotation",
+        "children": None,
+        "args": [{"op": "x", "canonical_id": "c1", "family": "f", "value": 3}],
+        "params": config,
+        "config": None,
+    }
+    node = ts.coerce_graph(raw)
+    (child,) = node.children
+    assert (child.canonical_id, child.family, child.value) == ("c1", "f", 3)
+    assert node.config == config
+    assert node.config is not config
+    for odd in ([1], "text", MappingProxyType({"a": 1}), 7, 1.5, True, (), Registered({})):
+        assert ts.coerce_graph({"type": "x", "config": odd}).config == {}
+    assert ts.coerce_graph({"type": "x", "config": DictChild(a=1)}).config == {"a": 1}
+    assert type(ts.coerce_graph({"type": "x", "config": DictChild(a=1)}).config) is dict
+
+
+CONSTRUCTOR = [
+    (("",), "FunctionGraphNode.type must be a non-empty str; got ''"),
+    ((3,), "FunctionGraphNode.type must be a non-empty str; got 3"),
+    ((EmptyLookingStr("x"),), "FunctionGraphNode.type must be a non-empty str; got 'x'"),
+    (("x", None, ()), "FunctionGraphNode.children must be a list; got tuple"),
+    (
+        ("x", None, [Node("a"), {}], ()),
+        "FunctionGraphNode.children[1] must be FunctionGraphNode; got dict",
+    ),
+    (("x", None, [], ()), "FunctionGraphNode.config must be a dict; got tuple"),
+]
+
+
+@pytest.mark.parametrize(("arguments", "text"), CONSTRUCTOR)
+def test_refused_fields(arguments: tuple[Any, ...], text: str) -> None:
+    with pytest.raises(ts.SchemaError) as caught:
+        Node(*arguments)
+    assert caught.value.args == (text,)
+
+
+def test_identity_is_equality() -> None:
+    a, b = Node("rotation", "rank"), Node("rotation", "rank")
+    assert a != b
+    assert len({a, b}) == 2
+    assert a.children is not b.children
+    assert repr(a) == (
+        "FunctionGraphNode(type='rotation', node='rank', children=[], config={}, "
+        "canonical_id=None, family=None, value=None)"
+    )
+    assert (a._node_identities, a._collect_nodes_cache) == (None, None)
+
+
+def test_the_interpreters_own_texts_for_constructor_errors() -> None:
+    for call, text in (
+        (lambda: Node(), "__init__() missing 1 required positional argument: 'type'"),
+        (lambda: Node("x", bogus=1), "__init__() got an unexpected keyword argument 'bogus'"),
+        (lambda: Node("x", type="y"), "__init__() got multiple values for argument 'type'"),
+        (lambda: Node(*range(10)), "__init__() takes from 2 to 10 positional arguments but 11 "),
+    ):
+        with pytest.raises(TypeError) as caught:
+            call()
+        assert text in str(caught.value)
+
+
+# --- Fast against canonical ---
+
+KEYS = """type op node name function_name children args config params canonical_id family value
+other""".split()
+
+
+def odd_value(rng: random.Random, log: list[str], payload: dict[Any, Any]) -> Any:
+    def act() -> None:
+        action = rng.randrange(4)
+        if action == 0:
+            raise KeyError("hostile")
+        if action == 1:
+            payload.clear()
+        elif action == 2:
+            gc.collect()
+        else:
+            ts.coerce_graph({"op": "x", "children": [{"op": "y"}]})
+
+    return rng.choice(
+        [
+            lambda: StrChild("feature"),
+            lambda: EmptyLookingStr("zscore"),
+            lambda: Claims(rng.choice([dict, list, str])),
+            lambda: DictChild(op="x"),
+            lambda: ListChild([{"op": "y"}]),
+            lambda: MappingProxyType({"op": "x"}),
+            lambda: Registered({"op": "x"}),
+            lambda: Hostile(log, rng.choice(SLOTS), rng.randrange(3), act),
+            lambda: {"feature"},
+            lambda: 1.5,
+            lambda: (),
+        ]
+    )()
+
+
+def random_graph(rng: random.Random, log: list[str], depth: int, oddness: float) -> Any:
+    payload: dict[Any, Any] = {}
+    for key in rng.sample(KEYS, rng.randrange(1, 6)):
+        text: Any = "".join([key])
+        value: Any
+        if key in ("children", "args"):
+            size = rng.randrange(4) if depth else 0
+            value = [random_graph(rng, log, depth - 1, oddness) for _ in range(size)]
+        elif key in ("config", "params"):
+            value = {"w": rng.randrange(9)}
+        elif key in ("type", "op"):
+            value = rng.choice(["feature", "filtration", "expression", "rotation", "zscore", ""])
+        else:
+            value = rng.choice(["close", 3, None])
+        if rng.random() < oddness:
+            value = odd_value(rng, log, payload)
+        if rng.random() < oddness / 2:
+            text = odd_value(rng, log, payload) if rng.random() < 0.3 else StrChild(key)
+        try:
+            payload[text] = value
+        except Exception:
+            payload[key] = value
+    if rng.random() < oddness / 2:
+        return rng.choice([DictChild, MappingProxyType, Registered])(payload)
+    return payload
+
+
+def test_paths_agree_on_random_payloads() -> None:
+    refused = 0
+    for seed in range(4000):
+        oddness = (0.0, 0.02, 0.15)[seed % 3]
+        logs: list[list[str]] = []
+
+        def make(seed: int = seed, oddness: float = oddness) -> Any:
+            logs.append([])
+            payload = random_graph(random.Random(seed), logs[-1], 3, oddness)
+            logs[-1].clear()
+            return lambda: ts.coerce_graph(payload)
+
+        fast, canonical = both_paths(make)
+        assert fast == canonical, seed
+        assert logs[0] == logs[1], seed
+        refused += fast[0][0] == "raises"
+    assert 200 < refused < 3800
+
+
+JSON = st.recursive(
+    st.none() | st.booleans() | st.integers() | st.text(max_size=4),
+    lambda inner: st.lists(inner, max_size=3)
+    | st.dictionaries(st.sampled_from(KEYS) | st.text(max_size=3), inner, max_size=5),
+)
+
+
+@given(JSON)
+def test_paths_agree_on_json(document: Any) -> None:
+    fast, canonical = both_paths(lambda: lambda: ts.coerce_graph(document))
+    assert fast == canonical
+
+
+RAW = {"type": "rotation", "children": [{"type": "feature", "name": "close"}]}
+
+
+def test_rebound_globals_are_followed(monkeypatch: pytest.MonkeyPatch) -> None:
+    class OtherError(Exception):
+        pass
+
+    with monkeypatch.context() as patch:
+        patch.setattr(ts, "_GRAPH_RUNTIME_TYPES", frozenset())
+        assert ts.coerce_graph(RAW).children[0].type == "rotation"
+    with monkeypatch.context() as patch:
+        patch.setattr(ts, "SchemaError", OtherError)
+        pytest.raises(OtherError, ts.coerce_graph, [])
+        pytest.raises(OtherError, Node, "")
+    with monkeypatch.context() as patch:
+        patch.setattr(ts, "FunctionGraphNode", type("Child", (Node,), {}))
+        with pytest.raises(ts.SchemaError, match=r"children\[0\] must be FunctionGraphNode"):
+            Node("x", None, [Node("y")])
+    with monkeypatch.context() as patch:
+        patch.setattr(ts, "Mapping", list)
+        pytest.raises(ts.SchemaError, ts.coerce_graph, RAW)
+    with monkeypatch.context() as patch:
+        patch.delattr(ts, "Mapping")
+        pytest.raises(NameError, ts.coerce_graph, RAW)
+    assert ts.coerce_graph(RAW).children[0].type == "feature"
+
+
+@pytest.mark.parametrize("hook", ["__post_init__", "__init__", "__setattr__", "from_raw"])
+def test_patched_hooks_run(monkeypatch: pytest.MonkeyPatch, hook: str) -> None:
+    calls: list[str] = []
+    original = vars(Node).get(hook) or getattr(object, hook)
+
+    def patched(*args: Any, **kwargs: Any) -> Any:
+        calls.append(hook)
+        if hook == "from_raw":
+            return original.__get__(None, Node)(*args[1:], **kwargs)
+        return original(*args, **kwargs)
+
+    new = classmethod(patched) if hook == "from_raw" else patched
+    with monkeypatch.context() as patch:
+        patch.setattr(Node, hook, new)
+        node = ts.coerce_graph(RAW)
+        assert node.children[0].node == "close"
+        assert len(calls) == (18 if hook == "__setattr__" else 2)
+    calls.clear()
+    ts.coerce_graph(RAW)
+    assert calls == []
+
+
+def test_a_patched_init_code_is_followed(monkeypatch: pytest.MonkeyPatch) -> None:
+    monkeypatch.setattr(Node.__init__, "__defaults__", ("patched", *Node.__init__.__defaults__[1:]))
+    assert Node("x").node == "patched"
+
+
+def test_subclasses_build_themselves() -> None:
+    class Child(Node):
+        def __post_init__(self) -> None:
+            self.seen = True
+            super().__post_init__()
+
+    node = Child.from_raw(RAW)
+    assert type(node) is type(node.children[0]) is Child
+    assert node.seen
+    with pytest.raises(ts.SchemaError):
+        Child("")
+
+
+# --- Depth and size ---
+
+
+def nested(levels: int) -> Any:
+    payload: Any = {"op": "x"}
+    for _ in range(levels):
+        payload = {"op": "x", "children": [payload]}
+    return payload
+
+
+def test_depth_ends_in_recursion_error() -> None:
+    deep = nested(100_000)
+    for limit in (sys.getrecursionlimit(), 10**6):
+        before = sys.getrecursionlimit()
+        sys.setrecursionlimit(limit)
+        try:
+            with pytest.raises(RecursionError):
+                ts.coerce_graph(deep)
+            with canonical_path(), pytest.raises(RecursionError):
+                ts.coerce_graph(deep)
+        finally:
+            sys.setrecursionlimit(before)
+    loop: dict[str, Any] = {"op": "x"}
+    loop["children"] = [loop]
+    pytest.raises(RecursionError, ts.coerce_graph, loop)
+    while deep.get("children"):  # taken apart by hand: dicts this deep are no matter of ours
+        deep = deep.pop("children")[0]
+
+
+def test_depth_on_a_small_stack() -> None:
+    results: list[Any] = []
+
+    def work() -> None:
+        sys.setrecursionlimit(10**6)
+        deep = nested(20_000)
+        results.append(outcome(lambda: ts.coerce_graph(deep))[0][1])
+        with canonical_path():
+            results.append(outcome(lambda: ts.coerce_graph(deep))[0][1])
+        while deep.get("children"):
+            deep = deep.pop("children")[0]
+
+    limit, size = sys.getrecursionlimit(), threading.stack_size(256 * 1024)
+    try:
+        thread = threading.Thread(target=work)
+        thread.start()
+        thread.join()
+    finally:
+        threading.stack_size(size)
+        sys.setrecursionlimit(limit)
+    assert results == ["RecursionError", "RecursionError"]
+
+
+def test_a_million_nodes_can_be_dropped() -> None:
+    raw = json.loads('{"op": "x", "children": [' + ",".join(['{"op": "y"}'] * 1000) + "]}")
+    raw = {"op": "x", "children": [raw] * 1000}
+    node = ts.coerce_graph(raw)
+    assert sum(len(child.children) for child in node.children) == 1_000_000
+    assert gc.isenabled()
+    del node

@@ -1,0 +1,236 @@
+"""The module frame: names, texts, loading."""
+
+from __future__ import annotations
+
+import importlib
+import os
+import subprocess
+import sys
+import textwrap
+import types
+from pathlib import Path
+
+import pytest
+
+from quillmere.functions import _typed_shapes as ts
+
+EXPORTED = """SchemaError InvalidFunctionStateError FunctionState validate_function_state
+FunctionGraphNode ParamSpec WindowSpec LiveCheckpoint UniverseMasks HistoryData CostResult Evidence
+CheckpointManifest Metaparameters StageData EraIndexManifest TargetInstrumentEntry
+AggregationOutput StateScalar StateArray StateMapping StateSequence StateValue coerce_state
+states_equal""".split()
+
+BOUND_IN_ORDER = """math dataclass field Any Dict Iterable List Mapping Optional Sequence Tuple Union
+np __all__ SchemaError InvalidFunctionStateError FunctionState _reject_function_state
+validate_function_state _MISSING _GRAPH_RUNTIME_TYPES FunctionGraphNode coerce_graph WindowSpec
+ParamSpec _param_name LiveCheckpoint UniverseMasks HistoryData CostResult Evidence
+_CHECKPOINT_REQUIRED CheckpointManifest Metaparameters StageData EraIndexManifest
+TargetInstrumentEntry AggregationOutput StateScalar StateArray StateMapping StateSequence StateValue
+coerce_state states_equal _states_value_equal""".split()
+
+OTHER_PYTHONS = sorted(Path("build").glob("python3.*/venv/bin/python"))
+
+
+def run(code: str, python: str | Path = sys.executable) -> subprocess.CompletedProcess[str]:
+    code = textwrap.dedent(code).replace("MODULE_FILE", repr(ts.__file__))
+    # A failed allocation of a sanitizer's is no verdict here: children run without one.
+    environment = {k: v for k, v in os.environ.items() if k != "PYTHONPATH" or python == sys.executable}
+    return subprocess.run(
+        [python, "-c", code], capture_output=True, text=True, timeout=120, env=environment
+    )
+
+
+def check(code: str, python: str | Path = sys.executable) -> str:
+    done = run(code, python)
+    assert done.returncode == 0, done.stderr
+    return done.stdout
+
+
+def test_names() -> None:
+    assert ts.__all__ == EXPORTED
+    namespace: dict[str, object] = {}
+    exec("from quillmere.functions._typed_shapes import *", namespace)
+    assert set(namespace) - {"__builtins__"} == set(EXPORTED)
+    names = [name for name in vars(ts) if name in BOUND_IN_ORDER]
+    assert names == BOUND_IN_ORDER
+
+
+def test_constants() -> None:
+    assert type(ts._MISSING) is object
+    assert type(ts._GRAPH_RUNTIME_TYPES) is frozenset
+    assert len(ts._GRAPH_RUNTIME_TYPES) == 11
+    assert "list" in ts._GRAPH_RUNTIME_TYPES
+    assert "expression" not in ts._GRAPH_RUNTIME_TYPES
+    required = ("tick_timestamp", "dag_metadata", "canonical_id_to_filename")
+    assert required == ts._CHECKPOINT_REQUIRED
+    members = (ts.StateScalar, ts.StateArray, ts.StateMapping, ts.StateSequence)
+    assert ts.StateValue.__args__ == members
+
+
+def test_module_docstring() -> None:
+    lines = (ts.__doc__ or "").split("\n")
+    assert len(lines) == 12
+    assert lines[1] == lines[7] == lines[11] == ""
+    assert lines[0] == "Typed dataclasses used at simulator_engine + functions boundaries."
+    assert lines[10] == "exists after coercion."
+
+
+def test_one_module_object_in_a_process() -> None:
+    check(
+        """
+        import importlib, importlib.util, sys
+        name = "quillmere.functions._typed_shapes"
+        first = importlib.import_module(name)
+        assert importlib.reload(first) is first
+        del sys.modules[name]
+        assert importlib.import_module(name) is first
+        assert first.__loader__ and first.__file__ and first.__package__ == "quillmere.functions"
+        """
+    )
+
+
+def test_another_module_object_is_refused() -> None:
+    check(
+        """
+        import ctypes, types
+        import quillmere.functions._typed_shapes as ts
+        api = ctypes.pythonapi
+        api.PyModule_GetDef.restype = ctypes.c_void_p
+        api.PyModule_GetDef.argtypes = [ctypes.py_object]
+        api.PyModule_ExecDef.argtypes = [ctypes.py_object, ctypes.c_void_p]
+        try:
+            api.PyModule_ExecDef(types.ModuleType("other"), api.PyModule_GetDef(ts))
+        except RuntimeError as error:
+            text = "Module '_typed_shapes' has already been imported. "
+            assert str(error) == text + "Re-initialisation is not supported.", error
+        else:
+            raise AssertionError("initialised twice")
+        """
+    )
+
+
+def test_a_second_interpreter_is_refused() -> None:
+    check(
+        """
+        import _xxsubinterpreters as interpreters
+        import quillmere.functions._typed_shapes
+        other = interpreters.create()
+        text = ("Interpreter change detected - this module can only be loaded into one "
+                "interpreter per process.")
+        interpreters.run_string(other, f'''
+        try:
+            import quillmere.functions._typed_shapes
+        except ImportError as error:
+            assert str(error) == {text!r}, error
+        else:
+            raise AssertionError("loaded twice")
+        '''.replace("        ", ""))
+        """
+    )
+
+
+@pytest.mark.parametrize("missing", ["numpy", "dataclasses", "typing"])
+def test_a_failed_import_leaves_nothing_behind(missing: str) -> None:
+    check(
+        f"""
+        import sys, gc
+        name = "quillmere.functions._typed_shapes"
+        kept = sys.modules.get({missing!r})
+        for _ in range(3):
+            sys.modules[{missing!r}] = None
+            try:
+                import quillmere.functions._typed_shapes
+            except ImportError:
+                pass
+            else:
+                raise AssertionError("imported without {missing}")
+            assert name not in sys.modules
+            gc.collect()
+        sys.modules.pop({missing!r})
+        if kept is not None:
+            sys.modules[{missing!r}] = kept
+        import quillmere.functions._typed_shapes as ts
+        assert ts.coerce_graph({{"op": "zscore"}}).type == "rotation"
+        """
+    )
+
+
+def test_an_error_in_the_body_can_be_recovered_from() -> None:
+    check(
+        """
+        import dataclasses, numpy
+        original, seen = dataclasses.dataclass, []
+        def failing(cls=None, **options):
+            if cls is None:
+                return original(**options)
+            seen.append(cls)
+            if cls.__name__ == "CostResult":
+                raise KeyError("stop here")
+            return original(cls, **options)
+        dataclasses.dataclass = failing
+        try:
+            import quillmere.functions._typed_shapes
+        except KeyError:
+            dataclasses.dataclass = original
+        stale = seen[0]
+        for payload in ({}, None):
+            try:
+                stale.from_raw(payload)
+            except RuntimeError as error:
+                assert str(error) == "module 'quillmere.functions._typed_shapes' is not loaded"
+        import quillmere.functions._typed_shapes as ts
+        assert ts.LiveCheckpoint is not stale
+        assert ts.states_equal({"a": [1]}, {"a": [1]}) is True
+        """
+    )
+
+
+@pytest.mark.parametrize("python", OTHER_PYTHONS, ids=lambda path: path.parts[1])
+def test_another_minor_version_warns_and_works(python: Path) -> None:
+    if os.environ.get("TYPED_SHAPES_SANITIZED"):
+        pytest.skip("the sanitizer's runtime is preloaded for one interpreter")
+    out = check(
+        """
+        import importlib.machinery, importlib.util, sys, warnings, copy, pickle
+        name = "quillmere.functions._typed_shapes"
+        loader = importlib.machinery.ExtensionFileLoader(name, MODULE_FILE)
+        spec = importlib.util.spec_from_loader(name, loader)
+        with warnings.catch_warnings(record=True) as caught:
+            warnings.simplefilter("always")
+            ts = importlib.util.module_from_spec(spec)
+            loader.exec_module(ts)
+        print([str(w.message) for w in caught if w.category is RuntimeWarning][0])
+        import numpy as np
+        node = ts.coerce_graph({"type": "rotation", "name": "rank", "children": [{"op": "x"}]})
+        assert node.children[0].node == "x" and copy.deepcopy(node).type == "rotation"
+        state = {"a": [1, (2.5, None)], "b": np.array([1.0, np.nan])}
+        assert ts.states_equal(state, copy.deepcopy(state)) is True
+        assert ts.UniverseMasks({"a": np.ones(3, np.float16)}, 3).get("b") is None
+        assert pickle.loads(pickle.dumps(ts.WindowSpec(1, 5))) == ts.WindowSpec(1, 5)
+        stage = ts.StageData.from_mapping({"x": np.zeros((4, 2)), "n": {"y": np.ones(4)}, "o": 1})
+        assert stage.slice_t(1, 3).flat["x"].shape == (2, 2) and stage.has_value("o")
+        try:
+            ts.WindowSpec(1.5)
+        except ts.SchemaError as error:
+            assert str(error) == "WindowSpec.minimum must be int or None; got float"
+        else:
+            raise AssertionError("accepted")
+        """,
+        python,
+    )
+    version = python.parts[1].removeprefix("python")
+    assert out.strip() == (
+        "compile time Python version 3.11 of module 'quillmere.functions._typed_shapes' "
+        f"does not match runtime version {version}"
+    )
+
+
+@pytest.mark.skipif(bool(OTHER_PYTHONS), reason="other interpreters are tested")
+def test_no_other_interpreter_is_here() -> None:
+    pytest.skip("no CPython 3.12 or 3.13 with NumPy on this machine")
+
+
+def test_our_files_live_beside_the_platforms() -> None:
+    package = importlib.import_module("quillmere.functions")
+    assert isinstance(package, types.ModuleType)
+    assert package.__file__ is None
