@@ -171,9 +171,7 @@ class FunctionGraphNode:
             if node is None:
                 node = node_type
         if not isinstance(kind, str) or not kind:
-            raise SchemaError(
-                "graph node missing required str 'type' field; got " + repr(kind)
-            )
+            raise SchemaError("graph node missing required str 'type' field; got " + repr(kind))
         children = raw.get("children")
         if children is None:
             children = raw.get("args", [])
@@ -332,9 +330,7 @@ def _param_name(spec):
     name = getattr(spec, "name", None)
     if isinstance(name, str) and name:
         return name
-    raise SchemaError(
-        "ParamSpec list entry missing .name attribute; got " + type(spec).__name__
-    )
+    raise SchemaError("ParamSpec list entry missing .name attribute; got " + type(spec).__name__)
 
 
 @dataclass
@@ -388,11 +384,7 @@ class UniverseMasks:
                 raise SchemaError(
                     f"UniverseMasks['{tag}'] has shape {mask.shape}, expected ({self.n_alloc},)"
                 )
-            if (
-                mask.dtype != np.float64
-                and mask.dtype != np.float16
-                and mask.dtype != np.bool_
-            ):
+            if mask.dtype != np.float64 and mask.dtype != np.float16 and mask.dtype != np.bool_:
                 raise SchemaError(
                     f"UniverseMasks['{tag}'] has dtype {mask.dtype}, "
                     "expected float64, float16, or bool"
@@ -400,9 +392,7 @@ class UniverseMasks:
             if not mask.flags["C_CONTIGUOUS"]:
                 raise SchemaError(f"UniverseMasks['{tag}'] must be C-contiguous")
             if mask.dtype == np.float16:
-                valid = (
-                    np.isnan(mask) | (mask == np.float16(0.0)) | (mask == np.float16(1.0))
-                )
+                valid = np.isnan(mask) | (mask == np.float16(0.0)) | (mask == np.float16(1.0))
                 negative_zero = (mask == np.float16(0.0)) & np.signbit(mask)
                 invalid = ~valid | negative_zero
                 if np.any(invalid):
@@ -467,8 +457,7 @@ class HistoryData:
                 )
             if arr.dtype != np.float64:
                 raise SchemaError(
-                    "HistoryData['" + feat + "'] has dtype " + str(arr.dtype)
-                    + ", expected float64"
+                    "HistoryData['" + feat + "'] has dtype " + str(arr.dtype) + ", expected float64"
                 )
 
     @classmethod
@@ -511,7 +500,9 @@ class CostResult:
                 raise SchemaError("CostResult.breakdown must not contain 'total'")
             if not isinstance(arr, np.ndarray):
                 raise SchemaError(
-                    "CostResult.breakdown['" + label + "'] must be np.ndarray; got "
+                    "CostResult.breakdown['"
+                    + label
+                    + "'] must be np.ndarray; got "
                     + type(arr).__name__
                 )
 
@@ -597,9 +588,7 @@ class CheckpointManifest:
             )
         missing = [k for k in _CHECKPOINT_REQUIRED if k not in raw]
         if missing:
-            raise SchemaError(
-                "CheckpointManifest missing required fields: " + str(sorted(missing))
-            )
+            raise SchemaError("CheckpointManifest missing required fields: " + str(sorted(missing)))
         return cls(
             tick_timestamp=raw["tick_timestamp"],
             dag_metadata=raw["dag_metadata"],
@@ -650,13 +639,9 @@ class StageData:
         if not isinstance(self.flat, dict):
             raise SchemaError("StageData.flat must be a dict; got " + type(self.flat).__name__)
         if not isinstance(self.nested, dict):
-            raise SchemaError(
-                "StageData.nested must be a dict; got " + type(self.nested).__name__
-            )
+            raise SchemaError("StageData.nested must be a dict; got " + type(self.nested).__name__)
         if not isinstance(self.opaque, dict):
-            raise SchemaError(
-                "StageData.opaque must be a dict; got " + type(self.opaque).__name__
-            )
+            raise SchemaError("StageData.opaque must be a dict; got " + type(self.opaque).__name__)
 
     @classmethod
     def from_mapping(cls, raw):
@@ -724,9 +709,7 @@ class EraIndexManifest:
             bundle_kind=str(raw.get("bundle_kind", "")),
             epochs=dict(raw.get("epochs") or {}) if isinstance(raw.get("epochs"), dict) else {},
             extras={
-                k: v
-                for k, v in raw.items()
-                if k not in ("schema_version", "bundle_kind", "epochs")
+                k: v for k, v in raw.items() if k not in ("schema_version", "bundle_kind", "epochs")
             },
         )
 
@@ -762,9 +745,7 @@ class AggregationOutput:
             )
         for key, value in self.by_dotted_key.items():
             if not isinstance(key, str) or not key:
-                raise SchemaError(
-                    "AggregationOutput key must be a non-empty str; got " + repr(key)
-                )
+                raise SchemaError("AggregationOutput key must be a non-empty str; got " + repr(key))
             if not isinstance(value, np.ndarray):
                 raise SchemaError(
                     "AggregationOutput["
@@ -798,9 +779,7 @@ class StateArray:
 
     def __post_init__(self):
         if not isinstance(self.data, np.ndarray):
-            raise SchemaError(
-                "StateArray.data must be np.ndarray; got " + type(self.data).__name__
-            )
+            raise SchemaError("StateArray.data must be np.ndarray; got " + type(self.data).__name__)
 
 
 @dataclass(frozen=True)
@@ -847,12 +826,7 @@ def _states_value_equal(a, b):
     if isinstance(a, StateScalar):
         av = a.value
         bv = b.value
-        if (
-            isinstance(av, float)
-            and isinstance(bv, float)
-            and math.isnan(av)
-            and math.isnan(bv)
-        ):
+        if isinstance(av, float) and isinstance(bv, float) and math.isnan(av) and math.isnan(bv):
             return True
         return av == bv
     if isinstance(a, StateArray):

@@ -1,7 +1,7 @@
 """The works that are timed: a statement, and the names that it runs with.
 
-A work is made for a namespace of classes (the native module or its plain-Python version), so that both
-do the same thing to the same payload.
+A work is made for a namespace of classes (the native module or its plain-Python version), so that
+both do the same thing to the same payload.
 """
 
 from __future__ import annotations
@@ -57,7 +57,8 @@ def deep_graph_payload(levels: int) -> dict[str, Any]:
     payload: dict[str, Any] = {"type": "feature", "name": "close"}
     for _ in range(levels - 1):
         payload = {"type": "rotation", "node": "rank", "children": [payload], "config": {"w": 5}}
-    return json.loads(json.dumps(payload))
+    copied: dict[str, Any] = json.loads(json.dumps(payload))
+    return copied
 
 
 def state_payload() -> dict[str, Any]:

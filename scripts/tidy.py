@@ -15,13 +15,17 @@ BUILD = ROOT / "build" / "tidy"
 
 def configure() -> None:
     """A build directory of its own: clang does not know the release build's options of GCC."""
-    command = [BIN / "cmake", "-S", ROOT, "-B", BUILD, "-G", "Ninja", "-DCMAKE_BUILD_TYPE=Debug"]
-    options = [f"-DPython_EXECUTABLE={sys.executable}", f"-DCMAKE_MAKE_PROGRAM={BIN / 'ninja'}"]
+    command = [f"{BIN}/cmake", "-S", f"{ROOT}", "-B", f"{BUILD}", "-G", "Ninja"]
+    options = [
+        "-DCMAKE_BUILD_TYPE=Debug",
+        f"-DPython_EXECUTABLE={sys.executable}",
+        f"-DCMAKE_MAKE_PROGRAM={BIN / 'ninja'}",
+    ]
     subprocess.run([*command, *options], check=True, stdout=subprocess.DEVNULL)
 
 
 def tidy(source: Path) -> subprocess.CompletedProcess[str]:
-    command = [BIN / "clang-tidy", "-p", BUILD, "--quiet", source]
+    command = [f"{BIN}/clang-tidy", "-p", f"{BUILD}", "--quiet", f"{source}"]
     return subprocess.run(command, capture_output=True, text=True)
 
 

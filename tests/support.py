@@ -4,14 +4,16 @@ from __future__ import annotations
 
 import contextlib
 import dataclasses
-import types
+import os
 import warnings
 from collections.abc import Callable, Iterator, Mapping
 from typing import Any
 
 import numpy as np
-
 from quillmere.functions import _typed_shapes as ts
+
+# How many cases each seeded generator makes; raise it for a longer look.
+CASES = int(os.environ.get("TYPED_SHAPES_CASES", "4000"))
 
 
 @contextlib.contextmanager
@@ -56,7 +58,7 @@ def outcome(call: Callable[[], Any], shared: set[int] = frozenset()) -> Any:  # 
 
 
 def both_paths(make_call: Callable[[], Callable[[], Any]]) -> tuple[Any, Any]:
-    """The outcomes of one call on the fast and on the canonical path, each on a payload of its own."""
+    """The outcomes of one call on either path, each on a payload of its own."""
     fast = outcome(make_call())
     with canonical_path():
         canonical = outcome(make_call())
@@ -167,8 +169,3 @@ class Hostile:
 
 
 SLOTS = ("eq", "hash", "str", "repr", "bool", "class")
-
-
-def with_vars(name: str, **replacements: Any) -> types.SimpleNamespace:
-    """A module's names in a namespace of its own, some of them replaced."""
-    return types.SimpleNamespace(**{**vars(__import__(name)), **replacements})

@@ -15,7 +15,6 @@ import weakref
 from typing import Any
 
 import pytest
-
 from quillmere.functions import _typed_shapes as ts
 
 NATIVE = type(ts.coerce_graph)
@@ -83,7 +82,9 @@ def expected_error(parsed: Parsed, given: int, keywords: tuple[str, ...]) -> str
         quantity = "exactly" if required == len(positional) else ("at least" if low else "at most")
         bound = required if low else len(positional)
         plural = "" if bound == 1 else "s"
-        return f"{parsed.name}() takes {quantity} {bound} positional argument{plural} ({number} given)"
+        return (
+            f"{parsed.name}() takes {quantity} {bound} positional argument{plural} ({number} given)"
+        )
 
     if given > len(positional):
         return count_error(given)

@@ -11,22 +11,21 @@ import types
 from pathlib import Path
 
 import pytest
-
 from quillmere.functions import _typed_shapes as ts
 
 EXPORTED = """SchemaError InvalidFunctionStateError FunctionState validate_function_state
-FunctionGraphNode ParamSpec WindowSpec LiveCheckpoint UniverseMasks HistoryData CostResult Evidence
-CheckpointManifest Metaparameters StageData EraIndexManifest TargetInstrumentEntry
+FunctionGraphNode ParamSpec WindowSpec LiveCheckpoint UniverseMasks HistoryData CostResult
+Evidence CheckpointManifest Metaparameters StageData EraIndexManifest TargetInstrumentEntry
 AggregationOutput StateScalar StateArray StateMapping StateSequence StateValue coerce_state
 states_equal""".split()
 
-BOUND_IN_ORDER = """math dataclass field Any Dict Iterable List Mapping Optional Sequence Tuple Union
-np __all__ SchemaError InvalidFunctionStateError FunctionState _reject_function_state
+BOUND_IN_ORDER = """math dataclass field Any Dict Iterable List Mapping Optional Sequence Tuple
+Union np __all__ SchemaError InvalidFunctionStateError FunctionState _reject_function_state
 validate_function_state _MISSING _GRAPH_RUNTIME_TYPES FunctionGraphNode coerce_graph WindowSpec
 ParamSpec _param_name LiveCheckpoint UniverseMasks HistoryData CostResult Evidence
 _CHECKPOINT_REQUIRED CheckpointManifest Metaparameters StageData EraIndexManifest
-TargetInstrumentEntry AggregationOutput StateScalar StateArray StateMapping StateSequence StateValue
-coerce_state states_equal _states_value_equal""".split()
+TargetInstrumentEntry AggregationOutput StateScalar StateArray StateMapping StateSequence
+StateValue coerce_state states_equal _states_value_equal""".split()
 
 OTHER_PYTHONS = sorted(Path("build").glob("python3.*/venv/bin/python"))
 
@@ -34,7 +33,9 @@ OTHER_PYTHONS = sorted(Path("build").glob("python3.*/venv/bin/python"))
 def run(code: str, python: str | Path = sys.executable) -> subprocess.CompletedProcess[str]:
     code = textwrap.dedent(code).replace("MODULE_FILE", repr(ts.__file__))
     # A failed allocation of a sanitizer's is no verdict here: children run without one.
-    environment = {k: v for k, v in os.environ.items() if k != "PYTHONPATH" or python == sys.executable}
+    environment = {
+        k: v for k, v in os.environ.items() if k != "PYTHONPATH" or python == sys.executable
+    }
     return subprocess.run(
         [python, "-c", code], capture_output=True, text=True, timeout=120, env=environment
     )
@@ -51,8 +52,11 @@ def test_names() -> None:
     namespace: dict[str, object] = {}
     exec("from quillmere.functions._typed_shapes import *", namespace)
     assert set(namespace) - {"__builtins__"} == set(EXPORTED)
-    names = [name for name in vars(ts) if name in BOUND_IN_ORDER]
-    assert names == BOUND_IN_ORDER
+    # In a process of its own: tests that take a name away put it back at the end.
+    names = check("import quillmere.functions._typed_shapes as ts; print(*vars(ts))").split()
+    assert [
+        name for name in names if not name.endswith("__") or name == "__all__"
+    ] == BOUND_IN_ORDER
 
 
 def test_constants() -> None:

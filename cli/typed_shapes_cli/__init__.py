@@ -1,0 +1,1 @@
+"""The command `typed-shapes`: looks at payloads through the typed record classes."""

@@ -1,0 +1,138 @@
+"""The table of payload kinds: how each is coerced, located in, taken from arrays and shown."""
+
+from collections.abc import Callable, Sequence
+from dataclasses import dataclass
+from typing import Any
+
+import numpy as np
+from quillmere.functions import _typed_shapes as shapes
+from rich.console import RenderableType
+
+from typed_shapes_cli import rendering
+from typed_shapes_cli.loading import Document, nest_by_slash
+from typed_shapes_cli.locating import in_graph, in_mapping, in_parameters, in_pools
+from typed_shapes_cli.outcomes import TOO_DEEP, InputError, Misfit, PathStep
+
+
+@dataclass(frozen=True)
+class Options:
+    """What the command line may say about the payloads beyond their kind."""
+
+    n_alloc: int | None = None
+
+
+@dataclass(frozen=True)
+class Kind:
+    """One kind of payload.
+
+    `render` takes the record and how many of its entries to show at most, `locate` finds the
+    misfit in a payload that was refused, and `from_arrays` is set where an .npz may hold it.
+    """
+
+    name: str
+    coerce: Callable[[Any, Options], Any]
+    render: Callable[[Any, int], RenderableType]
+    locate: Callable[[Any], Sequence[PathStep]] = lambda payload: ()
+    from_arrays: Callable[[dict[str, Any]], Any] | None = None
+
+    def load(self, document: Document) -> Any:
+        """Reads the payload of a document."""
+        if document.file.suffix != ".npz":
+            return document.read()
+        if self.from_arrays is None:
+            raise InputError(f"holds arrays, but a payload of kind {self.name} is JSON")
+        return self.from_arrays(document.read())
+
+    def typed(self, payload: Any, options: Options) -> Any:
+        """Coerces a payload; raises Misfit with the library's own text where it does not fit."""
+        try:
+            return self.coerce(payload, options)
+        except RecursionError:
+            raise Misfit(TOO_DEEP) from None
+        except (ValueError, TypeError) as error:
+            raise Misfit(str(error), self.locate(payload)) from error
+
+
+def _unless_none(coerce: Callable[[Any], Any], sentence: str) -> Callable[[Any, Options], Any]:
+    """Makes a misfit of None, with which some classes answer that the shape is not theirs."""
+
+    def checked(payload: Any, options: Options) -> Any:
+        record = coerce(payload)
+        if record is None:
+            raise ValueError(sentence)
+        return record
+
+    return checked
+
+
+def _plain(coerce: Callable[[Any], Any]) -> Callable[[Any, Options], Any]:
+    return lambda payload, options: coerce(payload)
+
+
+def _masks(payload: Any, options: Options) -> shapes.UniverseMasks:
+    n_alloc = options.n_alloc
+    if n_alloc is None:
+        first = next(iter(payload.values()), None) if isinstance(payload, dict) else None
+        n_alloc = first.shape[0] if isinstance(first, np.ndarray) and first.ndim else 1
+    return shapes.UniverseMasks.from_raw(payload, n_alloc=n_alloc)
+
+
+def _target_instruments(payload: Any, options: Options) -> list[shapes.TargetInstrumentEntry]:
+    if not isinstance(payload, list):
+        raise TypeError(f"target_instruments must be a list; got {type(payload).__name__}")
+    from_raw = shapes.TargetInstrumentEntry.from_raw
+    return [from_raw(entry, index) for index, entry in enumerate(payload)]
+
+
+NO_WINDOW = "the payload is null, which declares no window"
+NOT_PER_POOL = "not metaparameters per pool: every pool id must hold an object of stage options"
+NO_OUTPUT = "the payload is null, which means that the function gave no aggregation output"
+
+KINDS = {
+    kind.name: kind
+    for kind in (
+        Kind(
+            "graph",
+            _plain(shapes.coerce_graph),
+            rendering.graph,
+            in_graph,
+        ),
+        Kind("window", _unless_none(shapes.WindowSpec.from_raw, NO_WINDOW), rendering.window),
+        Kind("params", _plain(shapes.ParamSpec.coerce_specs), rendering.parameters, in_parameters),
+        Kind(
+            "checkpoint",
+            _plain(shapes.LiveCheckpoint.from_raw),
+            rendering.record,
+            lambda payload: in_mapping(payload, shapes.LiveCheckpoint.from_raw),
+        ),
+        Kind("evidence", _plain(shapes.Evidence.from_raw), rendering.record),
+        Kind(
+            "manifest",
+            _plain(shapes.CheckpointManifest.from_raw),
+            rendering.record,
+            lambda payload: in_mapping(payload, shapes.CheckpointManifest.from_raw),
+        ),
+        Kind(
+            "metaparameters",
+            _unless_none(shapes.Metaparameters.from_raw, NOT_PER_POOL),
+            rendering.record,
+            in_pools,
+        ),
+        Kind("era-index", _plain(shapes.EraIndexManifest.from_raw), rendering.record),
+        Kind("target-instruments", _target_instruments, rendering.record),
+        Kind(
+            "stage",
+            _plain(shapes.StageData.from_mapping),
+            rendering.record,
+            from_arrays=nest_by_slash,
+        ),
+        Kind("masks", _masks, rendering.record, from_arrays=dict),
+        Kind("history", _plain(shapes.HistoryData.from_raw), rendering.record, from_arrays=dict),
+        Kind(
+            "aggregation",
+            _unless_none(shapes.AggregationOutput.from_raw, NO_OUTPUT),
+            rendering.record,
+            from_arrays=dict,
+        ),
+    )
+}

@@ -1,0 +1,43 @@
+"""What may go wrong with a payload, and the exit codes that tell a caller of the command."""
+
+from collections.abc import Sequence
+
+FITS, MISFIT, UNREADABLE = 0, 1, 2
+
+PathStep = str | int
+TOO_DEEP = "too deeply nested"
+
+
+class Misfit(Exception):
+    """A payload that was read but does not fit its record; `at` is where in it, if known."""
+
+    def __init__(self, text: str, at: Sequence[PathStep] = ()) -> None:
+        super().__init__(text)
+        self.text = text
+        self.at = format_path(at)
+
+
+class InputError(Exception):
+    """A file that cannot be read, or whose content is not what its name says."""
+
+
+def printable(text: str) -> str:
+    """Escapes the characters that would act on a terminal or that no encoding can write."""
+    if text.isprintable():
+        return text
+    return "".join(
+        c if c.isprintable() else c.encode("unicode_escape").decode("ascii") for c in text
+    )
+
+
+def format_path(steps: Sequence[PathStep]) -> str:
+    """Writes a way into a payload the way one would in code: `children[2].config["a b"]`."""
+    text = ""
+    for step in steps:
+        if isinstance(step, int):
+            text += f"[{step}]"
+        elif step.isidentifier():
+            text += f".{step}" if text else step
+        else:
+            text += f"[{step!r}]"
+    return text

@@ -1,0 +1,109 @@
+"""The command `typed-shapes` on every example, and on input that nobody means to hand in."""
+
+import json
+import os
+import subprocess
+import sys
+from pathlib import Path
+
+import numpy as np
+import pytest
+from typed_shapes_cli.app import app
+from typed_shapes_cli.difference import first_difference
+from typer.testing import CliRunner
+
+EXAMPLES = Path(__file__).resolve().parent.parent / "examples"
+STATES = EXAMPLES / "payloads" / "states"
+FITTING = sorted(f for d in ("graphs", "payloads") for f in (EXAMPLES / d).iterdir() if f.is_file())
+MISFITS = {
+    "graphs/broken/child_is_a_name.json": ("got str", "children[2].children[0].children[0]"),
+    "graphs/broken/children_is_an_object.json": ("children must be a list; got dict", "args[0]"),
+    "graphs/broken/node_without_kind.json": ("'type' field; got None", "children[0].children[0]"),
+    "payloads/broken/aggregation.json": ("['risk_parity.weights'] must be np.ndarray", None),
+    "payloads/broken/checkpoint.json": ("has length 24; 2 is required", "nodes"),
+    "payloads/broken/era_index.json": ("schema_version must be 2; got 0", None),
+    "payloads/broken/evidence.jsonl": ("payload required or None; got list", None),
+    "payloads/broken/history.npz": ("['volume'] has dtype float32, expected float64", None),
+    "payloads/broken/manifest.json": ("['canonical_id_to_filename', 'dag_metadata']", None),
+    "payloads/broken/masks.npz": ("invalid float16 state value at index 2", None),
+    "payloads/broken/metaparameters.json": ("not metaparameters per pool", "features"),
+    "payloads/broken/params.json": ("WindowSpec.minimum must be int or None; got float", "decay"),
+    "payloads/broken/stage.json": ("producer boundary mapping required; got list", None),
+    "payloads/broken/target_instruments.json": ("target_instruments[1] must be an object", None),
+    "payloads/broken/window.json": ("WindowSpec.maximum must be int or None; got str", None),
+}
+DEEP = '{"type": "bool", "children": [' * 5000 + "]}" * 5000
+INPUTS = [  # name, content, arguments before it, exit code, a part of what is said
+    ("cut.json", b"{}", ["same", "/no/such/file"], 2, "cannot be read: No such file"),
+    ("cut.json", b'{"type":', ["show"], 2, "is not valid JSON"),
+    ("junk.npz", b"PK\x03\x04junk", ["show", "--as", "history"], 2, "not a readable .npz"),
+    ("some.npz", b"", ["show"], 2, "a payload of kind graph is JSON"),
+    ("deep.json", DEEP.encode(), ["show"], 1, "deep.json: too deeply nested"),
+    ("lines.jsonl", b'60\n\nnull\n"a"\n', ["check", "--as", "window"], 1, "lines.jsonl:3: the"),
+    (
+        "mixed.jsonl",
+        b'true\n{\n{"min": 1}',
+        ["check", "--as", "window"],
+        2,
+        "1 fit, 1 misfit, 1",
+    ),
+    ("null.json", b"null", ["show", "--as", "aggregation"], 1, "gave no aggregation output"),
+    ("escape.json", b'{"type": "\\u001b[31m"}', ["show"], 0, "rotation \\x1b[31m\n"),
+    ("graph.json", b"{}", ["show", "--as", "grpah"], 2, "is none of"),
+]
+
+
+def run(*words: object) -> tuple[int, str]:
+    result = CliRunner().invoke(app, [*map(str, words)], env={"COLUMNS": "200"})
+    assert result.exception is None or isinstance(result.exception, SystemExit)
+    return result.exit_code, result.output
+
+
+def kind_of(file: Path) -> str:
+    return "graph" if "graphs" in file.parts else file.stem.replace("_", "-")
+
+
+@pytest.mark.parametrize("file", FITTING, ids=lambda file: file.name)
+def test_every_example_fits_and_is_shown_in_few_lines(file: Path) -> None:
+    code, output = run("show", "--as", kind_of(file), "--limit", "60", file)
+    assert (code, output.count("\n") < 130) == (0, True)
+    assert run("check", "--as", kind_of(file), file)[0] == 0
+
+
+def test_every_broken_example_is_refused_with_the_text_of_the_library() -> None:
+    assert {str(f.relative_to(EXAMPLES)) for f in EXAMPLES.glob("*/broken/*")} == set(MISFITS)
+    for name, (text, at) in MISFITS.items():
+        kind = kind_of(EXAMPLES / name)
+        code, output = run("check", "--as", kind, "--format", "json", EXAMPLES / name)
+        last = json.loads(output)["results"][-1]
+        assert (code, last["status"], last["at"]) == (1, "misfit", at), name
+        assert text in last["error"] and last["error"] in run("show", "--as", kind, last["file"])[1]
+
+
+@pytest.mark.parametrize(("name", "content", "words", "code", "text"), INPUTS)
+def test_odd_input_is_named_in_a_line(
+    tmp_path: Path, name: str, content: bytes, words: list[str], code: int, text: str
+) -> None:
+    (file := tmp_path / name).write_bytes(content)
+    got, output = run(*words, file)
+    assert got == code and text in output and "Traceback" not in output
+
+
+def test_same_tells_where_states_differ(tmp_path: Path) -> None:
+    assert run("same", STATES / "evening.json", STATES / "evening_reordered.json") == (0, "equal\n")
+    code, output = run("same", STATES / "evening.json", STATES / "next_morning.json")
+    assert code == 1 and output.startswith("different at ewma.weights[1]\n") and "0.25\n" in output
+    buffers = (STATES / "ring_buffer.npz", STATES / "ring_buffer_drifted.npz")
+    assert "different at close[6][4]\n" in run("same", *buffers)[1]
+    np.savez(tmp_path / "pickled.npz", a=np.array([{}], dtype=object))
+    assert run("same", tmp_path / "pickled.npz", tmp_path / "pickled.npz")[0] == 2
+    found = first_difference({"a": [1, {"b c": None}]}, {"a": (1.0, {"b c": np.arange(3)})})
+    assert found and (found.at, found.left) == ("a[1]['b c']", "None")
+
+
+def test_piped_output_has_a_plain_line_for_each_node() -> None:
+    file = EXAMPLES / "graphs" / "pairs.json"
+    env = {k: v for k, v in os.environ.items() if k not in ("COLUMNS", "FORCE_COLOR")}
+    words = [sys.executable, "-m", "typed_shapes_cli", "show", str(file)]
+    output = subprocess.run(words, env=env, capture_output=True, check=True).stdout.decode()
+    assert "\x1b" not in output and len(output.splitlines()) == file.read_text().count('"type"')
