@@ -195,7 +195,8 @@ def test_another_minor_version_warns_and_works(python: Path) -> None:
         pytest.skip("the sanitizer's runtime is preloaded for one interpreter")
     out = check(
         """
-        import importlib.machinery, importlib.util, sys, warnings, copy, pickle
+        import importlib.machinery, importlib.util, pathlib, sys, warnings, copy, pickle
+        sys.path.append(str(pathlib.Path(MODULE_FILE).parents[2]))
         name = "quillmere.functions._typed_shapes"
         loader = importlib.machinery.ExtensionFileLoader(name, MODULE_FILE)
         spec = importlib.util.spec_from_loader(name, loader)

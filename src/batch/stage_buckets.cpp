@@ -61,11 +61,10 @@ bool is_surely_other(PyObject* value) {
 // canonical path has to decide: at a value that may run code, and, where all must be arrays, at any
 // other value.
 Ref cut_plain(PyObject* dict, PyObject* slice, bool all_arrays) {
-  if (!PyDict_CheckExact(dict)) return {};
+  if (!PyDict_CheckExact(dict) || !has_str_keys(dict)) return {};
   Ref result = own(PyDict_Copy(dict));
   bool has_array = false;
   const bool is_plain = all_entries(dict, [&](PyObject* key, PyObject* value) {
-    if (!PyUnicode_CheckExact(key)) return false;
     if (!PyArray_CheckExact(value)) return !all_arrays && is_surely_other(value);
     // The key is there already: only its value changes.
     check(PyDict_SetItem(result.get(), key, get_item(value, slice).get()));

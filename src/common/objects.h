@@ -73,8 +73,13 @@ inline void set_attr(PyObject* object, PyObject* name, PyObject* value) {
 }
 // dict(source)
 [[nodiscard]] inline Ref dict_from(PyObject* source) {
-  if (PyDict_CheckExact(source)) return own(PyDict_Copy(source));
-  return own(PyObject_CallOneArg(reinterpret_cast<PyObject*>(&PyDict_Type), source));
+  if (!PyDict_CheckExact(source)) {
+    return own(PyObject_CallOneArg(reinterpret_cast<PyObject*>(&PyDict_Type), source));
+  }
+  // Not PyDict_Copy: it clones tables whose keys the constructor compares.
+  Ref copy = own(PyDict_New());
+  check(PyDict_Update(copy.get(), source));
+  return copy;
 }
 // container[key]
 [[nodiscard]] inline Ref get_item(PyObject* container, PyObject* key) {
@@ -123,6 +128,12 @@ bool all_entries(PyObject* dict, Predicate&& predicate) {
     if (!predicate(key, value)) return false;
   }
   return true;
+}
+
+// Whether every key of a real dict is an exact str: only then do copies and look-ups run no Python
+// code, since keys of other types may be compared with each other.
+[[nodiscard]] inline bool has_str_keys(PyObject* dict) {
+  return all_entries(dict, [](PyObject* key, PyObject*) { return PyUnicode_CheckExact(key) != 0; });
 }
 
 // all(predicate(item) for item in iterable), without the generator

@@ -148,7 +148,12 @@ Ref Record::field(PyObject* instance, std::size_t index) const {
   if (has_inline_fields_) {
     if (PyObject* value = inline_field(instance, index)) return Ref::borrow(value);
   }
-  return own_attribute(PyObject_GenericGetAttr(instance, field_names()[index]));
+  // An instance whose attributes were made a dict, which may hold more than names.
+  PyObject** dict = _PyObject_GetDictPtr(instance);
+  if (dict == nullptr || *dict == nullptr || !has_str_keys(*dict)) return {};
+  PyObject* value = PyDict_GetItemWithError(*dict, field_names()[index]);
+  if (value == nullptr) check_indicator();
+  return Ref::borrow(value);
 }
 
 Ref Record::build_accepted(PyObject* const* values) const {

@@ -72,8 +72,8 @@ class Record {
   // a null or missing one is left to the field's default.
   [[nodiscard]] Ref create(PyObject* cls, std::initializer_list<PyObject*> given);
 
-  // A field of an exact instance of an untouched class, read without running Python code; null
-  // where it is unset.
+  // A field of an exact instance of an untouched class; null where it cannot be read without
+  // running Python code, or is unset.
   [[nodiscard]] Ref field(PyObject* instance, std::size_t index) const;
 
   // What the overlay does with a call of the class.

@@ -139,7 +139,7 @@ class GraphBuilder {
   }
 
   static Ref copy_config(PyObject* raw) {
-    if (PyDict_CheckExact(raw)) return own(PyDict_Copy(raw));
+    if (PyDict_CheckExact(raw)) return has_str_keys(raw) ? own(PyDict_Copy(raw)) : Ref();
     return is_plain_non_dict(raw) ? own(PyDict_New()) : Ref();
   }
 

@@ -123,7 +123,9 @@ Ref from_raw(PyObject* const* arguments) {
   }
   if (globals::is_instance_of(raw, names.WindowSpec)) {
     Ref fallback = get_attr(raw, names.default_);
-    return record.create(cls, {name, nullptr, fallback.get(), nullptr, nullptr, nullptr, raw});
+    const Keyword keywords[] = {
+        {names.name, name}, {names.window, raw}, {names.default_, fallback.get()}};
+    return call_keywords(cls, {}, keywords);
   }
   if (raw == Py_None) return record.create(cls, {name});
   if (!is_dict(raw)) return record.create(cls, {name, nullptr, raw});

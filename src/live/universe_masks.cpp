@@ -55,7 +55,7 @@ void check_shape(PyObject* tag, PyObject* mask, PyObject* n_alloc) {
   bool fits = !compare(get_attr(mask, names.ndim).get(), one.get(), Py_NE);
   if (fits) {
     Ref shape = get_attr(mask, names.shape);
-    fits = !compare(own(PySequence_GetItem(shape.get(), 0)).get(), n_alloc, Py_NE);
+    fits = !compare(get_item(shape.get(), own(PyLong_FromLong(0)).get()).get(), n_alloc, Py_NE);
   }
   if (fits) return;
   raise_schema_error({owner(tag), " has shape ", str(get_attr(mask, names.shape).get()),

@@ -4,6 +4,7 @@
 #include "state/array_equality.h"
 
 #include <algorithm>
+#include <bit>
 #include <cmath>
 #include <cstdint>
 #include <cstring>
@@ -67,6 +68,26 @@ bool is_large(Complex<Float> x) noexcept {
   return std::abs(x.real) > kLimit || std::abs(x.imaginary) > kLimit;
 }
 
+// A signalling NaN: NumPy 1 warns of it.
+bool is_signalling(Half x) noexcept { return is_nan(x) && (x.bits & 0x0200U) == 0; }
+bool is_signalling(float x) noexcept {
+  return is_nan(x) && (std::bit_cast<std::uint32_t>(x) & 0x0040'0000U) == 0;
+}
+bool is_signalling(double x) noexcept {
+  return is_nan(x) && (std::bit_cast<std::uint64_t>(x) & 0x0008'0000'0000'0000U) == 0;
+}
+template <typename Float>
+bool is_signalling(Complex<Float> x) noexcept {
+  return is_signalling(x.real) || is_signalling(x.imaginary);
+}
+
+template <typename Number>
+bool any_warned_of(const Number* values, std::size_t count) noexcept {
+  static const bool is_numpy_1 = PyArray_GetNDArrayCFeatureVersion() < NPY_2_0_API_VERSION;
+  return is_numpy_1 &&
+         std::any_of(values, values + count, [](Number x) { return is_signalling(x); });
+}
+
 template <typename Number>
 bool any_large(const Number* values, std::size_t count) noexcept {
   return std::any_of(values, values + count, [](Number x) { return is_large(x); });
@@ -99,6 +120,7 @@ template <typename Float>
 Verdict compare_floats(const void* a, const void* b, std::size_t count) noexcept {
   const auto* x = static_cast<const Float*>(a);
   const auto* y = static_cast<const Float*>(b);
+  if (any_warned_of(x, count) || any_warned_of(y, count)) return Verdict::kUnsure;
   if (all_match(x, y, count)) return Verdict::kEqual;
   return any_large(x, count) || any_large(y, count) ? Verdict::kUnsure : Verdict::kDifferent;
 }
@@ -108,6 +130,7 @@ Verdict compare_complex(const void* a, const void* b, std::size_t count) noexcep
   const auto* x = static_cast<const Complex<Float>*>(a);
   const auto* y = static_cast<const Complex<Float>*>(b);
   if (any_large(x, count) || any_large(y, count)) return Verdict::kUnsure;
+  if (any_warned_of(x, count) || any_warned_of(y, count)) return Verdict::kUnsure;
   return all_match(x, y, count) ? Verdict::kEqual : Verdict::kDifferent;
 }
 

@@ -84,10 +84,6 @@ Verdict compare_scalars(PyObject* a, PyObject* b, bool outermost) {
 
 Verdict compare(const Operand& a, const Operand& b);
 
-bool has_str_keys(PyObject* dict) {
-  return all_entries(dict, [](PyObject* key, PyObject*) { return PyUnicode_CheckExact(key) != 0; });
-}
-
 // Keys other than exact strs are turned into text first, and their own hash and == decide what is a
 // key twice: both sides must be free of them, in the part that was not walked as well.
 Verdict compare_mappings(PyObject* a, bool raw_a, PyObject* b, bool raw_b) {
