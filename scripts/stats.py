@@ -6,10 +6,9 @@ from pathlib import Path
 
 ROOT = Path(__file__).resolve().parent.parent
 GROUPS = {
-    "code": ["src/*/*.cpp", "src/*/*.h", "cli/*/*.py", "functions/*.pyi"],
+    "code": ["src/*/*.cpp", "src/*/*.h", "cli/*/*.py", "functions/*.pyi", "scripts/*"],
     "tests": ["tests/**/*.py"],
     "benchmarks": ["benchmarks/*.py"],
-    "scripts and examples": ["scripts/*", "examples/*.py", "Makefile", "CMakeLists.txt"],
 }
 
 

@@ -23,22 +23,7 @@ from support import (
 )
 
 Window, Param = ts.WindowSpec, ts.ParamSpec
-HALF = np.array([np.nan, 0.0, 1.0], np.float16)
-MANIFEST = {
-    "tick_timestamp": None,
-    "dag_metadata": 1,
-    "canonical_id_to_filename": [("a", "b")],
-    "x": 2,
-    5: 6,
-}
 ERA = {"schema_version": 2, "bundle_kind": "era_index"}
-
-
-def masks(**by_tag: Any) -> Any:
-    return ts.UniverseMasks(by_tag, 3)
-
-
-# --- Fast against canonical ---
 
 
 def odd_parts(rng: random.Random, log: list[str]) -> list[Any]:
@@ -135,3 +120,94 @@ def test_paths_agree(number: int) -> None:
         assert logs[0] == logs[1], seed
         kinds.add(fast[0][0])
     assert "returns" in kinds
+
+
+# --- Keys that are compared ---
+
+
+class Colliding:
+    """A key with the hash of a name; compared with another key, it runs an action."""
+
+    def __init__(self, name: str, action: Any) -> None:
+        self.name, self.action = name, action
+
+    def __hash__(self) -> int:
+        return hash(self.name)
+
+    def __eq__(self, other: object) -> bool:
+        self.action()
+        return self is other
+
+
+def sparse(entries: dict[Any, Any]) -> dict[Any, Any]:
+    """The dict with room from deleted entries: copies of such a dict insert the keys anew."""
+    result = {**dict.fromkeys(range(40)), **entries}
+    for number in range(40):
+        del result[number]
+    return result
+
+
+def compared_keys(name: str, action: Any, value: Any) -> dict[Any, Any]:
+    return sparse({Colliding(name, action): 1, name: value, Colliding(name, action): 2})
+
+
+def graph_call(calls: list[str]) -> Any:
+    raw: dict[str, Any] = {"type": "rotation", "node": "".join(["ra", "nk"]), "children": []}
+
+    def action() -> None:
+        calls.append("eq")
+        if armed:
+            raw.clear()
+
+    armed: list[bool] = []
+    raw["config"] = compared_keys("w", action, 5)
+    raw["family"] = "".join(["mo", "mentum"])
+    armed.append(True)
+    return lambda: ts.coerce_graph(raw)
+
+
+def state_call(calls: list[str]) -> Any:
+    scalar, state = ts.StateScalar(5), [["x", ("y", 1.5)], None]
+
+    def action() -> None:
+        calls.append("eq")
+        state.clear()
+
+    other = [["x", ("y", 1.5)], ts.StateScalar(5)]
+    state[1] = scalar
+    vars(scalar).pop("value")
+    vars(scalar).update({Colliding("value", action): 1})
+    vars(scalar)["value"] = 5
+    state[:] = [["x", ("y", 1.5)], scalar]
+    calls.clear()
+    return lambda: ts.states_equal(state, other)
+
+
+def stage_call(calls: list[str]) -> Any:
+    inner: dict[Any, Any] = {}
+    armed: list[bool] = []
+
+    def action() -> None:
+        calls.append("eq")
+        if armed:
+            inner.clear()
+
+    inner.update(compared_keys("v", action, np.arange(4.0)))
+    stage = ts.StageData({}, {"n": inner})
+    armed.append(True)
+    return lambda: stage.slice_t(0, 2)
+
+
+@pytest.mark.parametrize("make", [graph_call, state_call, stage_call])
+def test_comparing_keys_may_change_what_is_walked(make: Any) -> None:
+    logs: list[list[str]] = []
+
+    def fresh() -> Any:
+        logs.append([])
+        call = make(logs[-1])
+        logs[-1].clear()
+        return call
+
+    fast, canonical = both_paths(fresh)
+    assert fast == canonical
+    assert logs[0] == logs[1] != []

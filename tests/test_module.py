@@ -230,11 +230,6 @@ def test_another_minor_version_warns_and_works(python: Path) -> None:
     )
 
 
-@pytest.mark.skipif(bool(OTHER_PYTHONS), reason="other interpreters are tested")
-def test_no_other_interpreter_is_here() -> None:
-    pytest.skip("no CPython 3.12 or 3.13 with NumPy on this machine")
-
-
 def test_our_files_live_beside_the_platforms() -> None:
     package = importlib.import_module("quillmere.functions")
     assert isinstance(package, types.ModuleType)

@@ -31,10 +31,6 @@ MANIFEST = {
 ERA = {"schema_version": 2, "bundle_kind": "era_index"}
 
 
-def masks(**by_tag: Any) -> Any:
-    return ts.UniverseMasks(by_tag, 3)
-
-
 # --- What is taken, and what becomes of it ---
 
 

@@ -16,7 +16,14 @@ void raise(PyObject* type, const char* format, ...) {
 
 namespace {
 
-// The pending error as an exception object with its traceback; the indicator is clear afterwards.
+// Sets the error without the interpreter's own chaining of contexts.
+void restore(const Ref& error) {
+  PyErr_Restore(Py_NewRef(Py_TYPE(error.get())), Py_NewRef(error.get()),
+                PyException_GetTraceback(error.get()));
+}
+
+}  // namespace
+
 Ref take_pending() {
   PyObject* type = nullptr;
   PyObject* value = nullptr;
@@ -30,20 +37,26 @@ Ref take_pending() {
   return owned_value;
 }
 
-}  // namespace
-
 void raise_from_pending(PyObject* type, const char* text) {
   Ref cause = take_pending();
   PyErr_SetString(type, text);
   Ref error = take_pending();
   PyException_SetCause(error.get(), Ref::borrow(cause.get()).release());
   PyException_SetContext(error.get(), cause.release());
-  PyErr_SetObject(reinterpret_cast<PyObject*>(Py_TYPE(error.get())), error.get());
+  restore(error);
   throw PythonError{};
 }
 
-HandledError::HandledError() : outer_(Ref::steal(PyErr_GetHandledException())) {
-  PyErr_SetHandledException(take_pending().get());
+void add_context(PyObject* caught) {
+  Ref error = take_pending();
+  Ref outer = Ref::steal(PyException_GetContext(caught));
+  Ref context = Ref::steal(PyException_GetContext(error.get()));
+  // What was raised further in keeps its own context, unless that is what was handled out here
+  // already.
+  if (error.get() != caught && (!context || context.get() == outer.get())) {
+    PyException_SetContext(error.get(), Ref::borrow(caught).release());
+  }
+  restore(error);
 }
 
 void translate_current_exception() noexcept {

@@ -56,18 +56,12 @@ class ErrorAside {
   PyObject* traceback_ = nullptr;
 };
 
-// Makes the pending error the one that is being handled, as the body of an `except` clause sees it:
-// an error raised in the scope gets it as its context.
-class HandledError {
- public:
-  HandledError();
-  ~HandledError() { PyErr_SetHandledException(outer_.get()); }
-  HandledError(const HandledError&) = delete;
-  HandledError& operator=(const HandledError&) = delete;
+// The pending error as an exception object with its traceback; the indicator is clear afterwards.
+[[nodiscard]] Ref take_pending();
 
- private:
-  Ref outer_;
-};
+// Makes a caught error the context of the pending one, as if that had been raised in an `except`
+// clause.
+void add_context(PyObject* caught);
 
 // Sets the Python exception that stands for the C++ exception being handled.
 void translate_current_exception() noexcept;

@@ -36,9 +36,12 @@ void bind(const char* name, PyObject* value) {
   bind(own(PyUnicode_InternFromString(name)).get(), value);
 }
 
-Ref lookup(PyObject* name) {
-  // A function that outlived a failed import.
+void require_loaded() {
   if (module() == nullptr) raise(PyExc_RuntimeError, "module '%s' is not loaded", kModuleName);
+}
+
+Ref lookup(PyObject* name) {
+  require_loaded();
   if (PyObject* value = PyDict_GetItemWithError(dict(), name)) return Ref::borrow(value);
   check_indicator();
   return builtin(name);

@@ -21,6 +21,9 @@ void open(PyObject* module, PyObject* builtins);
 void bind(PyObject* name, PyObject* value);
 void bind(const char* name, PyObject* value);
 
+// Throws where a function or class outlived a failed import.
+void require_loaded();
+
 // The value of a global name: the module's, else the builtin one, else NameError.
 [[nodiscard]] Ref lookup(PyObject* name);
 [[nodiscard]] Ref builtin(const char* name);

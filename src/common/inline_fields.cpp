@@ -67,9 +67,12 @@ bool store_inline_fields(PyObject* instance, PyObject* const* values, std::size_
   return true;
 }
 
+bool has_inline_array(PyObject* instance) noexcept {
+  return static_cast<bool>(InlineValues(instance));
+}
+
 PyObject* inline_field(PyObject* instance, std::size_t index) noexcept {
-  const InlineValues fields(instance);
-  return fields ? fields.value(index) : nullptr;
+  return InlineValues(instance).value(index);
 }
 
 }  // namespace typed_shapes

@@ -18,8 +18,11 @@ namespace typed_shapes {
 // and nothing done, where this instance came without the array.
 bool store_inline_fields(PyObject* instance, PyObject* const* values, std::size_t count) noexcept;
 
-// A field of an instance whose class has inline fields, borrowed; null where the array is gone
-// (somebody asked for __dict__) or the field is unset.
+// Whether the instance, whose class has inline fields, still has the array: somebody who asks for
+// __dict__ takes it away.
+[[nodiscard]] bool has_inline_array(PyObject* instance) noexcept;
+
+// A field in the array, borrowed; null where it is unset.
 [[nodiscard]] PyObject* inline_field(PyObject* instance, std::size_t index) noexcept;
 
 }  // namespace typed_shapes

@@ -13,9 +13,7 @@ DictWatch numpy_names;
 
 void import_numpy_api(PyObject* numpy) {
   check(_import_array());
-  PyObject* dict = PyModule_GetDict(numpy);
-  check_indicator();
-  numpy_names.start(dict);
+  numpy_names.start_module(numpy);
   for (PyObject* name :
        {names.allclose, names.any, names.array_equal, names.asarray, names.bool_, names.flatnonzero,
         names.float16, names.float64, names.isnan, names.signbit}) {

@@ -117,9 +117,10 @@ void Record::define(vectorcallfunc overlay) {
   }
   field_names_.set(std::move(name_tuple));
 
-  Ref record = decorated(make_class().get());
+  Ref made = make_class();
+  Ref record = decorated(made.get());
   globals::bind(table_.name, record.get());
-  if (!watches_usable || !PyType_Check(record.get())) return;
+  if (!watches_usable || record.get() != made.get()) return;
   auto* type = reinterpret_cast<PyTypeObject*>(record.get());
   has_inline_fields_ = has_inline_fields(type, field_names());
   watch_.start(type);
@@ -131,24 +132,30 @@ bool Record::stands_for(PyObject* cls) noexcept {
   return cls == reinterpret_cast<PyObject*>(type()) && untouched() && globals::untouched();
 }
 
-Ref Record::build(PyObject* const* values) const {
+Ref Record::allocate() const {
   // object.__new__ and not tp_alloc: it prepares the inline attribute values, without which every
   // instance would grow a dictionary of its own.
-  Ref instance = own(PyBaseObject_Type.tp_new(type(), no_arguments.get(), nullptr));
-  if (has_inline_fields_ && store_inline_fields(instance.get(), values, table_.fields.size())) {
-    return instance;
-  }
+  return own(PyBaseObject_Type.tp_new(type(), no_arguments.get(), nullptr));
+}
+
+void Record::fill(PyObject* instance, PyObject* const* values) const {
+  if (has_inline_fields_ && store_inline_fields(instance, values, table_.fields.size())) return;
   for (PyObject* name : field_names()) {
-    check(PyObject_GenericSetAttr(instance.get(), name, *values++));
+    check(PyObject_GenericSetAttr(instance, name, *values++));
   }
+}
+
+Ref Record::build(PyObject* const* values) const {
+  Ref instance = allocate();
+  fill(instance.get(), values);
   return instance;
 }
 
 Ref Record::field(PyObject* instance, std::size_t index) const {
-  if (has_inline_fields_) {
-    if (PyObject* value = inline_field(instance, index)) return Ref::borrow(value);
-  }
-  // An instance whose attributes were made a dict, which may hold more than names.
+  if (!has_inline_fields_) return {};
+  if (has_inline_array(instance)) return Ref::borrow(inline_field(instance, index));
+  // The attributes are a dict now, which may hold more than names. (For an instance that still has
+  // its array the call below would make that dict.)
   PyObject** dict = _PyObject_GetDictPtr(instance);
   if (dict == nullptr || *dict == nullptr || !has_str_keys(*dict)) return {};
   PyObject* value = PyDict_GetItemWithError(*dict, field_names()[index]);
@@ -157,8 +164,12 @@ Ref Record::field(PyObject* instance, std::size_t index) const {
 }
 
 Ref Record::build_accepted(PyObject* const* values) const {
+  // First the instance, then the check: making it may collect garbage, and with that run code that
+  // changes what was checked.
+  Ref instance = allocate();
   if (table_.accepts != nullptr && !table_.accepts(values)) return {};
-  return build(values);
+  fill(instance.get(), values);
+  return instance;
 }
 
 Ref Record::build_with_defaults(Values& values) const {

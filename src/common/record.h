@@ -93,6 +93,8 @@ class Record {
   [[nodiscard]] Ref build_with_defaults(Values& values) const;
   [[nodiscard]] Ref build_accepted(PyObject* const* values) const;
   [[nodiscard]] Ref construct_natively(const CallArguments& arguments) const;
+  [[nodiscard]] Ref allocate() const;
+  void fill(PyObject* instance, PyObject* const* values) const;
   [[nodiscard]] Ref make_class() const;
   [[nodiscard]] Ref decorated(PyObject* type) const;
 

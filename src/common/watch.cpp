@@ -27,6 +27,10 @@ void DictWatch::start(PyObject* dict) {
   dict_.set(Ref::borrow(watches_usable ? dict : nullptr));
 }
 
+void DictWatch::start_module(PyObject* module) {
+  start(PyModule_Check(module) ? PyModule_GetDict(module) : nullptr);
+}
+
 void DictWatch::expect(PyObject* name, PyObject* value) {
   check(PyDict_SetItem(expected_.get(), name, value));
 }

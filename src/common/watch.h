@@ -17,6 +17,8 @@ extern bool watches_usable;
 class DictWatch {
  public:
   void start(PyObject* dict);
+  // The same for the names of a module. What only stands in for one is never taken for untouched.
+  void start_module(PyObject* module);
   void expect(PyObject* name, PyObject* value);
 
   [[nodiscard]] bool untouched() noexcept {
@@ -45,12 +47,17 @@ class ClassWatch {
     return reinterpret_cast<PyTypeObject*>(type_.get());
   }
   [[nodiscard]] bool untouched() noexcept {
-    return type() != nullptr && (version() == good_version_ || recheck()) && init_untouched();
+    return type() != nullptr && (is_known_version() || recheck()) && init_untouched();
   }
 
  private:
   [[nodiscard]] unsigned version() const noexcept {
     return (type()->tp_flags & Py_TPFLAGS_VALID_VERSION_TAG) != 0 ? type()->tp_version_tag : 0;
+  }
+  // A class that was changed and not looked at since has no number.
+  [[nodiscard]] bool is_known_version() const noexcept {
+    const unsigned current = version();
+    return current != 0 && current == good_version_;
   }
   // Patching __init__.__code__ or its defaults leaves the class's own version alone.
   [[nodiscard]] bool init_untouched() const noexcept {

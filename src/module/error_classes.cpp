@@ -24,6 +24,7 @@ Slot invalid_function_state_error;
 Ref initialise(PyObject* const* arguments) {
   const auto [self, message, function_name, expected_version, state_type, reason] =
       unpack<6>(arguments);
+  globals::require_loaded();
   Ref parent =
       call(reinterpret_cast<PyObject*>(&PySuper_Type), invalid_function_state_error.get(), self);
   call_method(parent.get(), names.init, message);

@@ -174,6 +174,7 @@ Ref result_of(Verdict verdict) {
 }  // namespace
 
 Ref payloads_equal(PyObject* a, PyObject* b) {
+  const CollectorPause pause;
   const Verdict verdict = compare_views(view({a, true}), view({b, true}), true);
   // A difference found early is final only if the rest of both payloads can be coerced as well.
   if (verdict == Verdict::kDifferent && !(is_plain_payload(a) && is_plain_payload(b))) return {};
@@ -181,6 +182,7 @@ Ref payloads_equal(PyObject* a, PyObject* b) {
 }
 
 Ref typed_values_equal(PyObject* a, PyObject* b) {
+  const CollectorPause pause;
   return result_of(compare_views(view({a, false}), view({b, false}), true));
 }
 

@@ -71,20 +71,31 @@ bool all_close(PyObject* a, PyObject* right) {
   return is_true(call_keywords(function.get(), positional, keywords).get());
 }
 
+// bool(np.array_equal(a.data, right))
+bool array_equal(PyObject* a, PyObject* right) {
+  Ref function = numpy_attr(names.array_equal);
+  return is_true(call(function.get(), get_attr(a, names.data).get(), right).get());
+}
+
 bool compare_arrays(PyObject* a, PyObject* b) {
   Ref right = get_attr(b, names.data);
   if (differs(a, right.get(), names.shape) || differs(a, right.get(), names.dtype)) return false;
+  Ref caught;
   try {
     return all_close(a, right.get());
   } catch (const PythonError&) {
     // Arrays that np.allclose cannot compute on: strings, objects, records.
-    if (PyErr_ExceptionMatches(PyExc_TypeError) == 0 &&
-        PyErr_ExceptionMatches(PyExc_ValueError) == 0)
-      throw;
+    const bool is_handled = PyErr_ExceptionMatches(PyExc_TypeError) != 0 ||
+                            PyErr_ExceptionMatches(PyExc_ValueError) != 0;
+    if (!is_handled) throw;
+    caught = take_pending();
   }
-  const HandledError handled;
-  Ref array_equal = numpy_attr(names.array_equal);
-  return is_true(call(array_equal.get(), get_attr(a, names.data).get(), right.get()).get());
+  try {
+    return array_equal(a, right.get());
+  } catch (const PythonError&) {
+    add_context(caught.get());
+    throw;
+  }
 }
 
 bool compare_mappings(PyObject* a, PyObject* b) {
@@ -142,9 +153,7 @@ Ref states_equal(PyObject* const* arguments) {
 
 void define_states_equal() {
   Ref math = globals::lookup(names.math);
-  PyObject* dict = PyModule_GetDict(math.get());
-  check_indicator();
-  math_names.start(dict);
+  math_names.start_module(math.get());
   math_names.expect(names.isnan, get_attr(math.get(), names.isnan).get());
   define_function(kStatesEqual);
   define_function(kStatesValueEqual);
