@@ -2,6 +2,8 @@
 
 from __future__ import annotations
 
+import contextlib
+import gc
 import random
 from types import MappingProxyType, SimpleNamespace
 from typing import Any
@@ -211,3 +213,55 @@ def test_comparing_keys_may_change_what_is_walked(make: Any) -> None:
     fast, canonical = both_paths(fresh)
     assert fast == canonical
     assert logs[0] == logs[1] != []
+
+
+# --- Finalizers run wherever the interpreter allocates ---
+
+
+class Cycle:
+    """Garbage that runs an action when it is collected."""
+
+    def __init__(self, action: Any) -> None:
+        self.me, self.action = self, action
+
+    def __del__(self) -> None:
+        self.action()
+
+
+def at_each_collection(action: Any, call: Any) -> None:
+    """Run the call with a collection after its 1st, 2nd, ... 60th allocation."""
+    threshold = gc.get_threshold()
+    for allocations in range(1, 61):
+        gc.collect()
+        Cycle(action)
+        gc.set_threshold(gc.get_count()[0] + allocations)
+        try:
+            call()
+        finally:
+            gc.set_threshold(*threshold)
+
+
+def test_a_collection_may_clear_what_is_compared() -> None:
+    sides: list[list[Any]] = [[], []]
+
+    def compare() -> None:
+        for side in sides:
+            side[:] = [object.__new__(ts.StateScalar) for _ in range(3)] + [2.5] * 5
+        with contextlib.suppress(AttributeError):
+            assert ts.states_equal(*sides) is not True or not any(sides)
+
+    at_each_collection(lambda: [side.clear() for side in sides], compare)
+
+
+def test_a_collection_may_change_what_was_checked() -> None:
+    by_feature: dict[str, Any] = {}
+
+    def build() -> None:
+        by_feature.clear()
+        try:  # no context manager: it would allocate more than what is looked at
+            history = ts.HistoryData(by_feature)
+        except ts.SchemaError:
+            return
+        assert "bad" not in history.by_feature
+
+    at_each_collection(lambda: by_feature.update(bad=3), build)

@@ -60,7 +60,7 @@ def test_spellings(raw: dict[str, Any], kind: str, operand: object) -> None:
 
 
 def test_an_unhashable_kind_is_the_sets_own_error() -> None:
-    with pytest.raises(TypeError, match="^unhashable type: 'list'$"):
+    with pytest.raises(TypeError, match=r"^unhashable type: 'list'$"):
         ts.coerce_graph({"type": []})
 
 

@@ -162,7 +162,7 @@ def test_a_failed_import_leaves_nothing_behind(missing: str) -> None:
 def test_an_error_in_the_body_can_be_recovered_from() -> None:
     check(
         """
-        import dataclasses, numpy
+        import dataclasses, gc, numpy
         original, seen = dataclasses.dataclass, []
         def failing(cls=None, **options):
             if cls is None:
@@ -177,6 +177,14 @@ def test_an_error_in_the_body_can_be_recovered_from() -> None:
         except KeyError:
             dataclasses.dataclass = original
         stale = seen[0]
+        for cls in gc.get_objects():
+            if isinstance(cls, type) and cls.__name__ == "InvalidFunctionStateError":
+                try:
+                    cls("text")
+                except RuntimeError as error:
+                    assert str(error).endswith("is not loaded")
+                else:
+                    raise AssertionError("a class without its module")
         for payload in ({}, None):
             try:
                 stale.from_raw(payload)
@@ -185,6 +193,23 @@ def test_an_error_in_the_body_can_be_recovered_from() -> None:
         import quillmere.functions._typed_shapes as ts
         assert ts.LiveCheckpoint is not stale
         assert ts.states_equal({"a": [1]}, {"a": [1]}) is True
+        """
+    )
+
+
+def test_a_class_patched_before_its_first_use_is_followed() -> None:
+    check(
+        """
+        import quillmere.functions._typed_shapes as ts
+        for cls in vars(ts).values():
+            if not isinstance(cls, type) or "__post_init__" not in vars(cls):
+                continue
+            calls = []
+            # Nothing may look an attribute up on the class before this.
+            cls.__post_init__ = lambda self: calls.append(self)
+            arguments = [None] * len(vars(cls)["__annotations__"])
+            assert type(cls(*arguments)) is type(cls(*arguments)) is cls
+            assert len(calls) == 2, cls
         """
     )
 

@@ -5,6 +5,7 @@ from __future__ import annotations
 import gc
 import math
 import random
+import sys
 import types
 from collections import OrderedDict, namedtuple
 from collections.abc import Callable
@@ -74,6 +75,26 @@ def test_stop_iteration_below_an_item() -> None:
         ts.coerce_state({"a": [{Key(): 1}]})
     assert isinstance(caught.value.__cause__, StopIteration)
     assert caught.value.__context__ is caught.value.__cause__
+
+
+def test_errors_on_the_way_leave_no_trace(monkeypatch: pytest.MonkeyPatch) -> None:
+    texts = np.array(["a"]), np.array(["a"])
+
+    def generator() -> Any:
+        yield ts.states_equal(*texts)
+        yield sys.exc_info()[0]
+
+    running = generator()
+    try:
+        raise KeyError("outer")
+    except KeyError:
+        assert next(running) is True
+        monkeypatch.setattr(np, "array_equal", lambda a, b: 1 / 0)
+        with pytest.raises(ZeroDivisionError) as caught:
+            ts.states_equal(*texts)
+    assert next(running) is None
+    assert isinstance(caught.value.__context__, TypeError)
+    assert isinstance(caught.value.__context__.__context__, KeyError)
 
 
 # --- Equality ---
