@@ -50,7 +50,12 @@ def outcome(call: Callable[[], Any], shared: set[int] = frozenset()) -> Any:  # 
     with warnings.catch_warnings(record=True) as caught:
         warnings.simplefilter("always")
         try:
-            result: Any = ("returns", describe(call(), shared))
+            Hostile.armed = True
+            try:
+                returned = call()
+            finally:
+                Hostile.armed = False
+            result: Any = ("returns", describe(returned, shared))
         except BaseException as error:
             cause = type(error.__cause__).__name__
             result = ("raises", type(error).__name__, str(error), cause)
@@ -130,12 +135,19 @@ class Claims:
 
 
 class Hostile:
-    """Raises, or runs an action, in the slot it is told to, after a delay; logs every call."""
+    """Raises, or runs an action, in the slot it is told to, after a delay; logs every call.
+
+    Tame while a payload is made and while an outcome is described.
+    """
+
+    armed = False
 
     def __init__(self, log: list[str], slot: str, delay: int, action: Callable[[], None]) -> None:
         self.log, self.slot, self.delay, self.action = log, slot, delay, action
 
     def _meet(self, slot: str) -> None:
+        if not Hostile.armed:
+            return
         self.log.append(slot)
         if slot == self.slot:
             if self.delay == 0:
