@@ -4,7 +4,6 @@
 
 #include "common/checks.h"
 #include "common/forwarding.h"
-#include "common/record.h"
 
 namespace typed_shapes {
 
@@ -16,7 +15,8 @@ Ref post_init(PyObject* const* arguments);
 Ref from_raw(PyObject* const* arguments);
 bool accepts(PyObject* const* values);
 
-using Outputs = Forward<&Names::by_dotted_key>;
+extern Record record;
+using Outputs = Forward<record, 0>;
 
 constexpr Method kMethods[] = {
     {{"AggregationOutput.__post_init__(self) -> None", nullptr, post_init}},

@@ -36,8 +36,11 @@ std::size_t find_name(std::span<PyObject* const> names, PyObject* keyword) {
 
 KeywordFaults match_arguments(std::span<PyObject* const> parameter_names,
                               const CallArguments& arguments, std::span<PyObject*> places) {
+  const auto given = static_cast<std::size_t>(arguments.positional);
+  for (std::size_t i = 0; i < places.size(); ++i) {
+    places[i] = i < given ? arguments.values[i] : nullptr;
+  }
   KeywordFaults faults;
-  std::copy_n(arguments.values, arguments.positional, places.begin());
   for (Py_ssize_t i = 0; i < arguments.keyword_count(); ++i) {
     PyObject* keyword = PyTuple_GET_ITEM(arguments.keywords, i);
     const std::size_t place = find_name(parameter_names, keyword);
@@ -57,7 +60,6 @@ void bind_arguments(const ParameterList& parameters, const CallArguments& argume
   const auto given = static_cast<std::size_t>(arguments.positional);
   if (given > parameters.positional) raise_argument_count(parameters, given);
 
-  std::ranges::fill(places, nullptr);
   const KeywordFaults faults = match_arguments(parameters.names, arguments, places);
 
   for (std::size_t i = 0; i < places.size(); ++i) {

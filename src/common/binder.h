@@ -35,8 +35,8 @@ struct KeywordFaults {
   }
 };
 
-// Puts each argument into the place of its parameter; places that no argument fills are left alone.
-// The positional arguments must not be more than the places.
+// Puts each argument into the place of its parameter, and null into the places of the others. The
+// positional arguments must not be more than the places.
 [[nodiscard]] KeywordFaults match_arguments(std::span<PyObject* const> parameter_names,
                                             const CallArguments& arguments,
                                             std::span<PyObject*> places);

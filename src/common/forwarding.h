@@ -1,12 +1,12 @@
 // Methods that hand an operation on to the object in one field of self:
-//   using Masks = Forward<&Names::by_tag>;  ...  {"UniverseMasks.keys(self)", nullptr, Masks::keys}
+//   using Masks = Forward<record, 0>;  ...  {"UniverseMasks.keys(self)", nullptr, Masks::keys}
 #pragma once
 
-#include "common/objects.h"
+#include "common/record.h"
 
 namespace typed_shapes {
 
-template <PyObject* Names::* kField>
+template <Record& kRecord, std::size_t kField>
 class Forward {
  public:
   // key in self.field
@@ -46,7 +46,7 @@ class Forward {
   }
 
  private:
-  static Ref field_of(PyObject* const* arguments) { return get_attr(arguments[0], names.*kField); }
+  static Ref field_of(PyObject* const* arguments) { return kRecord.read(arguments[0], kField); }
 };
 
 }  // namespace typed_shapes

@@ -163,6 +163,13 @@ Ref Record::field(PyObject* instance, std::size_t index) const {
   return Ref::borrow(value);
 }
 
+Ref Record::read(PyObject* instance, std::size_t index) {
+  if (has_inline_fields_ && is_exact(instance) && untouched() && has_inline_array(instance)) {
+    if (PyObject* value = inline_field(instance, index)) return Ref::borrow(value);
+  }
+  return get_attr(instance, field_names()[index]);
+}
+
 Ref Record::build_accepted(PyObject* const* values) const {
   // First the instance, then the check: making it may collect garbage, and with that run code that
   // changes what was checked.

@@ -76,6 +76,9 @@ class Record {
   // running Python code, or is unset.
   [[nodiscard]] Ref field(PyObject* instance, std::size_t index) const;
 
+  // instance.field, for any instance
+  [[nodiscard]] Ref read(PyObject* instance, std::size_t index);
+
   // What the overlay does with a call of the class.
   PyObject* construct(PyObject* cls, PyObject* const* args, std::size_t nargsf,
                       PyObject* kwnames) noexcept;

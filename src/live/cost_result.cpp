@@ -4,7 +4,6 @@
 
 #include "common/checks.h"
 #include "common/forwarding.h"
-#include "common/record.h"
 
 namespace typed_shapes {
 
@@ -19,7 +18,8 @@ Ref post_init(PyObject* const* arguments);
 Ref from_raw(PyObject* const* arguments);
 bool accepts(PyObject* const* values);
 
-using Total = Forward<&Names::total>;
+extern Record record;
+using Total = Forward<record, 0>;
 
 Ref shape(PyObject* const* arguments) {
   return get_attr(get_attr(arguments[0], names.total).get(), names.shape);

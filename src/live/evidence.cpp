@@ -3,7 +3,6 @@
 
 #include "common/checks.h"
 #include "common/forwarding.h"
-#include "common/record.h"
 
 namespace typed_shapes {
 
@@ -15,7 +14,8 @@ Ref post_init(PyObject* const* arguments);
 Ref from_raw(PyObject* const* arguments);
 bool accepts(PyObject* const* values);
 
-using Data = Forward<&Names::data>;
+extern Record record;
+using Data = Forward<record, 0>;
 
 constexpr Method kMethods[] = {
     {{"Evidence.__post_init__(self) -> None", nullptr, post_init}},

@@ -3,7 +3,6 @@
 
 #include "common/checks.h"
 #include "common/forwarding.h"
-#include "common/record.h"
 
 namespace typed_shapes {
 
@@ -15,7 +14,8 @@ Ref post_init(PyObject* const* arguments);
 Ref from_raw(PyObject* const* arguments);
 bool accepts(PyObject* const* values);
 
-using Features = Forward<&Names::by_feature>;
+extern Record record;
+using Features = Forward<record, 0>;
 
 constexpr Method kMethods[] = {
     {{"HistoryData.__post_init__(self) -> None", nullptr, post_init}},

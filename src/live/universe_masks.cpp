@@ -4,7 +4,6 @@
 
 #include "common/checks.h"
 #include "common/forwarding.h"
-#include "common/record.h"
 #include "live/mask_states.h"
 
 namespace typed_shapes {
@@ -17,7 +16,8 @@ Ref post_init(PyObject* const* arguments);
 Ref from_raw(PyObject* const* arguments);
 bool accepts(PyObject* const* values);
 
-using Masks = Forward<&Names::by_tag>;
+extern Record record;
+using Masks = Forward<record, 0>;
 
 constexpr Method kMethods[] = {
     {{"UniverseMasks.__post_init__(self) -> None", nullptr, post_init}},

@@ -106,7 +106,8 @@ class Restore {
 bool surely_equal(PyObject* value, PyObject* expected) {
   const bool same_kind = (PyUnicode_CheckExact(value) && PyUnicode_CheckExact(expected)) ||
                          (PyLong_CheckExact(value) && PyLong_CheckExact(expected));
-  return same_kind && check(PyObject_RichCompareBool(value, expected, Py_EQ)) != 0;
+  return same_kind &&
+         (value == expected || check(PyObject_RichCompareBool(value, expected, Py_EQ)) != 0);
 }
 
 // The data of a record that passes every check; null where the canonical path has to decide.
