@@ -1,6 +1,17 @@
-"""Runs the command as `python -m typed_shapes_cli`."""
+"""Runs the command: `typed-shapes`, or `python -m typed_shapes_cli`."""
 
-from typed_shapes_cli.app import main
+import sys
+
+
+def main() -> None:
+    try:
+        from typed_shapes_cli import app
+    except ModuleNotFoundError as error:
+        if error.name not in ("rich", "typer"):
+            raise
+        sys.exit("typed-shapes needs its extra: pip install 'quillmere-typed-shapes[cli]'")
+    app.main()
+
 
 if __name__ == "__main__":
     main()

@@ -32,7 +32,6 @@ namespace typed_shapes {
   X(coerce_state, "coerce_state")                           \
   X(compare, "compare")                                     \
   X(config, "config")                                       \
-  X(copy, "copy")                                           \
   X(CostResult, "CostResult")                               \
   X(dag_metadata, "dag_metadata")                           \
   X(data, "data")                                           \
@@ -50,7 +49,6 @@ namespace typed_shapes {
   X(expected_name, "expected_name")                         \
   X(expected_version, "expected_version")                   \
   X(expression, "expression")                               \
-  X(extras, "extras")                                       \
   X(family, "family")                                       \
   X(feature, "feature")                                     \
   X(field, "field")                                         \
@@ -80,7 +78,6 @@ namespace typed_shapes {
   X(math, "math")                                           \
   X(max, "max")                                             \
   X(maximum, "maximum")                                     \
-  X(message, "message")                                     \
   X(Metaparameters, "Metaparameters")                       \
   X(min, "min")                                             \
   X(minimum, "minimum")                                     \

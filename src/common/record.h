@@ -68,6 +68,9 @@ class Record {
   // the validation. Runs no Python code; only for an untouched class.
   [[nodiscard]] Ref build(PyObject* const* values) const;
 
+  // The same with the validation; null where the class does not accept the values for sure.
+  [[nodiscard]] Ref build_accepted(PyObject* const* values) const;
+
   // cls(field=value, ...), where cls is this class or a subclass. The values stand in field order;
   // a null or missing one is left to the field's default.
   [[nodiscard]] Ref create(PyObject* cls, std::initializer_list<PyObject*> given);
@@ -94,7 +97,6 @@ class Record {
   // to decide.
   [[nodiscard]] Ref build_checked(Values& values) const;
   [[nodiscard]] Ref build_with_defaults(Values& values) const;
-  [[nodiscard]] Ref build_accepted(PyObject* const* values) const;
   [[nodiscard]] Ref construct_natively(const CallArguments& arguments) const;
   [[nodiscard]] Ref allocate() const;
   void fill(PyObject* instance, PyObject* const* values) const;

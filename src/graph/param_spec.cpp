@@ -4,6 +4,7 @@
 
 #include "common/checks.h"
 #include "common/record.h"
+#include "graph/param_builder.h"
 #include "graph/window_spec.h"
 
 namespace typed_shapes {
@@ -117,6 +118,7 @@ Ref from_dict(PyObject* cls, PyObject* name, PyObject* raw) {
 
 Ref from_raw(PyObject* const* arguments) {
   const auto [cls, name, raw] = unpack<3>(arguments);
+  if (Ref spec = build_param(record, cls, name, raw)) return spec;
   if (globals::is_instance_of(raw, names.ParamSpec)) {
     const bool other_name = compare(get_attr(raw, names.name).get(), name, Py_NE);
     return other_name ? renamed(name, raw) : Ref::borrow(raw);

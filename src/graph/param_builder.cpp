@@ -1,0 +1,51 @@
+#include "graph/param_builder.h"
+
+#include "common/checks.h"
+#include "common/scopes.h"
+#include "graph/window_spec.h"
+
+namespace typed_shapes {
+
+namespace {
+
+// Borrowed; null where the dict has no such key. The keys are exact strs.
+PyObject* find(PyObject* dict, PyObject* key) {
+  PyObject* value = PyDict_GetItemWithError(dict, key);
+  if (value == nullptr) check_indicator();
+  return value;
+}
+
+PyObject* or_none(PyObject* value) { return value != nullptr ? value : Py_None; }
+
+}  // namespace
+
+Ref build_param(Record& param_spec, PyObject* cls, PyObject* name, PyObject* raw) {
+  if (!PyDict_CheckExact(raw) || !param_spec.stands_for(cls) || !window_spec.untouched()) return {};
+  if (!is_plain_name(name) || !has_str_keys(raw)) return {};
+  // What is borrowed from the dict stays there: a collection could run code that changes it.
+  const CollectorPause pause;
+  PyObject* minimum = find(raw, names.min);
+  PyObject* maximum = find(raw, names.max);
+  PyObject* fallback = or_none(find(raw, names.default_));
+  PyObject* variadic = find(raw, names.variadic);
+  if (variadic != nullptr && !is_exact_builtin(variadic)) return {};
+
+  Ref window = none();
+  if (minimum != nullptr || maximum != nullptr || is_same_text(name, names.window)) {
+    PyObject* const fields[] = {or_none(minimum), or_none(maximum), fallback,
+                                or_none(find(raw, names.value))};
+    window = window_spec.build_accepted(fields);
+    if (!window) return {};
+  }
+  Ref is_variadic = boolean(variadic != nullptr && is_true(variadic));
+  PyObject* const values[] = {name,
+                              or_none(find(raw, names.type)),
+                              fallback,
+                              or_none(minimum),
+                              or_none(maximum),
+                              is_variadic.get(),
+                              window.get()};
+  return param_spec.build_accepted(values);
+}
+
+}  // namespace typed_shapes
