@@ -11,7 +11,7 @@ PACKAGE_SOURCES := pyproject.toml $(NATIVE_SOURCES) $(wildcard functions/*) $(wi
 PYTHON_TREES := cli tests benchmarks examples scripts
 OTHER_PYTHONS := $(foreach minor,12 13,build/python3.$(minor)/ready)
 
-.PHONY: help demo test lint format sanitize bench stats clean require
+.PHONY: help demo test lint format sanitize bench bench-check stats clean require
 .DELETE_ON_ERROR:
 
 help: ## List the commands
@@ -77,6 +77,9 @@ sanitize: $(VENV)/installed ## Run the tests under AddressSanitizer and Undefine
 
 bench: $(VENV)/installed $(VENV)/bench-tools ## Time the module against plain Python and msgspec
 	$(BIN)/python benchmarks/run.py $(BENCH_ARGS)
+
+bench-check: $(VENV)/installed $(VENV)/bench-tools ## Compare instruction counts with the committed ones
+	$(BIN)/python benchmarks/instructions.py $(BENCH_ARGS)
 
 stats: ## Print the sizes of code and tests
 	@$(PYTHON) scripts/stats.py

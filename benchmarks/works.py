@@ -6,13 +6,16 @@ both do the same thing to the same payload.
 
 from __future__ import annotations
 
-import json
 from collections.abc import Callable
 from dataclasses import dataclass
 from types import ModuleType
 from typing import Any
 
 import numpy as np
+import payloads
+import plain
+import plain_stage
+from payloads import deep_graph_payload, graph_payload, stage_payload, state_payload
 
 Setup = Callable[[ModuleType], dict[str, Any]]
 
@@ -20,161 +23,114 @@ Setup = Callable[[ModuleType], dict[str, Any]]
 @dataclass(frozen=True)
 class Work:
     name: str
-    floor: float  # how many times as fast as plain Python it has to be
+    floor: float | None  # how many times as fast as plain Python it has to be; None: no floor
     statement: str
     setup: Setup
     unit: int = 1  # nodes or entries in one call
 
 
-def graph_payload(nodes: int) -> dict[str, Any]:
-    """A graph as a JSON parser gives it: three children a node, a config on each."""
-    made = 1
-
-    def node(depth: int) -> dict[str, Any]:
-        nonlocal made
-        children = []
-        if depth:
-            for _ in range(3):
-                if made >= nodes:
-                    break
-                made += 1
-                children.append(node(depth - 1))
-        return {
-            "type": "rotation",
-            "node": "rank",
-            "children": children,
-            "config": {"window": 20, "method": "average"},
-        }
-
-    depth = 1
-    while (3 ** (depth + 1) - 1) // 2 < nodes:
-        depth += 1
-    payload: dict[str, Any] = json.loads(json.dumps(node(depth)))
-    return payload
-
-
-def deep_graph_payload(levels: int) -> dict[str, Any]:
-    payload: dict[str, Any] = {"type": "feature", "name": "close"}
-    for _ in range(levels - 1):
-        payload = {"type": "rotation", "node": "rank", "children": [payload], "config": {"w": 5}}
-    copied: dict[str, Any] = json.loads(json.dumps(payload))
-    return copied
-
-
-def state_payload() -> dict[str, Any]:
-    """About 85 nodes: scalars, nested dicts, lists, a small array."""
-    return {
-        "tick": 118,
-        "warm": True,
-        "weights": np.linspace(0.0, 1.0, 16),
-        "history": [float(i) * 0.25 for i in range(24)],
-        "per_signal": {
-            f"signal_{i}": {"mean": 0.1 * i, "count": i, "last": None, "tags": ["a", "b"]}
-            for i in range(7)
-        },
+def _raw(raw: object, **names: str) -> Setup:
+    """The payload as `raw`, and attributes of the module by name."""
+    return lambda module: {
+        "raw": raw,
+        **{name: getattr(module, attribute) for name, attribute in names.items()},
     }
 
 
-def _without_array(state: dict[str, Any]) -> dict[str, Any]:
-    return {key: value for key, value in state.items() if key != "weights"}
+def _graph(name: str, floor: float, payload: dict[str, Any], nodes: int) -> Work:
+    return Work(name, floor, "coerce_graph(raw)", _raw(payload, coerce_graph="coerce_graph"), nodes)
 
 
-def _array(size: int) -> np.ndarray:
-    array = np.arange(size, dtype=np.float64)
-    array[:: max(1, size // 7)] = np.nan
-    return array
+def _equal(name: str, floor: float | None, a: object, b: object, unit: int) -> Work:
+    return Work(
+        f"states_equal, {name}",
+        floor,
+        "states_equal(a, b)",
+        lambda module: {"a": a, "b": b, "states_equal": module.states_equal},
+        unit,
+    )
 
 
-def _mask(size: int) -> np.ndarray:
-    mask = np.ones(size, dtype=np.float16)
-    mask[::3] = 0.0
-    mask[::7] = np.nan
-    return mask
+def _arrays_equal(size: int, floor: float) -> Work:
+    return _equal(f"float64 x {size:,}", floor, payloads.array(size), payloads.array(size), size)
 
 
-def stage_payload() -> dict[str, Any]:
-    raw: dict[str, Any] = {}
-    for i in range(100):
-        raw[f"flat_{i}"] = np.zeros((64, 5))
-        raw[f"nested_{i}"] = {"values": np.zeros((64, 5)), "label": "x"}
-        raw[f"opaque_{i}"] = i
-    return raw
-
-
-def _raw(raw: object, **names: str) -> Setup:
-    """The payload as `raw`, and attributes of the module by dotted name."""
-
-    def setup(module: ModuleType) -> dict[str, Any]:
-        return {"raw": raw, **_attributes(module, names)}
-
-    return setup
-
-
-def _pair(a: object, b: object) -> Setup:
-    return lambda module: {"a": a, "b": b, "states_equal": module.states_equal}
-
-
-def _attributes(module: ModuleType, names: dict[str, str]) -> dict[str, Any]:
-    return {name: getattr(module, attribute) for name, attribute in names.items()}
-
-
-def _mask_work(size: int, floor: float) -> Work:
+def _masks(size: int, floor: float) -> Work:
     return Work(
         f"masks, float16 x {size:,}",
         floor,
         "UniverseMasks(raw, n)",
         lambda module: {
             "UniverseMasks": module.UniverseMasks,
-            "raw": {"tradable": _mask(size)},
+            "raw": {"tradable": payloads.mask(size)},
             "n": size,
         },
         size,
     )
 
 
-def _array_work(size: int, floor: float) -> Work:
-    return Work(
-        f"states_equal, float64 x {size:,}",
-        floor,
-        "states_equal(a, b)",
-        _pair(_array(size), _array(size)),
-        size,
-    )
-
-
-def _from_raw(name: str, class_name: str, raw: object, floor: float = 3.5) -> Work:
+def _from_raw(name: str, class_name: str, raw: object, floor: float | None = 3.5) -> Work:
     return Work(name, floor, "Class.from_raw(raw)", _raw(raw, Class=class_name))
 
 
-def _subscription(name: str, make: Callable[[ModuleType], Any]) -> Work:
-    return Work(name, 1.3, "record['a']", lambda module: {"record": make(module)})
+def _access(name: str, statement: str, class_name: str, floor: float | None = None) -> Work:
+    """A look into a usual instance of the class, which the statement calls `record`."""
+
+    def setup(module: ModuleType) -> dict[str, Any]:
+        fields = payloads.record_fields()[class_name]
+        return {"record": getattr(module, class_name)(**fields), "np": np}
+
+    return Work(name, floor, statement, setup)
 
 
-def _graph_work(name: str, floor: float, payload: dict[str, Any], nodes: int) -> Work:
-    return Work(name, floor, "coerce_graph(raw)", _raw(payload, coerce_graph="coerce_graph"), nodes)
+def _stage(name: str, statement: str) -> Work:
+    """An accessor of stage data of 300 keys."""
+
+    def setup(module: ModuleType) -> dict[str, Any]:
+        cls = plain_stage.StageData if module is plain else module.StageData
+        return {"stage": cls.from_mapping(stage_payload()), "array": np.zeros((64, 5))}
+
+    return Work(name, None, statement, setup)
 
 
-_SCHEMA = {
-    f"param_{i}": {"type": "int", "default": 20, "min": 5, "max": 50, "variadic": False}
-    for i in range(20)
-}
-_MANIFEST = {
-    "tick_timestamp": 1700000000,
-    "dag_metadata": {"version": 3},
-    "canonical_id_to_filename": {"n1": "n1.pkl", "n2": "n2.pkl"},
-    "producer": "engine-7",
-    "compression": "zstd",
-}
-_ERA_INDEX = {
-    "schema_version": 2,
-    "bundle_kind": "era_index",
-    "epochs": {"e1": [0, 10], "e2": [10, 20]},
-    "note": "x",
-}
+def _constructor(class_name: str) -> Work:
+    def setup(module: ModuleType) -> dict[str, Any]:
+        fields = payloads.record_fields()[class_name]
+        return {"Class": getattr(module, class_name), "fields": fields}
 
-WORKS = [
-    _graph_work("graph, 1,000 nodes", 5.5, graph_payload(1000), 1000),
-    _graph_work("graph, 150 levels deep", 5, deep_graph_payload(150), 150),
+    return Work(f"{class_name}(**fields)", None, "Class(**fields)", setup)
+
+
+def _refused(name: str, call: str, raw: object, class_name: str) -> Work:
+    statement = f"try: {call}\nexcept SchemaError: pass"
+    return Work(
+        f"refusal: {name}", None, statement, _raw(raw, X=class_name, SchemaError="SchemaError")
+    )
+
+
+def _values_equal(module: ModuleType) -> dict[str, Any]:
+    return {
+        "equal": module._states_value_equal,
+        "a": module.coerce_state(payloads.containers_payload()),
+        "b": module.coerce_state(payloads.containers_payload()),
+    }
+
+
+def _differing(key: str) -> dict[str, Any]:
+    return {**payloads.containers_payload(), key: "other"}
+
+
+def _bad_graph() -> dict[str, Any]:
+    """A graph whose last node is the wrong one."""
+    payload = graph_payload(1000)
+    payload["children"].append("close")
+    return payload
+
+
+# Those that have a floor.
+GUARDED = [
+    _graph("graph, 1,000 nodes", 5.5, graph_payload(1000), 1000),
+    _graph("graph, 150 levels deep", 5, deep_graph_payload(150), 150),
     Work(
         "graph node constructor",
         2.2,
@@ -188,22 +144,10 @@ WORKS = [
         _raw(state_payload(), coerce_state="coerce_state"),
         85,
     ),
-    Work(
-        "states_equal, containers",
-        70,
-        "states_equal(a, b)",
-        _pair(_without_array(state_payload()), _without_array(state_payload())),
-        85,
-    ),
-    Work(
-        "states_equal, with an array",
-        60,
-        "states_equal(a, b)",
-        _pair(state_payload(), state_payload()),
-        85,
-    ),
-    _array_work(1000, 45),
-    _array_work(1_000_000, 18),
+    _equal("containers", 70, payloads.containers_payload(), payloads.containers_payload(), 85),
+    _equal("with an array", 60, state_payload(), state_payload(), 85),
+    _arrays_equal(1000, 45),
+    _arrays_equal(1_000_000, 18),
     Work(
         "state scalar constructor",
         2.4,
@@ -230,21 +174,16 @@ WORKS = [
         "parameter schema, 20 entries",
         8,
         "ParamSpec.coerce_specs(raw)",
-        _raw(_SCHEMA, ParamSpec="ParamSpec"),
+        _raw(payloads.SCHEMA, ParamSpec="ParamSpec"),
         20,
     ),
-    _mask_work(5000, 90),
-    _mask_work(1_000_000, 200),
-    _from_raw(
-        "history batch, 200 arrays",
-        "HistoryData",
-        {f"feature_{i}": np.zeros((4, 3)) for i in range(200)},
-        12,
-    ),
+    _masks(5000, 90),
+    _masks(1_000_000, 200),
+    _from_raw("history batch, 200 arrays", "HistoryData", payloads.arrays("feature_", 200), 12),
     _from_raw(
         "aggregation output, 200 arrays",
         "AggregationOutput",
-        {f"plugin.output_{i}": np.zeros((4, 3)) for i in range(200)},
+        payloads.arrays("plugin.output_", 200),
         8,
     ),
     Work(
@@ -277,8 +216,8 @@ WORKS = [
         "LiveCheckpoint",
         {"signals": {"s": {"a": 1}}, "nodes": {"n": {"b": 2}}},
     ),
-    _from_raw("checkpoint manifest", "CheckpointManifest", _MANIFEST),
-    _from_raw("era-index manifest", "EraIndexManifest", _ERA_INDEX),
+    _from_raw("checkpoint manifest", "CheckpointManifest", payloads.MANIFEST),
+    _from_raw("era-index manifest", "EraIndexManifest", payloads.ERA_INDEX),
     _from_raw("metaparameters", "Metaparameters", {"p1": {"rank": "a"}, "p2": {"rank": "b"}}),
     Work(
         "target instrument",
@@ -286,6 +225,90 @@ WORKS = [
         "Entry.from_raw(raw, 3)",
         _raw({"symbol": "ES", "weight": 1.0}, Entry="TargetInstrumentEntry"),
     ),
-    _subscription("evidence subscription", lambda module: module.Evidence({"a": 1})),
-    _subscription("mask subscription", lambda module: module.UniverseMasks({"a": np.ones(3)}, 3)),
+    _access("evidence subscription", "record['score']", "Evidence", 1.3),
+    _access("mask subscription", "record['a']", "UniverseMasks", 1.3),
 ]
+
+# The other entry points, for information.
+FURTHER = [
+    _equal("unequal at the first key", None, payloads.containers_payload(), _differing("tick"), 1),
+    _equal(
+        "unequal at the last key",
+        None,
+        payloads.containers_payload(),
+        {**payloads.containers_payload(), "per_signal": {}},
+        85,
+    ),
+    _equal("float64, unequal shapes", None, payloads.array(1000), payloads.array(999), 1),
+    Work("_states_value_equal, containers", None, "equal(a, b)", _values_equal, 85),
+    Work(
+        "coerce_state, an array",
+        None,
+        "coerce_state(raw)",
+        _raw(np.zeros(16), coerce_state="coerce_state"),
+    ),
+    Work("coerce_state, a scalar", None, "coerce_state(raw)", _raw(1, coerce_state="coerce_state")),
+    _from_raw("window from an int", "WindowSpec", 20, None),
+    _access("WindowSpec.picked", "record.picked()", "WindowSpec"),
+    Work(
+        "ParamSpec.from_raw",
+        None,
+        "Class.from_raw('span', raw)",
+        _raw(payloads.SCHEMA["param_0"], Class="ParamSpec"),
+    ),
+    Work(
+        "ParamSpec.from_mapping, 20 entries",
+        None,
+        "Class.from_mapping(raw)",
+        _raw(payloads.SCHEMA, Class="ParamSpec"),
+        20,
+    ),
+    Work(
+        "UniverseMasks.from_raw, float64 x 50",
+        None,
+        "Class.from_raw(raw, n_alloc=50)",
+        _raw({"a": np.ones(50), "b": np.ones(50)}, Class="UniverseMasks"),
+    ),
+    Work(
+        "CostResult.from_raw",
+        None,
+        "Class.from_raw(record)",
+        lambda module: {
+            "Class": module.CostResult,
+            "record": module.CostResult(np.zeros(50)),
+        },
+    ),
+    _stage("StageData.value", "stage.value('opaque_50')"),
+    _stage("StageData.set_value", "stage.set_value('flat_50', array)"),
+    _stage("StageData.has_value", "stage.has_value('opaque_50')"),
+    _stage("StageData.is_empty", "stage.is_empty()"),
+    _stage("StageData.feature_names, 100 arrays", "stage.feature_names()"),
+    _access("Evidence[...] = ...", "record['score'] = 2.0", "Evidence"),
+    _access("... in Evidence", "'score' in record", "Evidence"),
+    _access("Evidence.get", "record.get('none', 1)", "Evidence"),
+    _access("Evidence.items", "record.items()", "Evidence"),
+    _access("Evidence.keys", "record.keys()", "Evidence"),
+    _access("Evidence.values", "record.values()", "Evidence"),
+    _access("... in UniverseMasks", "'a' in record", "UniverseMasks"),
+    _access("UniverseMasks.get", "record.get('none')", "UniverseMasks"),
+    _access("UniverseMasks.items", "record.items()", "UniverseMasks"),
+    _access("UniverseMasks.keys", "record.keys()", "UniverseMasks"),
+    _access("history subscription", "record['feature_1']", "HistoryData"),
+    _access("... in HistoryData", "'feature_1' in record", "HistoryData"),
+    _access("CostResult.shape", "record.shape", "CostResult"),
+    _access("len(CostResult)", "len(record)", "CostResult"),
+    _access("cost subscription", "record[3]", "CostResult"),
+    _access("np.asarray(CostResult)", "np.asarray(record, dtype=float)", "CostResult"),
+    *map(_constructor, payloads.record_fields()),
+    _refused("the last of 1,000 nodes", "X.from_raw(raw)", _bad_graph(), "FunctionGraphNode"),
+    _refused("a window that is a bool", "X.from_raw(raw)", True, "WindowSpec"),
+    _refused("a batch that is a list", "X.from_raw(raw)", [], "HistoryData"),
+    _refused(
+        "the last of 5,000 mask entries",
+        "X(raw, 5000)",
+        {"a": payloads.bad_mask(5000)},
+        "UniverseMasks",
+    ),
+]
+
+WORKS = GUARDED + FURTHER

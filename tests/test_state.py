@@ -349,6 +349,11 @@ def test_payloads_that_contain_themselves() -> None:
             assert outcome(call)[0][1] == "RecursionError"
 
 
+def test_a_difference_is_final_only_where_the_rest_can_be_coerced() -> None:
+    with pytest.raises(ValueError, match="4300 digits"):
+        ts.states_equal([1, {10**5000: 1}], [2, 3])
+
+
 def test_rebound_collaborators_are_followed(monkeypatch: pytest.MonkeyPatch) -> None:
     calls: list[str] = []
 

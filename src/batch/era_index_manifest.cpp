@@ -74,7 +74,7 @@ bool accepts(PyObject* const* values) {
 Ref version_of(PyObject* raw) {
   Ref zero = own(PyLong_FromLong(0));
   Ref probed = get(raw, names.schema_version, zero.get());
-  if (!is_instance(probed.get(), reinterpret_cast<PyObject*>(&PyLong_Type))) return zero;
+  if (!is_int(probed.get())) return zero;
   return get(raw, names.schema_version, zero.get());
 }
 

@@ -4,8 +4,6 @@
 
 namespace typed_shapes {
 
-Ref interned(const char* characters) { return own(PyUnicode_InternFromString(characters)); }
-
 ClassBody::ClassBody(const char* name, const char* doc)
     : name_(interned(name)), namespace_(own(PyDict_New())) {
   set(names.module, interned(kModuleName).get());

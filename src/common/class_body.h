@@ -12,9 +12,6 @@ struct Method {
   Binding binding = Binding::kMethod;
 };
 
-// An interned str.
-[[nodiscard]] Ref interned(const char* characters);
-
 class ClassBody {
  public:
   ClassBody(const char* name, const char* doc);

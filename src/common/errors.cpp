@@ -22,6 +22,19 @@ void restore(const Ref& error) {
                 PyException_GetTraceback(error.get()));
 }
 
+// Ends the chain of contexts before the error, which is about to become its head: else it would be
+// a ring.
+void cut_from_contexts(PyObject* head, PyObject* error) {
+  Ref link = Ref::borrow(head);
+  while (Ref context = Ref::steal(PyException_GetContext(link.get()))) {
+    if (context.get() == error) {
+      PyException_SetContext(link.get(), nullptr);
+      return;
+    }
+    link = std::move(context);
+  }
+}
+
 }  // namespace
 
 Ref take_pending() {
@@ -54,6 +67,7 @@ void add_context(PyObject* caught) {
   // What was raised further in keeps its own context, unless that is what was handled out here
   // already.
   if (error.get() != caught && (!context || context.get() == outer.get())) {
+    cut_from_contexts(caught, error.get());
     PyException_SetContext(error.get(), Ref::borrow(caught).release());
   }
   restore(error);

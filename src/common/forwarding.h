@@ -46,7 +46,9 @@ class Forward {
   }
 
  private:
-  static Ref field_of(PyObject* const* arguments) { return kRecord.read(arguments[0], kField); }
+  static Ref field_of(PyObject* const* arguments) {
+    return kRecord.attribute(arguments[0], kField);
+  }
 };
 
 }  // namespace typed_shapes

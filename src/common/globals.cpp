@@ -32,9 +32,7 @@ void bind(PyObject* name, PyObject* value) {
   bound_names.expect(name, value);
 }
 
-void bind(const char* name, PyObject* value) {
-  bind(own(PyUnicode_InternFromString(name)).get(), value);
-}
+void bind(const char* name, PyObject* value) { bind(interned(name).get(), value); }
 
 void require_loaded() {
   if (module() == nullptr) raise(PyExc_RuntimeError, "module '%s' is not loaded", kModuleName);
@@ -47,7 +45,7 @@ Ref lookup(PyObject* name) {
   return builtin(name);
 }
 
-Ref builtin(const char* name) { return builtin(own(PyUnicode_InternFromString(name)).get()); }
+Ref builtin(const char* name) { return builtin(interned(name).get()); }
 
 bool is_mapping(PyObject* object) {
   if (PyDict_CheckExact(object) && untouched()) return true;

@@ -44,7 +44,7 @@ bool looks_as_filled(PyObject* instance, std::span<const Ref> values) noexcept {
 
 }  // namespace
 
-bool has_inline_fields(PyTypeObject* type, std::span<PyObject* const> field_names) {
+bool proves_inline_fields(PyTypeObject* type, std::span<PyObject* const> field_names) {
   if ((type->tp_flags & Py_TPFLAGS_MANAGED_DICT) == 0) return false;
   Ref no_arguments = own(PyTuple_New(0));
   Ref probe = own(PyBaseObject_Type.tp_new(type, no_arguments.get(), nullptr));

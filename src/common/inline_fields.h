@@ -12,7 +12,7 @@ namespace typed_shapes {
 // Whether this interpreter lays out instances of the class that way, found out on a first instance:
 // the class must have had none before. Where it does not, records fall back to
 // PyObject_GenericSetAttr.
-[[nodiscard]] bool has_inline_fields(PyTypeObject* type, std::span<PyObject* const> field_names);
+[[nodiscard]] bool proves_inline_fields(PyTypeObject* type, std::span<PyObject* const> field_names);
 
 // Fills the fields of an instance fresh from object.__new__, whose class has inline fields. False,
 // and nothing done, where this instance came without the array.

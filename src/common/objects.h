@@ -16,6 +16,10 @@ namespace typed_shapes {
 [[nodiscard]] inline Ref boolean(bool condition) {
   return Ref::borrow(condition ? Py_True : Py_False);
 }
+// An interned str.
+[[nodiscard]] inline Ref interned(const char* characters) {
+  return own(PyUnicode_InternFromString(characters));
+}
 // object.name
 [[nodiscard]] inline Ref get_attr(PyObject* object, PyObject* name) {
   return own(PyObject_GetAttr(object, name));
@@ -39,6 +43,12 @@ inline void set_attr(PyObject* object, PyObject* name, PyObject* value) {
 }
 [[nodiscard]] inline bool is_dict(PyObject* object) {
   return is_instance(object, reinterpret_cast<PyObject*>(&PyDict_Type));
+}
+[[nodiscard]] inline bool is_int(PyObject* object) {
+  return is_instance(object, reinterpret_cast<PyObject*>(&PyLong_Type));
+}
+[[nodiscard]] inline bool is_bool(PyObject* object) {
+  return is_instance(object, reinterpret_cast<PyObject*>(&PyBool_Type));
 }
 [[nodiscard]] inline bool is_list(PyObject* object) {
   return is_instance(object, reinterpret_cast<PyObject*>(&PyList_Type));

@@ -109,6 +109,7 @@ Ref Record::decorated(PyObject* type) const {
 }
 
 void Record::define(vectorcallfunc overlay) {
+  if (table_.fields.size() > kMaxParameters) raise(PyExc_SystemError, "too many fields");
   no_arguments.set(own(PyTuple_New(0)));
   Ref name_tuple = own(PyTuple_New(static_cast<Py_ssize_t>(table_.fields.size())));
   for (std::size_t i = 0; i < table_.fields.size(); ++i) {
@@ -122,7 +123,7 @@ void Record::define(vectorcallfunc overlay) {
   globals::bind(table_.name, record.get());
   if (!watches_usable || record.get() != made.get()) return;
   auto* type = reinterpret_cast<PyTypeObject*>(record.get());
-  has_inline_fields_ = has_inline_fields(type, field_names());
+  has_inline_fields_ = proves_inline_fields(type, field_names());
   watch_.start(type);
   // A documented slot that subclasses do not inherit: they go through type.__call__ as ever.
   type->tp_vectorcall = overlay;
@@ -151,7 +152,7 @@ Ref Record::build(PyObject* const* values) const {
   return instance;
 }
 
-Ref Record::field(PyObject* instance, std::size_t index) const {
+Ref Record::field_if_plain(PyObject* instance, std::size_t index) const {
   if (!has_inline_fields_) return {};
   if (has_inline_array(instance)) return Ref::borrow(inline_field(instance, index));
   // The attributes are a dict now, which may hold more than names. (For an instance that still has
@@ -163,10 +164,11 @@ Ref Record::field(PyObject* instance, std::size_t index) const {
   return Ref::borrow(value);
 }
 
-Ref Record::read(PyObject* instance, std::size_t index) {
+Ref Record::attribute(PyObject* instance, std::size_t index) {
   if (has_inline_fields_ && is_exact(instance) && untouched() && has_inline_array(instance)) {
     if (PyObject* value = inline_field(instance, index)) return Ref::borrow(value);
   }
+  globals::require_loaded();
   return get_attr(instance, field_names()[index]);
 }
 

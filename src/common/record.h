@@ -77,10 +77,10 @@ class Record {
 
   // A field of an exact instance of an untouched class; null where it cannot be read without
   // running Python code, or is unset.
-  [[nodiscard]] Ref field(PyObject* instance, std::size_t index) const;
+  [[nodiscard]] Ref field_if_plain(PyObject* instance, std::size_t index) const;
 
-  // instance.field, for any instance
-  [[nodiscard]] Ref read(PyObject* instance, std::size_t index);
+  // instance.field, for any instance.
+  [[nodiscard]] Ref attribute(PyObject* instance, std::size_t index);
 
   // What the overlay does with a call of the class.
   PyObject* construct(PyObject* cls, PyObject* const* args, std::size_t nargsf,

@@ -10,7 +10,8 @@ namespace {
 
 // Whether the dictionary holds every expected object, identity deciding. Names hash and compare
 // without running code; somebody's odd key in the way may run some, which the callers are ready
-// for: they ask before they look at anything else. An error on the way counts as a difference.
+// for: they ask before they look at anything else. An error on the way,
+// whatever it is, counts as a difference.
 bool holds(PyObject* dict, PyObject* expected) noexcept {
   const bool same = all_entries(expected, [&](PyObject* name, PyObject* value) {
     return PyDict_GetItemWithError(dict, name) == value;

@@ -43,14 +43,6 @@ constexpr RecordTable kTable = {
     .accepts = accepts,
 };
 
-bool is_int(PyObject* object) {
-  return is_instance(object, reinterpret_cast<PyObject*>(&PyLong_Type));
-}
-
-bool is_bool(PyObject* object) {
-  return is_instance(object, reinterpret_cast<PyObject*>(&PyBool_Type));
-}
-
 // --- Validation ---
 
 Ref post_init(PyObject* const* arguments) {

@@ -88,7 +88,7 @@ void check_mask(PyObject* tag, PyObject* mask, PyObject* n_alloc) {
 }
 
 bool is_positive_int(PyObject* value) {
-  if (!is_instance(value, reinterpret_cast<PyObject*>(&PyLong_Type))) return false;
+  if (!is_int(value)) return false;
   return !compare(value, own(PyLong_FromLong(0)).get(), Py_LE);
 }
 

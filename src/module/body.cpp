@@ -71,7 +71,7 @@ constexpr const char* kBuiltins[] = {"ValueError", "object",   "property",  "sup
 Ref list_of(Texts texts) {
   Ref list = own(PyList_New(0));
   for (const char* text : texts) {
-    check(PyList_Append(list.get(), own(PyUnicode_InternFromString(text)).get()));
+    check(PyList_Append(list.get(), interned(text).get()));
   }
   return list;
 }
@@ -108,7 +108,7 @@ void import_names() {
   import_numpy_api(import_as("numpy", "np").get());
 }
 
-// The builtins that the code relies on must be there before anything is defined.
+// These builtins must be there before anything is defined, or the import fails.
 void check_builtins() {
   for (const char* name : kBuiltins) static_cast<void>(globals::builtin(name));
 }

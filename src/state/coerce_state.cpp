@@ -82,10 +82,16 @@ Ref coerce_canonically(PyObject* raw) {
 // where the canonical path has to decide.
 Ref build(PyObject* raw);
 
-// Whether str(key) runs no Python code.
+// Whether str(key) runs no Python code and cannot fail, as it does for an int of thousands of
+// digits.
 bool has_plain_text(PyObject* key) {
-  return PyUnicode_CheckExact(key) || PyLong_CheckExact(key) || PyFloat_CheckExact(key) ||
-         PyBool_Check(key) || key == Py_None;
+  if (PyLong_CheckExact(key)) {
+    int overflow = 0;
+    PyLong_AsLongAndOverflow(key, &overflow);
+    return overflow == 0;
+  }
+  return PyUnicode_CheckExact(key) || PyFloat_CheckExact(key) || PyBool_Check(key) ||
+         key == Py_None;
 }
 
 Ref build_mapping(PyObject* raw) {

@@ -36,7 +36,7 @@ Variant variant_of_raw(PyObject* object) noexcept {
 }
 
 View typed_view(Variant variant, const Record& record, PyObject* object) {
-  Ref payload = record.field(object, 0);
+  Ref payload = record.field_if_plain(object, 0);
   if (!payload) return {Variant::kUnsure, {}};
   return {variant, std::move(payload)};
 }
