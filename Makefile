@@ -62,7 +62,7 @@ lint: $(VENV)/installed $(VENV)/lint-tools ## Check format, types and the C++ ru
 	$(BIN)/clang-format --dry-run --Werror $(wildcard src/*/*.cpp src/*/*.h)
 	$(BIN)/ruff format --check $(PYTHON_TREES) functions
 	$(BIN)/ruff check $(PYTHON_TREES) functions
-	$(BIN)/mypy cli scripts benchmarks/run.py benchmarks/works.py tests/typing_surface.py
+	$(BIN)/mypy cli scripts benchmarks/run.py benchmarks/worker.py tests/typing_surface.py
 	$(BIN)/python -m mypy.stubtest quillmere.functions
 	$(BIN)/basedpyright --level error tests/typing_surface.py
 	$(BIN)/python scripts/tidy.py
@@ -75,7 +75,7 @@ format: $(VENV)/lint-tools ## Format all sources
 sanitize: $(VENV)/installed ## Run the tests under AddressSanitizer and UndefinedBehaviorSanitizer
 	scripts/sanitize.sh $(PYTEST_ARGS)
 
-bench: $(VENV)/installed $(VENV)/bench-tools ## Time the module against plain Python and msgspec
+bench: $(VENV)/installed $(VENV)/bench-tools ## Time the module against plain Python and its peers
 	$(BIN)/python benchmarks/run.py $(BENCH_ARGS)
 
 bench-check: $(VENV)/installed $(VENV)/bench-tools ## Compare instruction counts with the committed ones

@@ -121,8 +121,8 @@ Ref slice_t(PyObject* const* arguments) {
 
 // The first bucket that has the key; null where none has.
 Ref bucket_with(PyObject* self, PyObject* key) {
-  for (PyObject* name : {names.flat, names.nested, names.opaque}) {
-    Ref bucket = get_attr(self, name);
+  for (std::size_t field = 0; field < std::size(kFields); ++field) {
+    Ref bucket = record.attribute(self, field);
     if (contains(bucket.get(), key)) return bucket;
   }
   return {};
@@ -137,8 +137,8 @@ Ref value(PyObject* const* arguments) {
 
 Ref set_value(PyObject* const* arguments) {
   const auto [self, key, new_value] = unpack<3>(arguments);
-  for (PyObject* name : {names.flat, names.nested, names.opaque}) {
-    call_method(get_attr(self, name).get(), names.pop, key, Py_None);
+  for (std::size_t field = 0; field < std::size(kFields); ++field) {
+    call_method(record.attribute(self, field).get(), names.pop, key, Py_None);
   }
   PyObject* bucket = bucket_of(new_value);
   check(PyObject_SetItem(get_attr(self, bucket).get(), key, new_value));
@@ -150,8 +150,8 @@ Ref has_value(PyObject* const* arguments) {
 }
 
 Ref is_empty(PyObject* const* arguments) {
-  for (PyObject* name : {names.flat, names.nested, names.opaque}) {
-    if (is_true(get_attr(arguments[0], name).get())) return boolean(false);
+  for (std::size_t field = 0; field < std::size(kFields); ++field) {
+    if (is_true(record.attribute(arguments[0], field).get())) return boolean(false);
   }
   return boolean(true);
 }

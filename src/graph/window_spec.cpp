@@ -10,6 +10,9 @@ namespace typed_shapes {
 
 namespace {
 
+// In the order of the fields.
+enum : std::size_t { kMinimum, kMaximum, kDefault, kValue };
+
 constexpr Field kFields[] = {
     {"minimum", "Optional[int]", Default::kNone},
     {"maximum", "Optional[int]", Default::kNone},
@@ -84,13 +87,13 @@ Ref from_raw(PyObject* const* arguments) {
 
 Ref picked(PyObject* const* arguments) {
   const auto [self, clamp_to] = unpack<2>(arguments);
-  Ref value = get_attr(self, names.value);
+  Ref value = window_spec.attribute(self, kValue);
   if (!is_none(value)) return value;
-  Ref fallback = get_attr(self, names.default_);
+  Ref fallback = window_spec.attribute(self, kDefault);
   if (!is_none(fallback)) return fallback;
-  Ref minimum = get_attr(self, names.minimum);
+  Ref minimum = window_spec.attribute(self, kMinimum);
   if (is_none(minimum)) return none();
-  Ref maximum = get_attr(self, names.maximum);
+  Ref maximum = window_spec.attribute(self, kMaximum);
   if (is_none(maximum)) return none();
   // max(minimum, min(clamp_to, maximum)): the minimum wins over the clamp.
   Ref inner = compare(maximum.get(), clamp_to, Py_LT) ? std::move(maximum) : Ref::borrow(clamp_to);

@@ -84,8 +84,10 @@ bool is_signalling(Complex<Float> x) noexcept {
 template <typename Number>
 bool any_warned_of(const Number* values, std::size_t count) noexcept {
   static const bool is_numpy_1 = PyArray_GetNDArrayCFeatureVersion() < NPY_2_0_API_VERSION;
-  return is_numpy_1 &&
-         std::any_of(values, values + count, [](Number x) { return is_signalling(x); });
+  if (!is_numpy_1) return false;
+  unsigned found = 0;
+  for (std::size_t i = 0; i < count; ++i) found |= static_cast<unsigned>(is_signalling(values[i]));
+  return found != 0;
 }
 
 template <typename Number>
