@@ -259,7 +259,7 @@ def test_a_collection_may_change_what_was_checked() -> None:
         by_feature.clear()
         try:  # no context manager: it would allocate more than what is looked at
             history = ts.HistoryData(by_feature)
-        except ts.SchemaError:
+        except (ts.SchemaError, RuntimeError):  # refused, or changed under the canonical walk
             return
         assert "bad" not in history.by_feature
 

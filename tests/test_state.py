@@ -177,7 +177,7 @@ def random_array(rng: random.Random, dtype: str) -> np.ndarray:
             array = array + 1j * np.array(values[::-1], np.longdouble)
         array = array.astype(dtype).reshape(shape)
     if dtype == "?" and size and rng.random() < 0.2:
-        array = (array.astype("u1") * rng.choice([1, 2, 255])).view("?")
+        array = np.asarray(array.astype("u1") * np.uint8(rng.choice([1, 2, 255]))).view("?")
     form = rng.randrange(8)
     if form == 0:
         array = array.astype(array.dtype.newbyteorder())
