@@ -674,6 +674,34 @@ class StageData:
             new_nested[outer_key] = inner_new if has_array else inner
         return StageData(flat=new_flat, nested=new_nested, opaque=dict(self.opaque))
 
+    def value(self, key: str, default: Any = _MISSING) -> Any:
+        for bucket in (self.flat, self.nested, self.opaque):
+            if key in bucket:
+                return bucket[key]
+        if default is not _MISSING:
+            return default
+        raise KeyError(key)
+
+    def set_value(self, key: str, value: Any) -> None:
+        self.flat.pop(key, None)
+        self.nested.pop(key, None)
+        self.opaque.pop(key, None)
+        if isinstance(value, np.ndarray):
+            self.flat[key] = value
+        elif isinstance(value, dict):
+            self.nested[key] = value
+        else:
+            self.opaque[key] = value
+
+    def has_value(self, key: str) -> bool:
+        return key in self.flat or key in self.nested or key in self.opaque
+
+    def is_empty(self) -> bool:
+        return not self.flat and not self.nested and not self.opaque
+
+    def feature_names(self) -> set[str]:
+        return {key for key, value in self.flat.items() if value.ndim == 2}
+
 
 @dataclass
 class EraIndexManifest:

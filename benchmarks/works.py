@@ -13,8 +13,6 @@ from typing import Any
 
 import numpy as np
 import payloads
-import plain
-import plain_stage
 from payloads import deep_graph_payload, graph_payload, stage_payload, state_payload
 
 Setup = Callable[[ModuleType], dict[str, Any]]
@@ -87,8 +85,7 @@ def _stage(name: str, statement: str) -> Work:
     """An accessor of stage data of 300 keys."""
 
     def setup(module: ModuleType) -> dict[str, Any]:
-        cls = plain_stage.StageData if module is plain else module.StageData
-        return {"stage": cls.from_mapping(stage_payload()), "array": np.zeros((64, 5))}
+        return {"stage": module.StageData.from_mapping(stage_payload()), "array": np.zeros((64, 5))}
 
     return Work(name, None, statement, setup)
 
