@@ -12,19 +12,11 @@ namespace {
 
 Slot no_arguments;
 
-// callable(**options), the options a dict.
-Ref call_with_options(PyObject* callable, const Ref& options) {
-  Ref positional = own(PyTuple_New(0));
-  return own(PyObject_Call(callable, positional.get(), options.get()));
-}
-
-void set_item(const Ref& dict, PyObject* key, PyObject* value) {
-  check(PyDict_SetItem(dict.get(), key, value));
-}
-
 // What the class body assigns to the field; null where it assigns nothing.
 Ref default_of(const Field& field) {
-  Ref options = own(PyDict_New());
+  const auto call_field = [](std::initializer_list<Keyword> options) {
+    return call_keywords(globals::lookup(names.field).get(), {}, {options.begin(), options.size()});
+  };
   switch (field.default_value) {
     case Default::kRequired:
       return {};
@@ -33,18 +25,13 @@ Ref default_of(const Field& field) {
     case Default::kFalse:
       return boolean(false);
     case Default::kEmptyList:
-      set_item(options, names.default_factory, reinterpret_cast<PyObject*>(&PyList_Type));
-      break;
+      return call_field({{names.default_factory, reinterpret_cast<PyObject*>(&PyList_Type)}});
     case Default::kEmptyDict:
-      set_item(options, names.default_factory, reinterpret_cast<PyObject*>(&PyDict_Type));
-      break;
+      return call_field({{names.default_factory, reinterpret_cast<PyObject*>(&PyDict_Type)}});
     case Default::kHidden:
-      set_item(options, names.default_, Py_None);
-      set_item(options, names.compare, Py_False);
-      set_item(options, names.repr, Py_False);
       break;
   }
-  return call_with_options(globals::lookup(names.field).get(), options);
+  return call_field({{names.default_, Py_None}, {names.compare, Py_False}, {names.repr, Py_False}});
 }
 
 // What the generated __init__ gives a field that the caller left out; null where that is an error.
@@ -75,8 +62,8 @@ Ref call_type(PyObject* type, const CallArguments& arguments) {
   if (arguments.keyword_count() > 0) {
     keywords = own(PyDict_New());
     for (Py_ssize_t i = 0; i < arguments.keyword_count(); ++i) {
-      set_item(keywords, PyTuple_GET_ITEM(arguments.keywords, i),
-               arguments.values[arguments.positional + i]);
+      check(PyDict_SetItem(keywords.get(), PyTuple_GET_ITEM(arguments.keywords, i),
+                           arguments.values[arguments.positional + i]));
     }
   }
   return own(PyType_Type.tp_call(type, positional.get(), keywords.get()));
@@ -90,7 +77,7 @@ Ref Record::make_class() const {
   body.set(names.annotations, annotations.get());
   for (const Field& field : table_.fields) {
     Ref name = interned(field.name);
-    set_item(annotations, name.get(), interned(field.annotation).get());
+    check(PyDict_SetItem(annotations.get(), name.get(), interned(field.annotation).get()));
     if (Ref value = default_of(field)) body.set(name.get(), value.get());
   }
   for (const Method& method : table_.methods) body.define(method);
@@ -101,9 +88,8 @@ Ref Record::decorated(PyObject* type) const {
   Ref decorator = globals::lookup(names.dataclass);
   if (table_.decorator != Decorator::kPlain) {
     const bool frozen = table_.decorator == Decorator::kFrozen;
-    Ref options = own(PyDict_New());
-    set_item(options, frozen ? names.frozen : names.eq, boolean(frozen).get());
-    decorator = call_with_options(decorator.get(), options);
+    const Keyword options[] = {{frozen ? names.frozen : names.eq, frozen ? Py_True : Py_False}};
+    decorator = call_keywords(decorator.get(), {}, options);
   }
   return call(decorator.get(), type);
 }

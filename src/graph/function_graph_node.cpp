@@ -158,7 +158,7 @@ Ref from_raw(PyObject* const* arguments) {
   const auto [cls, raw] = unpack<2>(arguments);
   if (Ref node = build_graph(record, cls, raw)) return node;
 
-  const RecursionLevel level(" while coercing a function graph");
+  const RecursionLevel level(kCoercing);
   require_json_mapping(raw, "FunctionGraphNode");
   const auto [kind, node] = resolve(raw);
   if (!is_non_empty_str(kind.get())) {

@@ -10,8 +10,6 @@ namespace typed_shapes {
 
 namespace {
 
-constexpr const char* kWhere = " while comparing function states";
-
 // A value of one side. A raw one stands for what coerce_state would make of it; one inside a typed
 // value is taken as it is.
 struct Operand {
@@ -88,7 +86,7 @@ Verdict compare(const Operand& a, const Operand& b);
 // key twice: both sides must be free of them, in the part that was not walked as well.
 Verdict compare_mappings(PyObject* a, bool raw_a, PyObject* b, bool raw_b) {
   if (!PyDict_CheckExact(a) || !PyDict_CheckExact(b)) return Verdict::kUnsure;
-  const RecursionLevel level(kWhere);
+  const RecursionLevel level(kComparing);
   bool checked = false;
   const auto has_only_str_keys = [&] {
     if (!checked) checked = has_str_keys(a) && has_str_keys(b);
@@ -127,7 +125,7 @@ bool is_exact_sequence(PyObject* object) noexcept {
 
 Verdict compare_sequences(PyObject* a, bool raw_a, PyObject* b, bool raw_b) {
   if (!is_exact_sequence(a) || !is_exact_sequence(b)) return Verdict::kUnsure;
-  const RecursionLevel level(kWhere);
+  const RecursionLevel level(kComparing);
   const Py_ssize_t size = PySequence_Fast_GET_SIZE(a);
   if (size != PySequence_Fast_GET_SIZE(b)) return Verdict::kDifferent;
   for (Py_ssize_t i = 0; i < size; ++i) {

@@ -121,7 +121,7 @@ bool compare_sequences(PyObject* a, PyObject* b) {
 }
 
 Ref compare_canonically(PyObject* a, PyObject* b) {
-  const RecursionLevel level(" while comparing function states");
+  const RecursionLevel level(kComparing);
   if (Py_TYPE(a) != Py_TYPE(b)) return boolean(false);
   if (globals::is_instance_of(a, names.StateScalar)) return compare_scalars(a, b);
   if (globals::is_instance_of(a, names.StateArray)) return boolean(compare_arrays(a, b));
