@@ -2,6 +2,8 @@
 
 #include <vector>
 
+#include "common/scopes.h"
+
 namespace typed_shapes {
 
 namespace {
@@ -33,6 +35,16 @@ Ref call_keywords(PyObject* callable, std::span<PyObject* const> positional,
   }
   Ref name_tuple = own(PyList_AsTuple(keyword_names.get()));
   return own(PyObject_Vectorcall(callable, stack.data(), positional.size(), name_tuple.get()));
+}
+
+Ref iterate(PyObject* iterable) {
+  if (!Py_IS_TYPE(iterable, &PyDictItems_Type)) return own(PyObject_GetIter(iterable));
+  // CPython 3.11 crashes where it finds no memory for the pair that an iterator over the items of a
+  // dict keeps. With a pair on the free list of tuples, and no collection to empty that, it need not
+  // ask.
+  const CollectorPause pause;
+  { const Ref pair = own(PyTuple_New(2)); }
+  return own(PyObject_GetIter(iterable));
 }
 
 }  // namespace typed_shapes

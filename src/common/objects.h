@@ -146,10 +146,13 @@ bool all_entries(PyObject* dict, Predicate&& predicate) {
   return all_entries(dict, [](PyObject* key, PyObject*) { return PyUnicode_CheckExact(key) != 0; });
 }
 
+// iter(iterable)
+[[nodiscard]] Ref iterate(PyObject* iterable);
+
 // all(predicate(item) for item in iterable), without the generator
 template <typename Predicate>
 bool all_of(PyObject* iterable, Predicate&& predicate) {
-  Ref iterator = own(PyObject_GetIter(iterable));
+  Ref iterator = iterate(iterable);
   while (Ref item = Ref::steal(PyIter_Next(iterator.get()))) {
     if (!predicate(item.get())) return false;
   }

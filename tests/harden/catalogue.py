@@ -1,0 +1,284 @@
+"""Every entry point of the module as calls that can be made again and again: ones that are taken,
+ones that are refused, ones that raise something else."""
+
+from __future__ import annotations
+
+import ast
+import dataclasses
+import inspect
+import operator
+import pickle
+from collections import OrderedDict
+from collections.abc import Iterator
+from types import MappingProxyType, SimpleNamespace
+from typing import Any
+
+import numpy as np
+from quillmere.functions import _typed_shapes as ts
+from support import ArrayChild, Claims, DictChild, ListChild, Registered, StrChild
+from test_refusals import LINES, NAMES
+
+REFUSED = LINES[::2]
+
+TAKEN = """
+FunctionState("f", 3, {"a": 1})
+validate_function_state(FunctionState("f", 3, {}), expected_name="f", expected_version=3)
+InvalidFunctionStateError("text", function_name="f", reason="r")
+FunctionGraphNode("rotation", "rank", [FunctionGraphNode("a")], {"w": 5}, family="f")
+FunctionGraphNode(type="rotation")
+coerce_graph(GRAPH)
+coerce_graph(DictChild(GRAPH))
+coerce_graph(Registered(GRAPH))
+coerce_graph({"type": "expression", "op": "filtration", "args": None, "params": {5: 1}})
+coerce_graph({"type": StrChild("feature"), "name": 3})
+FunctionGraphNode.from_raw(GRAPH)
+WindowSpec(1, 240, 60)
+WindowSpec.from_raw(60)
+WindowSpec.from_raw({"min": 1, "max": 240, "default": 60, 5: 6})
+WindowSpec.from_raw(DictChild(min=1))
+WindowSpec(1, 240).picked(clamp_to=100)
+WindowSpec(1, 240).picked()
+ParamSpec("alpha", "float", 0.1, window=WindowSpec(1, 5))
+ParamSpec.from_raw("n", {"type": "int", "min": 5, "max": 50, "default": 20, "variadic": 1})
+ParamSpec.from_raw("window", DictChild(default=60))
+ParamSpec.from_raw("m", ParamSpec("n"))
+ParamSpec.from_raw("w", WindowSpec(1, 5))
+ParamSpec.from_mapping({"a": 1, "b": {"type": "str"}, "window": 5})
+ParamSpec.coerce_specs([ParamSpec("a"), SimpleNamespace(name="b")])
+ParamSpec.coerce_specs(DictChild(a=1))
+_param_name(SimpleNamespace(name="n"))
+LiveCheckpoint({}, {})
+LiveCheckpoint.from_raw({"signals": {"s": {}}, "nodes": [("n", {})]})
+LiveCheckpoint.from_raw(MappingProxyType({"signals": None}))
+UniverseMasks({"a": HALF, "b": np.ones(3), "c": np.ones(3, bool)}, 3)
+UniverseMasks({StrChild("a"): HALF.view(ArrayChild)}, 3)
+UniverseMasks.from_raw(DictChild(a=HALF), n_alloc=3)
+masks(a=HALF).get("x", 5)
+operator.getitem(masks(a=HALF), "a")
+operator.contains(masks(a=HALF), "b")
+masks(a=HALF).items()
+masks(a=HALF).keys()
+HistoryData({"close": np.zeros((2, 3)), "open": np.zeros((2, 3)).T})
+HistoryData.from_raw(OrderedDict(close=np.zeros((2, 3))), context="replay")
+operator.getitem(HistoryData({"close": np.zeros((2, 3))}), "close")
+operator.contains(HistoryData({}), "close")
+CostResult(np.zeros((2, 2)), {"fee": np.ones(3), StrChild("tax"): HALF})
+CostResult.from_raw(CostResult(HALF), context="replay")
+len(CostResult(HALF))
+getattr(CostResult(HALF), "shape")
+operator.getitem(CostResult(HALF), 1)
+np.asarray(CostResult(HALF), dtype="f4")
+Evidence.from_raw(MappingProxyType({"a": 1}))
+Evidence.from_raw(None)
+operator.setitem(Evidence({"a": 1}), "a", 2)
+operator.getitem(Evidence({"a": 1}), "a")
+operator.contains(Evidence({"a": 1}), "b")
+Evidence({"a": 1}).items()
+Evidence({"a": 1}).keys()
+Evidence({"a": 1}).values()
+Evidence({"a": 1}).get("b", 7)
+CheckpointManifest.from_raw(MANIFEST)
+CheckpointManifest.from_raw(Registered(MANIFEST))
+CheckpointManifest(1, 2, {"a": "b"})
+Metaparameters({"p": {"s": "o"}})
+Metaparameters.from_raw({"p": {"s": "o"}, "q": {}})
+Metaparameters.from_raw({"p": 1})
+StageData.from_mapping(STAGE)
+StageData.from_mapping(DictChild(STAGE))
+StageData.from_optional_mapping(None)
+StageData.from_mapping(STAGE).slice_t(1, 3)
+StageData.from_mapping(STAGE).slice_t(-2, None)
+StageData({"x": LOOSE[:2]}, {"n": DictChild(v=LOOSE)}, {}).slice_t(np.int64(0), 1)
+StageData.from_mapping(STAGE).feature_names()
+StageData.from_mapping(STAGE).value("a")
+StageData.from_mapping(STAGE).value("x", None)
+StageData.from_mapping(STAGE).set_value("a", LOOSE)
+StageData.from_mapping(STAGE).has_value("c")
+StageData.from_mapping(STAGE).is_empty()
+EraIndexManifest.from_raw({**ERA, "epochs": {"e": 1}, "note": "x"})
+EraIndexManifest.from_raw(DictChild(ERA))
+TargetInstrumentEntry.from_raw({"k": 1}, 0)
+AggregationOutput.from_raw({"a.b": HALF, StrChild("c.d"): LOOSE}, function_name="f")
+list(AggregationOutput({"a.b": HALF}))
+AggregationOutput({"a.b": HALF}).items()
+StateScalar(5)
+StateArray(HALF)
+StateMapping({"a": StateScalar(1)})
+StateSequence((StateScalar(1),))
+coerce_state(STATE)
+coerce_state(DictChild(STATE))
+coerce_state(ListChild([1, (2.5, None)]))
+coerce_state({1: "a", None: 2, 2.5: {"x": ()}})
+states_equal(STATE, OTHER)
+states_equal(coerce_state(STATE), coerce_state(OTHER))
+states_equal(DictChild(STATE), OTHER)
+states_equal([1, float("nan"), "x"], [1, float("nan"), "y"])
+states_equal({"a": HALF}, {"a": HALF.copy()})
+states_equal(np.array([1, None], object), np.array([1, None], object))
+states_equal(LOOSE.astype(">f8"), LOOSE + 1e-12)
+states_equal(HALF.view(ArrayChild), HALF)
+states_equal([1, {10: ()}], [1, {"10": []}])
+_states_value_equal(coerce_state(STATE), coerce_state(OTHER))
+setattr(coerce_graph, "__annotations__", {"raw": "Any"})
+inspect.signature(ParamSpec.from_raw)
+pickle.loads(PICKLED)
+repr(coerce_graph)
+"""
+
+RAISED = """
+coerce_graph()
+coerce_graph({}, 1)
+coerce_graph({"type": "x"}, raw=1)
+coerce_graph({"type": "x"}, odd=1)
+StageData().value()
+StageData().value("x")
+UniverseMasks.from_raw({})
+FunctionGraphNode()
+FunctionGraphNode("x", odd=1)
+coerce_graph({"type": []})
+coerce_graph({"type": {"feature"}, "children": [[]]})
+coerce_graph(LOOP)
+coerce_state(RING)
+states_equal(RING, RING)
+states_equal([1, {10**5000: 1}], [2, 3])
+LiveCheckpoint.from_raw({"nodes": "text"})
+CheckpointManifest.from_raw({**MANIFEST, "canonical_id_to_filename": 5})
+coerce_graph(Registered(5))
+AggregationOutput(Items([5]))
+AggregationOutput(Items([(1,)]))
+AggregationOutput(Items([(1, 2, 3)]))
+AggregationOutput(Items([Claims(tuple)]))
+StageData({"x": 5}).slice_t(0, 1)
+StageData({"x": int}).slice_t(0, 1)
+StageData({}, {"x": 5}).slice_t(0, 1)
+StageData({"x": 5}).feature_names()
+StageData({}).set_value([], 1)
+operator.getitem(masks(a=HALF), "b")
+operator.getitem(Evidence({}), "x")
+operator.getitem(CostResult(HALF), "x")
+len(CostResult(np.zeros(())))
+WindowSpec(1, 2).picked("x")
+TargetInstrumentEntry.from_raw("x", 3)
+validate_function_state({}, expected_name="f", expected_version=3)
+validate_function_state(FunctionState("g", 3, {}), expected_name="f", expected_version=3)
+validate_function_state(FunctionState("f", 2, {}), expected_name="f", expected_version=3)
+validate_function_state(FunctionState("f", 3, []), expected_name="f", expected_version=3)
+masks(a=np.array([1.0, -0.0, 0.5], np.float16))
+setattr(coerce_graph, "__name__", 1)
+delattr(coerce_graph, "__qualname__")
+setattr(WindowSpec(), "minimum", 5)
+rebound("SchemaError", int, coerce_graph, [])
+rebound("WindowSpec", None, WindowSpec.from_raw, 5)
+rebound("coerce_state", next, coerce_state, [iter(())])
+"""
+
+
+class Items(dict):  # type: ignore[type-arg]
+    """A dict that shows other items than it has."""
+
+    def __init__(self, shown: list[Any]) -> None:
+        self.shown = shown
+
+    def items(self) -> Any:
+        return self.shown
+
+
+@dataclasses.dataclass
+class PLAIN:
+    """A record of Python's own, for comparison."""
+
+    value: int
+
+    def __post_init__(self) -> None:
+        raise ValueError("refused")
+
+
+def rebound(name: str, value: Any, function: Any, *arguments: Any) -> Any:
+    """A call while a global of the module is bound to something else, or (None) to nothing."""
+    bound = getattr(ts, name)
+    try:
+        delattr(ts, name) if value is None else setattr(ts, name, value)
+        return function(*arguments)
+    finally:
+        setattr(ts, name, bound)
+
+
+def fresh_names() -> dict[str, Any]:
+    """What the texts speak of, made anew: no two calls share an input."""
+    ring: list[Any] = [1]
+    ring.append(ring)
+    loop: dict[str, Any] = {"type": "x"}
+    loop["children"] = [loop]
+    leaf = {"type": "feature", "name": "close"}
+    half, loose = np.array([np.nan, 0.0, 1.0], np.float16), np.arange(8.0)[::2]
+    state = {"a": [1, (2.5, None)], "b": {"c": half, "d": float("nan")}, "e": loose}
+    return {
+        **{name: globals()[name] for name in ("inspect", "np", "operator", "pickle", "rebound")},
+        **{cls.__name__: cls for cls in (ArrayChild, Claims, Items, ListChild, OrderedDict)},
+        **NAMES,
+        "DictChild": DictChild,
+        "Registered": Registered,
+        "GRAPH": {"op": "zscore", "args": [leaf, {"op": "x", "children": []}], "params": {"w": 5}},
+        "HALF": half,
+        "LOOP": loop,
+        "LOOSE": loose,
+        "MANIFEST": {**dict.fromkeys(ts._CHECKPOINT_REQUIRED, {"a": "b"}), "x": 2},
+        "OTHER": {"a": (1, [2.5, None]), "b": {"c": half.copy(), "d": float("nan")}, "e": loose},
+        "PLAIN": PLAIN,
+        "PICKLED": pickle.dumps(ts.ParamSpec("p", window=ts.WindowSpec(1, 5)), 5),
+        "RING": ring,
+        "STAGE": {"a": np.zeros((5, 2)), "b": {"v": np.zeros(5), "deep": {}}, "c": 7},
+        "STATE": state,
+    }
+
+
+class Call:
+    """One call with its inputs made beforehand, from the text of an expression."""
+
+    def __init__(self, text: str) -> None:
+        tree, names = ast.parse(text, mode="eval").body, fresh_names()
+        assert isinstance(tree, ast.Call), text
+
+        def evaluate(node: ast.expr) -> Any:
+            return eval(compile(ast.Expression(node), text, "eval"), names)
+
+        self.text = text
+        self.function = evaluate(tree.func)
+        self.arguments = [evaluate(argument) for argument in tree.args]
+        self.keywords = {keyword.arg: evaluate(keyword.value) for keyword in tree.keywords}
+
+    def __call__(self) -> Any:
+        return self.function(*self.arguments, **self.keywords)
+
+    def inputs(self) -> list[Any]:
+        """Everything that can be reached from what is passed in, each object once."""
+        found: dict[int, Any] = {}
+        waiting = [self.arguments, self.keywords, getattr(self.function, "__self__", None)]
+        while waiting:
+            value = waiting.pop()
+            if id(value) in found or issubclass(type(value), (type, type(ts))):
+                continue
+            found[id(value)] = value
+            waiting.extend(parts(value))
+        return list(found.values())
+
+    def snapshot(self) -> list[Any]:
+        """What the inputs hold, by identity, and the bytes of arrays."""
+        return [
+            value.tobytes() if isinstance(value, np.ndarray) else list(map(id, parts(value)))
+            for value in self.inputs()
+        ]
+
+
+def parts(value: Any) -> Iterator[Any]:
+    cls = type(value)  # what it claims to be does not count
+    if issubclass(cls, dict):
+        yield from (*dict.keys(value), *dict.values(value))
+    elif issubclass(cls, (list, tuple)):
+        yield from value
+    if dataclasses.is_dataclass(cls) or cls in (Registered, Items):
+        yield from vars(value).values()
+
+
+def every_text() -> list[str]:
+    return [*TAKEN.strip().splitlines(), *REFUSED, *RAISED.strip().splitlines()]
