@@ -219,6 +219,41 @@ def test_a_class_patched_before_its_first_use_is_followed() -> None:
     )
 
 
+def test_daemon_threads_in_our_middle_when_the_interpreter_shuts_down() -> None:
+    check(
+        """
+        import threading, time
+        import quillmere.functions._typed_shapes as ts
+        class Slow:
+            __hash__ = object.__hash__
+            def __eq__(self, other):
+                time.sleep(0.001)
+                return NotImplemented
+            def __str__(self):
+                time.sleep(0.001)
+                return "slow"
+            __repr__ = __str__
+            def __del__(self):
+                time.sleep(0.001)
+        calls = [
+            lambda: ts.states_equal([[Slow()]], [[Slow()]]),
+            lambda: ts.coerce_state({"a": {Slow(): 1}}),
+            lambda: ts.coerce_graph({"type": "rank", "children": [{"type": Slow()}]}),
+            lambda: ts.CostResult({"a": Slow()}),
+        ]
+        def work(call):
+            while True:
+                try:
+                    call()
+                except (TypeError, ValueError):
+                    pass
+        for call in calls * 3:
+            threading.Thread(target=work, args=(call,), daemon=True).start()
+        time.sleep(0.05)
+        """
+    )
+
+
 @pytest.mark.parametrize("python", OTHER_PYTHONS, ids=lambda path: path.parts[1])
 def test_another_minor_version_warns_and_works(python: Path) -> None:
     if os.environ.get("TYPED_SHAPES_SANITIZED"):
