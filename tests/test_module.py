@@ -219,6 +219,88 @@ def test_a_class_patched_before_its_first_use_is_followed() -> None:
     )
 
 
+def test_a_stack_that_the_thread_library_does_not_know() -> None:
+    check(
+        """
+        import ctypes
+        import quillmere.functions._typed_shapes as ts
+        results = []
+        @ctypes.CFUNCTYPE(None)
+        def entry():
+            results.append(ts.coerce_state([1]))
+        outside, inside = ctypes.create_string_buffer(4096), ctypes.create_string_buffer(4096)
+        stack = ctypes.create_string_buffer(2**20)
+        library = ctypes.PyDLL(None)
+        library.getcontext(inside)
+        # uc_link, uc_stack.ss_sp, uc_stack.ss_size
+        for at, value in (8, outside), (16, stack), (32, len(stack)):
+            word = value if isinstance(value, int) else ctypes.addressof(value)
+            ctypes.c_size_t.from_buffer(inside, at).value = word
+        library.makecontext(inside, entry, 0)
+        library.swapcontext(outside, inside)
+        assert results == [ts.coerce_state([1])]
+        """
+    )
+
+
+def test_a_stack_that_ends_at_another_mapping() -> None:
+    check(
+        """
+        import ctypes, os, resource, sys
+        # Without randomisation there are 128 MiB below the main thread's stack.
+        if ctypes.CDLL(None).personality(0x40000) == 0 and not os.environ.get("AGAIN"):
+            os.environ["AGAIN"] = "yes"
+            os.execv(sys.executable, sys.orig_argv)
+        import quillmere.functions._typed_shapes as ts
+        most = resource.getrlimit(resource.RLIMIT_STACK)[1]
+        resource.setrlimit(resource.RLIMIT_STACK, (most, most))
+        sys.setrecursionlimit(10**6)
+        node = {"op": "x"}
+        for _ in range(400_000):
+            node = {"op": "x", "children": [node]}
+        try:
+            ts.coerce_graph(node)
+        except RecursionError:
+            pass
+        """
+    )
+
+
+def test_daemon_threads_in_our_middle_when_the_interpreter_shuts_down() -> None:
+    check(
+        """
+        import threading, time
+        import quillmere.functions._typed_shapes as ts
+        class Slow:
+            __hash__ = object.__hash__
+            def __eq__(self, other):
+                time.sleep(0.001)
+                return NotImplemented
+            def __str__(self):
+                time.sleep(0.001)
+                return "slow"
+            __repr__ = __str__
+            def __del__(self):
+                time.sleep(0.001)
+        calls = [
+            lambda: ts.states_equal([[Slow()]], [[Slow()]]),
+            lambda: ts.coerce_state({"a": {Slow(): 1}}),
+            lambda: ts.coerce_graph({"type": "rank", "children": [{"type": Slow()}]}),
+            lambda: ts.CostResult({"a": Slow()}),
+        ]
+        def work(call):
+            while True:
+                try:
+                    call()
+                except (TypeError, ValueError):
+                    pass
+        for call in calls * 3:
+            threading.Thread(target=work, args=(call,), daemon=True).start()
+        time.sleep(0.05)
+        """
+    )
+
+
 @pytest.mark.parametrize("python", OTHER_PYTHONS, ids=lambda path: path.parts[1])
 def test_another_minor_version_warns_and_works(python: Path) -> None:
     if os.environ.get("TYPED_SHAPES_SANITIZED"):
