@@ -1,19 +1,20 @@
 #!/usr/bin/env bash
-# Build the module with AddressSanitizer and UndefinedBehaviorSanitizer and run the tests on it.
+# Build the module with AddressSanitizer and UndefinedBehaviorSanitizer and run the tests on it, or with
+# `--run module ...` any Python module. SANITIZE_PYTHON names another interpreter than that of .venv.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-bin=$PWD/.venv/bin
-build=$PWD/build/sanitize
+. scripts/build_for.sh
+python=${SANITIZE_PYTHON:-$PWD/.venv/bin/python}
+export ASAN_OPTIONS=detect_leaks=0:handle_segv=0:${ASAN_OPTIONS:-}
+export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1:${UBSAN_OPTIONS:-}
+build_for "$python" "sanitize${SANITIZE_PYTHON:+-other}" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DTYPED_SHAPES_SANITIZE=ON
 
-"$bin/cmake" -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DTYPED_SHAPES_SANITIZE=ON \
-  -DTYPED_SHAPES_WERROR=ON -DPython_EXECUTABLE="$bin/python" -DCMAKE_MAKE_PROGRAM="$bin/ninja" \
-  -DCMAKE_INSTALL_PREFIX="$build/site" >/dev/null
-"$bin/cmake" --build "$build" --target install >/dev/null
-
-# The interpreter is not instrumented: the runtimes come in front, and its allocator hands every block
-# to them. Leaks are looked for elsewhere, by counting references.
+# The runtimes come in front, and the interpreter's allocator hands every block to them. Leaks are looked
+# for elsewhere, by counting references.
 compiler=${CXX:-c++}
 export LD_PRELOAD="$($compiler -print-file-name=libasan.so) $($compiler -print-file-name=libubsan.so) $($compiler -print-file-name=libstdc++.so)"
-export PYTHONMALLOC=malloc ASAN_OPTIONS=detect_leaks=0:handle_segv=0 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
-export PYTHONPATH="$build/site:$PWD/cli" TYPED_SHAPES_SANITIZED=1
-exec "$bin/python" -m pytest -p no:cacheprovider "$@"
+export PYTHONMALLOC=malloc TYPED_SHAPES_SANITIZED=1
+if [ "${1:-}" = --run ]; then
+  exec "$python" -m "${@:2}"
+fi
+exec "$python" -m pytest -p no:cacheprovider "$@"

@@ -206,6 +206,20 @@ def test_paths_agree_on_json(document: Any) -> None:
 RAW = {"type": "rotation", "children": [{"type": "feature", "name": "close"}]}
 
 
+def test_texts_of_the_old_c_api() -> None:
+    make = pytest.importorskip("_testcapi").unicode_legacy_string
+    for raw in ({"type": "expression", "op": "feature", "name": "x"}, {"type": "x"}, {"op": "x"}):
+        for key in raw:
+
+            def call(raw: dict[str, str] = raw, key: str = key) -> Any:
+                with pytest.warns(DeprecationWarning):
+                    old = make(raw[key])
+                return lambda: (Node.from_raw({**raw, key: old}), Node(make(raw[key])))
+
+            fast, canonical = both_paths(call)
+            assert fast == canonical and fast[0][0] == "returns"
+
+
 def test_rebound_globals_are_followed(monkeypatch: pytest.MonkeyPatch) -> None:
     class OtherError(Exception):
         pass

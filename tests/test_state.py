@@ -10,6 +10,7 @@ import types
 from collections import OrderedDict, namedtuple
 from collections.abc import Callable
 from typing import Any
+from unittest.mock import Mock
 
 import numpy as np
 import pytest
@@ -95,6 +96,17 @@ def test_errors_on_the_way_leave_no_trace(monkeypatch: pytest.MonkeyPatch) -> No
     assert next(running) is None
     assert isinstance(caught.value.__context__, TypeError)
     assert isinstance(caught.value.__context__.__context__, KeyError)
+
+
+def test_a_ring_of_contexts_ends(monkeypatch: pytest.MonkeyPatch) -> None:
+    ring = TypeError("caught")
+    ring.__context__ = ValueError("further in")
+    ring.__context__.__context__ = ring
+    for name, error in (("allclose", ring), ("array_equal", OSError("last"))):
+        monkeypatch.setattr(np, name, Mock(side_effect=error))
+    with pytest.raises(OSError, match="last") as caught:
+        ts.states_equal(np.ones(1), np.ones(1))
+    assert caught.value.__context__ is ring
 
 
 # --- Equality ---

@@ -62,7 +62,7 @@ Ref post_init(PyObject* const* arguments) {
 }
 
 bool accepts(PyObject* const* values) {
-  if (!PyLong_CheckExact(values[0]) || !PyUnicode_CheckExact(values[1])) return false;
+  if (!PyLong_CheckExact(values[0]) || !is_plain_str(values[1])) return false;
   int overflow = 0;
   return PyLong_AsLongAndOverflow(values[0], &overflow) == kSchemaVersion &&
          PyUnicode_Compare(values[1], names.era_index) == 0 && PyDict_CheckExact(values[2]);

@@ -53,7 +53,7 @@ void for_each_item(PyObject* mapping, Visit&& visit) {
 // --- Accepting ---
 
 [[nodiscard]] inline bool is_plain_name(PyObject* object) {
-  return PyUnicode_CheckExact(object) && PyUnicode_GET_LENGTH(object) > 0;
+  return is_plain_str(object) && PyUnicode_GET_LENGTH(object) > 0;
 }
 
 // Whether isinstance() of the object is settled by its type alone. A class of Python code, a proxy
@@ -73,7 +73,7 @@ template <typename Predicate>
          });
 }
 
-// Whether both are the same text; both are exact strs.
+// Whether both are the same text; both are plain strs.
 [[nodiscard]] inline bool is_same_text(PyObject* left, PyObject* right) noexcept {
   return left == right || (PyUnicode_GET_LENGTH(left) == PyUnicode_GET_LENGTH(right) &&
                            PyUnicode_Compare(left, right) == 0);

@@ -34,6 +34,11 @@ inline void set_attr(PyObject* object, PyObject* name, PyObject* value) {
          PyLong_CheckExact(object) || PyFloat_CheckExact(object) || PyTuple_CheckExact(object) ||
          PyBool_Check(object) || object == Py_None;
 }
+// Whether the object is an exact str whose characters are there. The old C API makes some whose
+// characters are put in place when first asked for, which may fail.
+[[nodiscard]] inline bool is_plain_str(PyObject* object) noexcept {
+  return PyUnicode_CheckExact(object) && PyUnicode_IS_READY(object);
+}
 // isinstance(object, type)
 [[nodiscard]] inline bool is_instance(PyObject* object, PyObject* type) {
   if (PyType_CheckExact(type) && is_exact_builtin(object)) {

@@ -88,8 +88,9 @@ bool accepts(PyObject* const* values) {
   PyObject* type = values[0];
   PyObject* children = values[2];
   PyObject* config = values[3];
-  if (!PyUnicode_CheckExact(type) || PyUnicode_GET_LENGTH(type) == 0) return false;
-  if (!PyDict_CheckExact(config) || !PyList_CheckExact(children)) return false;
+  if (!is_plain_name(type) || !PyDict_CheckExact(config) || !PyList_CheckExact(children)) {
+    return false;
+  }
   for (Py_ssize_t i = 0; i < PyList_GET_SIZE(children); ++i) {
     if (!record.is_exact(PyList_GET_ITEM(children, i))) return false;
   }

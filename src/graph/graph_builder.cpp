@@ -109,13 +109,13 @@ class GraphBuilder {
     PyObject* type = entries[kType];
     PyObject* op = entries[kOp];
     PyObject* node = either(either(entries[kNode], entries[kName]), entries[kFunctionName]);
-    if (PyUnicode_CheckExact(type)) {
+    if (is_plain_str(type)) {
       if (check(PySet_Contains(runtime_types_, type)) != 0) return {type, either(node, op)};
       if (!is_same_text(type, names.expression)) return {names.rotation, either(node, type)};
     } else if (type != Py_None) {
       return {};
     }
-    if (PyUnicode_CheckExact(op)) {
+    if (is_plain_str(op)) {
       if (is_same_text(op, names.feature)) return {names.feature, entries[kName]};
       if (is_same_text(op, names.filtration)) return {names.filtration, names.filtration};
       if (PyUnicode_GET_LENGTH(op) > 0) return {names.rotation, op};

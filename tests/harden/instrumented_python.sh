@@ -1,0 +1,49 @@
+#!/usr/bin/env bash
+# Build an interpreter that hides nothing: CPython 3.11 from Debian's sources with assertions and
+# AddressSanitizer, without free lists and without an allocator of its own. It is kept in
+# build/instrumented; the last line printed is its path.
+set -euo pipefail
+cd "$(dirname "$0")/../.."
+mkdir -p "${TYPED_SHAPES_INSTRUMENTED:=build/instrumented}"
+cache=$(cd "$TYPED_SHAPES_INSTRUMENTED" && pwd)
+stock=$PWD/.venv/bin/python
+if [ -e "$cache/python" ]; then echo "$cache/python"; exit; fi
+
+need=(dpkg-dev g++ make libssl-dev libffi-dev zlib1g-dev libbz2-dev liblzma-dev libsqlite3-dev)
+missing=$(for p in "${need[@]}"; do dpkg -s "$p" >/dev/null 2>&1 || echo "$p"; done)
+if [ -n "$missing" ]; then
+  apt-get install -qq -y --no-install-recommends $missing >/dev/null \
+    || { echo "These packages are missing and could not be installed:" $missing; exit 1; }
+fi
+
+# A package list of its own: the machine's settings stay as they are.
+mkdir -p "$cache/apt/lists/partial" "$cache/apt/archives/partial"
+for suite in debian:bookworm debian-security:bookworm-security; do
+  echo "deb-src [signed-by=/usr/share/keyrings/debian-archive-keyring.gpg]" \
+    "http://deb.debian.org/${suite/:/ } main"
+done >"$cache/apt/sources.list"
+apt=(-qq -o Dir::Etc::SourceList="$cache/apt/sources.list" -o Dir::Etc::SourceParts=/dev/null
+  -o Dir::State::Lists="$cache/apt/lists" -o Dir::Cache="$cache/apt" -o APT::Sandbox::User=root)
+apt-get "${apt[@]}" update
+# The newest one that the mirror really has.
+cd "$cache/apt"
+for version in $(apt-cache "${apt[@]}" showsrc --only-source python3.11 | sed -n 's/^Version: //p' | sort -urV); do
+  apt-get "${apt[@]}" source "python3.11=$version" >source.log 2>&1 && break
+done
+cd python3.11-*/ || { tail -n 3 source.log; exit 1; }
+
+echo "building CPython $version; the log is $cache/build.log"
+# Some checks of configure leak on purpose. Byte code comes from the stock interpreter, which is of the
+# same version and not slowed down.
+{
+  export ASAN_OPTIONS=detect_leaks=0
+  ./configure --prefix="$cache/$version" --with-pydebug --with-address-sanitizer --without-pymalloc \
+    --without-freelists --with-ensurepip=no
+  make -j2
+  make altbininstall inclinstall libainstall sharedinstall
+  make libinstall PYTHON_FOR_BUILD=true TESTSUBDIRS=
+  "$stock" -m compileall -q "$cache/$version/lib"
+} >"$cache/build.log" 2>&1 || { tail -n 20 "$cache/build.log"; exit 1; }
+ln -s "$version/bin/python3.11" "$cache/python"
+rm -rf "$cache/apt"
+echo "$cache/python"
