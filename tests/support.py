@@ -5,6 +5,7 @@ from __future__ import annotations
 import contextlib
 import dataclasses
 import os
+import sys
 import warnings
 from collections.abc import Callable, Iterator, Mapping
 from typing import Any
@@ -60,6 +61,17 @@ def outcome(call: Callable[[], Any], shared: set[int] = frozenset()) -> Any:  # 
             cause = type(error.__cause__).__name__
             result = ("raises", type(error).__name__, str(error), cause)
     return result, sorted(str(w.message) for w in caught)
+
+
+def python_calls(call: Callable[[], Any]) -> list[str]:
+    """The Python functions that run during a call: none, where the fast path took all of it."""
+    entered: list[str] = []
+    sys.setprofile(lambda frame, event, _: event == "call" and entered.append(frame.f_code.co_name))
+    try:
+        call()
+    finally:
+        sys.setprofile(None)
+    return entered[1:]
 
 
 def both_paths(make_call: Callable[[], Callable[[], Any]]) -> tuple[Any, Any]:

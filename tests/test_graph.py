@@ -11,7 +11,7 @@ from types import MappingProxyType
 from typing import Any
 
 import pytest
-from hypothesis import given
+from hypothesis import given, settings
 from hypothesis import strategies as st
 from quillmere.functions import _typed_shapes as ts
 from support import (
@@ -197,6 +197,7 @@ JSON = st.recursive(
 )
 
 
+@settings(deadline=None)
 @given(JSON)
 def test_paths_agree_on_json(document: Any) -> None:
     fast, canonical = both_paths(lambda: lambda: ts.coerce_graph(document))

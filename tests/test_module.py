@@ -202,6 +202,33 @@ def test_an_error_in_the_body_can_be_recovered_from() -> None:
     )
 
 
+def test_an_odd_key_among_the_names_may_raise() -> None:
+    check(
+        """
+        import numpy as np
+        import quillmere.functions._typed_shapes as ts
+        raised = ["at insertion"]
+        class Key:
+            def __hash__(self):
+                return hash("np")
+            def __eq__(self, other):
+                if not raised:
+                    raised.append(other)
+                    raise KeyboardInterrupt
+                return False
+        bound = vars(ts).pop("np")
+        vars(ts).update({Key(): None, "np": bound})
+        del raised[0]
+        try:
+            ts.coerce_state(np.ones(1))
+        except KeyboardInterrupt:
+            assert raised == ["np"]
+        else:
+            raise AssertionError("dropped")
+        """
+    )
+
+
 def test_a_class_patched_before_its_first_use_is_followed() -> None:
     check(
         """

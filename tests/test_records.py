@@ -17,6 +17,7 @@ from support import (
     DictChild,
     Registered,
     outcome,
+    python_calls,
 )
 
 Window, Param = ts.WindowSpec, ts.ParamSpec
@@ -287,6 +288,7 @@ def test_is_a_dataclass_in_full(record: Any) -> None:
         assert type(clone) is cls
         assert same(clone, record)
         assert list(vars(clone)) == list(values)
+    assert python_calls(lambda: cls(**values)) == []  # copies leave __slotnames__ in the class
     buffers: list[Any] = []
     data = pickle.dumps(record, 5, buffer_callback=buffers.append)
     assert same(pickle.loads(data, buffers=buffers), record)

@@ -14,7 +14,7 @@ from unittest.mock import Mock
 
 import numpy as np
 import pytest
-from hypothesis import given
+from hypothesis import given, settings
 from hypothesis import strategies as st
 from hypothesis.extra import numpy as hnp
 from quillmere.functions import _typed_shapes as ts
@@ -252,6 +252,7 @@ STATES = st.recursive(
 )
 
 
+@settings(deadline=None)
 @given(STATES, STATES)
 def test_paths_agree_on_states(a: Any, b: Any) -> None:
     for call in (

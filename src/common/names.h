@@ -111,6 +111,7 @@ namespace typed_shapes {
   X(shape, "shape")                                         \
   X(signals, "signals")                                     \
   X(signbit, "signbit")                                     \
+  X(slotnames, "__slotnames__")                             \
   X(StageData, "StageData")                                 \
   X(state, "state")                                         \
   X(state_type, "state_type")                               \

@@ -8,16 +8,19 @@ bool watches_usable = false;
 
 namespace {
 
-// Whether the dictionary holds every expected object, identity deciding. Names hash and compare
-// without running code; somebody's odd key in the way may run some, which the callers are ready
-// for: they ask before they look at anything else. An error on the way,
-// whatever it is, counts as a difference.
+// Whether the dictionary holds every expected object, identity deciding. A key that is no exact str
+// counts as a difference: to get past one may run its code, and what that raises is not ours to
+// drop.
 bool holds(PyObject* dict, PyObject* expected) noexcept {
-  const bool same = all_entries(expected, [&](PyObject* name, PyObject* value) {
-    return PyDict_GetItemWithError(dict, name) == value;
-  });
-  if (!same) PyErr_Clear();
-  return same;
+  return has_str_keys(dict) && all_entries(expected, [&](PyObject* name, PyObject* value) {
+           return PyDict_GetItemWithError(dict, name) == value;
+         });
+}
+
+// The first copy or pickle of an instance leaves a note about slots in the class: no change.
+Py_ssize_t size_without_notes(PyObject* attributes) noexcept {
+  const bool has_note = PyDict_GetItemWithError(attributes, names.slotnames) != nullptr;
+  return PyDict_GET_SIZE(attributes) - static_cast<Py_ssize_t>(has_note);
 }
 
 }  // namespace
@@ -67,8 +70,8 @@ bool ClassWatch::recheck() noexcept {
   const unsigned current = version();
   if (current == 0 || current == bad_version_) return false;
   const bool same = type()->tp_mro == mro_.get() && type()->tp_new == new_ &&
-                    PyDict_GET_SIZE(type()->tp_dict) == PyDict_GET_SIZE(attributes_.get()) &&
-                    holds(type()->tp_dict, attributes_.get());
+                    holds(type()->tp_dict, attributes_.get()) &&
+                    size_without_notes(type()->tp_dict) == PyDict_GET_SIZE(attributes_.get());
   (same ? good_version_ : bad_version_) = current;
   return same;
 }
