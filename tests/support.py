@@ -97,7 +97,7 @@ def agree(make: Any, source: Callable[[], random.Random], again: str) -> str:
     fast, canonical = both_paths(make_logged)
     if fast != canonical or logs[0] != logs[1]:
         sides = f"fast: {fast} {logs[0]}", f"canonical: {canonical} {logs[1]}"
-        raise AssertionError("\n".join((make.__name__, *sides, f"again: {again}")))
+        raise AssertionError("\n".join((f"{make.__name__}, again with {again}", *sides)))
     came, returned = fast[0][0], fast[0][-1][1]
     return str(returned) if type(returned) is bool else came
 
