@@ -64,8 +64,10 @@ def main() -> int:
             faults.append(f"{name}: idle, {share:.0%} of its cases raised")
     print(*faults[:10], sep="\n")
     cases, seconds = sum(counts.total() for counts in seen.values()), time.monotonic() - began
+    processor = sum(os.times()[2:4])
     print(
-        f"figures: {cases:,} cases, {len(names)} generators, {len(faults)} faults, {seconds:.0f} s"
+        f"figures: {cases:,} cases from {len(names)} generators, {len(faults)} faults, "
+        f"{seconds:.0f} s, {processor:.0f} s of processor time"
     )
     return bool(faults)
 
