@@ -6,33 +6,28 @@ A generator takes the source and a log for hostile parts, and gives a function a
 
 from __future__ import annotations
 
+import copy
+import dataclasses
 import gc
 import math
+import pickle
 import random
 import struct
+from collections import OrderedDict
 from collections.abc import Callable
 from decimal import Decimal
-from types import MappingProxyType
+from types import MappingProxyType, SimpleNamespace
 from typing import Any
 
 import numpy as np
 from quillmere.functions import _typed_shapes as ts
-from support import SLOTS, Claims, DictChild, FloatChild, Hostile, Registered, StrChild
+from support import *
 
 NAN = float("nan")
 
 
-IMPORTS = """
-import copy, dataclasses, pickle
-from collections import OrderedDict
-from types import MappingProxyType, SimpleNamespace
-from support import *
-"""
-
-
 def functions(head: str, table: str) -> list[Any]:
     names = {**vars(ts), **globals()}
-    exec(IMPORTS, names)
     return [eval(f"lambda {head}: {text.strip()}", names) for text in table.split(";")]
 
 
@@ -94,7 +89,8 @@ FORMS = functions(
 )
 
 
-def random_array(rng: random.Random, dtype: Any) -> np.ndarray:
+def random_array(rng: random.Random, dtype: Any = None) -> np.ndarray:
+    dtype = dtype or rng.choice(NUMBERS if rng.random() < 0.8 else OTHER_TYPES)
     shape, number = rng.choice(SHAPES), str(dtype) in NUMBERS
     size = math.prod(shape)
     if number and dtype != "g" and rng.random() < 0.2:  # any bits at all, repeated
@@ -128,7 +124,7 @@ def arrays(rng: random.Random, log: list[str]) -> Any:
     elif draw < 0.8:
         b = change_one(rng, a)
     else:
-        b = random_array(rng, rng.choice([dtype, rng.choice(NUMBERS + OTHER_TYPES)]))
+        b = random_array(rng, rng.choice([dtype, None]))
     return (ts.states_equal, *rng.choice([(a, b), ({"x": [a]}, {"x": (b,)})]))
 
 
@@ -197,7 +193,7 @@ class States:
         if kind < 2:
             return random_scalar(rng, self.oddness)
         if kind == 2:
-            return random_array(rng, rng.choice(NUMBERS if rng.random() < 0.8 else OTHER_TYPES))
+            return random_array(rng)
         if rng.randrange(64) == 1:
             state = self.make(0)
             for _ in range(rng.randrange(99)):
@@ -237,8 +233,11 @@ def spoil(rng: random.Random, state: Any) -> None:
         state = inner if state[place] is inner else None
 
 
-def typed_equal(a: Any, b: Any) -> Any:
-    return ts._states_value_equal(ts.coerce_state(a), ts.coerce_state(b))
+COMPARISONS = functions(
+    "a, b",
+    """states_equal(a, b); states_equal(a, b); _states_value_equal(a, b);
+    _states_value_equal(coerce_state(a), coerce_state(b))""",
+)
 
 
 def states(rng: random.Random, log: list[str]) -> Any:
@@ -250,7 +249,7 @@ def states(rng: random.Random, log: list[str]) -> Any:
     b = make(3) if draw < 0.2 else a if draw < 0.25 else twin(a)
     if draw > 0.6:
         spoil(rng, b)
-    return rng.choice([ts.states_equal, ts.states_equal, ts._states_value_equal, typed_equal]), a, b
+    return rng.choice(COMPARISONS), a, b
 
 
 # --- Graphs ---
@@ -336,7 +335,7 @@ StageData(**raw) | flat:arrays nested:dict opaque:dict
 StageData.from_mapping(raw) | a:array b:arrays c:any
 StageData.from_optional_mapping(raw).slice_t(0, 2) | a:array b:arrays c:any d:dict
 StageData.from_mapping(raw).feature_names() | a:array b:matrix c:any
-changed(StageData.from_mapping(raw)) | a:any b:array
+[s := StageData.from_mapping(raw), s.set_value("a", s.value("b")), s.is_empty()] | a:any b:array
 EraIndexManifest.from_raw(raw) | schema_version:2 bundle_kind:"era_index" epochs:dict x:any
 EraIndexManifest(**raw) | schema_version:2 bundle_kind:"era_index" epochs:dict
 TargetInstrumentEntry.from_raw(raw, 1) | a:any
@@ -349,22 +348,13 @@ function_name:"f" function_version:3 data:dict
 """.strip().splitlines()
 
 
-def changed(stage: Any) -> Any:
-    stage.set_value("a", stage.value("b"))
-    return stage, stage.has_value("b"), stage.is_empty()
-
-
-def some_array(rng: random.Random) -> Any:
-    return random_array(rng, rng.choice(NUMBERS + OTHER_TYPES))
-
-
 KINDS_OF_VALUES: dict[str, Callable[[random.Random], Any]] = {
     "any": lambda rng: random_scalar(rng, 0.0),
     "int": lambda rng: rng.choice([None, 0, 1, 5, 240, -(10**25)]),
     "text": lambda rng: rng.choice(KINDS),
     "dict": lambda rng: rng.choice([{}, {"a": 1}, {"a": {"b": "c"}, 5: ()}]).copy(),
-    "array": some_array,
-    "arrays": lambda rng: {"a": some_array(rng), "b": some_array(rng)},
+    "array": random_array,
+    "arrays": lambda rng: {"a": random_array(rng), "b": random_array(rng)},
     "matrix": lambda rng: rng.choice([np.zeros((2, 3)), np.ones((3, 2)).T, np.zeros((0, 3))]),
     "mask": lambda rng: np.array(rng.choice(MASKS[-rng.choice([3, 3, 3, 7]) :])).astype(
         rng.choice("ed?")
