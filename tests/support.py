@@ -5,16 +5,20 @@ from __future__ import annotations
 import contextlib
 import dataclasses
 import os
+import random
 import sys
 import warnings
+from collections import Counter
 from collections.abc import Callable, Iterator, Mapping
 from typing import Any
 
 import numpy as np
 from quillmere.functions import _typed_shapes as ts
 
-# How many cases each seeded generator makes; raise it for a longer look.
+# How many cases each seeded generator makes, and the seed of the first: raise the one for a longer
+# look; set both, the number to 1, to see one case again.
 CASES = int(os.environ.get("TYPED_SHAPES_CASES", "4000"))
+SEED = int(os.environ.get("TYPED_SHAPES_SEED", "0"))
 
 
 @contextlib.contextmanager
@@ -28,39 +32,51 @@ def canonical_path() -> Iterator[None]:
         ts.Iterable = bound
 
 
-def describe(value: Any, shared: set[int]) -> Any:
-    """A value as a comparable tree; leaves with whether they are the payload's own objects."""
-    if dataclasses.is_dataclass(type(value)):
-        items = [(f.name, getattr(value, f.name, "unset")) for f in dataclasses.fields(value)]
-        return type(value).__name__, [(name, describe(item, shared)) for name, item in items]
-    if type(value) is dict:
-        is_shared = id(value) in shared
-        items = [(describe(k, shared), describe(v, shared)) for k, v in value.items()]
-        return "dict", is_shared, items
-    if type(value) in (list, tuple):
-        return type(value).__name__, [describe(item, shared) for item in value]
-    if issubclass(type(value), np.ndarray):
-        return "array", id(value) in shared, value.shape, str(value.dtype), value.tobytes()
-    plain = issubclass(type(value), (str, int, float, type(None)))
-    text = repr(value) if plain else ""
-    return type(value).__name__, text, id(value) in shared or text != ""
+def describe(*values: Any) -> Any:
+    """Values as one comparable tree, in which every object is numbered where it is first met: what
+    is shared, among the values as well, stands as its number."""
+    numbers: dict[int, int] = {}
+
+    def look(value: Any) -> Any:
+        kind, number = type(value), len(numbers)
+        if value is None or kind is bool:
+            return value
+        if numbers.setdefault(id(value), number) != number:
+            return numbers[id(value)]
+        if issubclass(kind, np.ndarray):
+            items = [*map(look, value.flat)] if value.dtype.hasobject else np.ndarray.tobytes(value)
+            base = numbers.get(id(value.base))
+            return kind.__name__, value.shape, value.strides, value.dtype.str, items, base
+        if issubclass(kind, dict):
+            return kind.__name__, [(look(key), look(item)) for key, item in dict.items(value)]
+        if issubclass(kind, (list, tuple)):
+            return kind.__name__, [look(item) for item in kind.__iter__(value)]
+        if dataclasses.is_dataclass(kind) or kind is Registered:
+            return kind.__name__, [(name, look(item)) for name, item in vars(value).items()]
+        if issubclass(kind, (str, int, bytes)):
+            return kind.__name__, value
+        return kind.__name__, repr(value) if issubclass(kind, (float, complex, np.generic)) else ""
+
+    return [look(value) for value in values]
 
 
-def outcome(call: Callable[[], Any], shared: set[int] = frozenset()) -> Any:  # type: ignore[assignment]
-    """What a call gives: the described result or the exception, and the warnings on the way."""
+def outcome(function: Callable[..., Any], *arguments: Any) -> Any:
+    """What a call gives and leaves behind: the result or the exception, described together with
+    the arguments, and the warnings on the way."""
     with warnings.catch_warnings(record=True) as caught:
         warnings.simplefilter("always")
+        came: tuple[str, ...] = ("returns",)
+        returned = None
         try:
             Hostile.armed = True
             try:
-                returned = call()
+                returned = function(*arguments)
             finally:
                 Hostile.armed = False
-            result: Any = ("returns", describe(returned, shared))
         except BaseException as error:
-            cause = type(error.__cause__).__name__
-            result = ("raises", type(error).__name__, str(error), cause)
-    return result, sorted(str(w.message) for w in caught)
+            cause, context = type(error.__cause__).__name__, type(error.__context__).__name__
+            came = ("raises", type(error).__name__, str(error), cause, context)
+    return (*came, describe(arguments, returned)), sorted(str(w.message) for w in caught)
 
 
 def python_calls(call: Callable[[], Any]) -> list[str]:
@@ -74,12 +90,37 @@ def python_calls(call: Callable[[], Any]) -> list[str]:
     return entered[1:]
 
 
-def both_paths(make_call: Callable[[], Callable[[], Any]]) -> tuple[Any, Any]:
-    """The outcomes of one call on either path, each on a payload of its own."""
-    fast = outcome(make_call())
+def both_paths(make: Callable[[], Any]) -> tuple[Any, Any]:
+    """The outcomes of one call on either path, each with a function and arguments of its own."""
+    fast = outcome(*make())
     with canonical_path():
-        canonical = outcome(make_call())
+        canonical = outcome(*make())
     return fast, canonical
+
+
+def agree(make: Any, source: Callable[[], random.Random], again: str) -> str:
+    """Send what a generator makes down both paths, and say what came of it in one word."""
+    logs: list[list[str]] = []
+
+    def make_logged() -> Any:
+        logs.append([])
+        return make(source(), logs[-1])
+
+    fast, canonical = both_paths(make_logged)
+    if fast != canonical or logs[0] != logs[1]:
+        sides = f"fast: {fast} {logs[0]}", f"canonical: {canonical} {logs[1]}"
+        raise AssertionError("\n".join((f"{make.__name__}, again with {again}", *sides)))
+    came, returned = fast[0][0], fast[0][-1][1]
+    return str(returned) if type(returned) is bool else came
+
+
+def agree_on(make: Any, first: int, count: int) -> Counter[str]:
+    """How often which outcome came of the cases of so many seeds."""
+    seen: Counter[str] = Counter()
+    for seed in range(first, first + count):
+        again = f"TYPED_SHAPES_SEED={seed} TYPED_SHAPES_CASES=1"
+        seen[agree(make, lambda: random.Random(f"{make.__name__} {seed}"), again)] += 1
+    return seen
 
 
 # --- Payload parts that only look like the builtin ones ---
@@ -106,11 +147,22 @@ class EmptyLookingStr(str):
         return False
 
 
+class FloatChild(float):
+    pass
+
+
 class ArrayChild(np.ndarray):
     pass
 
 
-class Registered:
+class Nameless:
+    """What any two of a class show themselves as."""
+
+    def __repr__(self) -> str:
+        return "nameless"
+
+
+class Registered(Nameless):
     """A mapping by registration only."""
 
     def __init__(self, data: dict[Any, Any]) -> None:
@@ -135,7 +187,7 @@ class Registered:
 Mapping.register(Registered)
 
 
-class Claims:
+class Claims(Nameless):
     """An object whose `__class__` is a lie."""
 
     def __init__(self, claimed: type) -> None:

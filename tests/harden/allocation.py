@@ -119,7 +119,7 @@ class Sweep:
             self.disarm()
         from support import describe
 
-        return describe(result, set())
+        return describe(result)
 
     def walk(self, point: int, tell: Callable[[str], None]) -> None:
         before, expected = self.call.snapshot(), None

@@ -1,0 +1,408 @@
+"""Calls made by a source of choices: payloads that fit, that nearly fit, that only look as if.
+
+A generator takes the source and a log for hostile parts, and gives a function and its arguments.
+`agree` in support.py sends what it gives down both paths.
+"""
+
+from __future__ import annotations
+
+import copy
+import dataclasses
+import gc
+import math
+import pickle
+import random
+import struct
+from collections import OrderedDict
+from collections.abc import Callable
+from decimal import Decimal
+from types import MappingProxyType, SimpleNamespace
+from typing import Any
+
+import numpy as np
+from quillmere.functions import _typed_shapes as ts
+from support import *
+
+NAN = float("nan")
+
+
+def functions(head: str, table: str) -> list[Any]:
+    names = {**vars(ts), **globals()}
+    return [eval(f"lambda {head}: {text.strip()}", names) for text in table.split(";")]
+
+
+# --- Scalars and keys ---
+
+NUMPY_SCALARS = [np.float64(NAN), np.float32(1), np.int64(1), np.bool_(True), np.str_("a")]
+NUMPY_SCALARS += [np.float16(NAN), np.longdouble(1), np.complex64(1j), np.datetime64("NaT")]
+BUILTIN_SCALARS = [None, True, 0, 1, 1.0, -1, -0.0, NAN, 2**53 + 1, 2.0**53, 2**61 - 1, -(10**25)]
+BUILTIN_SCALARS += ["", "a", "\ud800", b"a", 1j, math.inf]
+# Equal ones, ones of equal hash, ones that become equal as text.
+KEYS = ["a", "b", "c", 1, "1", True, "True", 1.0, None, "None", -1, -2, 2**61, NAN, "nan", b"a"]
+ODD_KEYS = [StrChild("a"), (1,), 10**25, 10**5000, np.int64(1), np.str_("a"), FloatChild(1), 1j]
+
+
+def random_scalar(rng: random.Random, oddness: float) -> Any:
+    kind = rng.randrange(6)
+    if kind == 0:
+        return struct.unpack("d", rng.randbytes(8))[0]
+    if kind == 1:
+        return int.from_bytes(rng.randbytes(rng.choice([1, 4, 8, 9])), "little", signed=True)
+    if kind == 2:
+        return rng.randbytes(2 * rng.randrange(4)).decode("utf-16-le", "replace")
+    if kind == 3:
+        return rng.choice(NUMPY_SCALARS)
+    if kind == 4 and rng.random() < oddness:
+        return rng.choice([FloatChild(NAN), FloatChild(1), StrChild("a"), Decimal("NaN")])
+    return rng.choice(BUILTIN_SCALARS)
+
+
+def random_key(rng: random.Random, oddness: float) -> Any:
+    if rng.random() < 0.5:
+        return "".join([rng.choice("abc"), "d"])  # equal to others, but an object of its own
+    return rng.choice(ODD_KEYS if rng.random() < oddness else KEYS)
+
+
+# --- Arrays ---
+
+NUMBERS = "? b B h H i I l L q Q e f d F D g".split()
+OTHER_TYPES = [">f8", ">f2", "O", "U2", "S3", "M8[s]", "m8[s]", [("x", "f8"), ("y", "i1")]]
+EDGES = [0.0, -0.0, 1.0, NAN, -NAN, math.inf, -math.inf, 5e-324, 65504.0, 3.4e38, 1.7e308, 9e307]
+INTEGERS = [0, 1, 2**53, 2**53 + 1, 2**62, -1, 127, -128, 255]
+SHAPES = [(), (0,), (1,), (3,), (5,), (2, 3), (3, 1), (3, 0), (2, 1, 3), (1025,)]
+
+
+def misaligned(array: np.ndarray) -> np.ndarray:
+    if array.dtype.hasobject or not array.size:
+        return array
+    view = np.zeros(array.nbytes + 1, "u1")[1:].view(array.dtype).reshape(array.shape)
+    view[...] = array
+    return view
+
+
+FORMS = functions(
+    "array",
+    """array.astype(array.dtype.newbyteorder()); np.repeat(np.atleast_1d(array), 2, axis=0)[::2];
+    np.atleast_1d(array)[::-1]; np.asfortranarray(array); array.T; misaligned(array);
+    np.broadcast_to(array[..., :1], array.shape) if array.ndim else array; array.view(ArrayChild);
+    np.ma.masked_array(array, np.resize([False, True], array.shape))""",
+)
+
+
+def random_array(rng: random.Random, dtype: Any = None) -> np.ndarray:
+    dtype = dtype or rng.choice(NUMBERS if rng.random() < 0.8 else OTHER_TYPES)
+    shape, number = rng.choice(SHAPES), str(dtype) in NUMBERS
+    size = math.prod(shape)
+    if number and dtype != "g" and rng.random() < 0.2:  # any bits at all, repeated
+        bits = rng.randbytes(4 * np.dtype(dtype).itemsize)
+        array = np.resize(np.frombuffer(bits, dtype), shape)
+    else:
+        edges = EDGES if dtype in ("e", "f", "d", "F", "D", "g") else INTEGERS
+        values = [rng.choice(edges) if rng.random() < 0.1 else float(i % 3) for i in range(7)]
+        with np.errstate(all="ignore"):
+            wide = np.resize(np.array(values, np.longdouble), size)
+            if dtype in ("F", "D"):
+                wide = wide + 1j * wide[::-1]
+            array = (wide if number else wide.astype("i1")).astype(dtype).reshape(shape)
+    return rng.choice(FORMS)(array) if rng.random() < 0.5 else array
+
+
+def change_one(rng: random.Random, array: np.ndarray) -> np.ndarray:
+    changed = array.copy()
+    if changed.size:
+        with np.errstate(all="ignore"):
+            changed.flat[rng.randrange(changed.size)] = rng.choice([0, 1, 3])
+    return changed
+
+
+def arrays(rng: random.Random, log: list[str]) -> Any:
+    dtype = rng.choice(NUMBERS)
+    a = random_array(rng, dtype)
+    draw = rng.random()
+    if draw < 0.4:
+        b = a.copy(order=rng.choice("CF"))
+    elif draw < 0.8:
+        b = change_one(rng, a)
+    else:
+        b = random_array(rng, rng.choice([dtype, None]))
+    return (ts.states_equal, *rng.choice([(a, b), ({"x": [a]}, {"x": (b,)})]))
+
+
+# --- Things that only look as if they fit ---
+
+
+def hostile(rng: random.Random, log: list[str], walked: list[Any]) -> Hostile:
+    def act() -> None:
+        action = rng.randrange(5)
+        if action == 0:
+            raise rng.choice([LookupError, TypeError, ValueError, KeyboardInterrupt])("hostile")
+        if action == 1:
+            for container in walked:
+                getattr(container, "clear", lambda: None)()
+        elif action == 2:
+            ts.states_equal([1, {"a": 2}], [1, {"a": 2}])
+        elif action == 3:
+            ts.coerce_graph({"op": "x", "children": [{"op": "y"}]})
+        else:
+            gc.collect(0)
+
+    return Hostile(log, rng.choice(SLOTS), rng.randrange(3), act)
+
+
+CLAIMED = [dict, list, str, np.ndarray, ts.StateScalar]
+ODD = functions(
+    "",
+    """DictChild(op="x"); OrderedDict(a=[1]); Registered({"op": "x"}); ListChild([{"op": "y"}]);
+    MappingProxyType({"op": "x"}); [("k", 1)]; {"feature"}; StrChild("feature");
+    EmptyLookingStr("zscore"); np.zeros((2, 3)).view(ArrayChild); np.array([NAN, 1.0], object);
+    WindowSpec(1, 2); ParamSpec("p"); SimpleNamespace(name="n"); StateMapping({1: StateScalar(1)});
+    StateSequence([StateScalar(1), 2]); StateScalar(np.zeros(2)); object.__new__(StateArray)""",
+)
+
+
+def odd(rng: random.Random, log: list[str], walked: list[Any]) -> Any:
+    draw = rng.randrange(8)
+    if draw == 0:
+        return hostile(rng, log, walked)
+    return Claims(rng.choice(CLAIMED)) if draw == 1 else rng.choice(ODD)()
+
+
+# --- States ---
+
+
+class States:
+    """Makes states of bounded size; parts of one may occur in it again."""
+
+    def __init__(self, rng: random.Random, log: list[str], oddness: float) -> None:
+        self.rng, self.log, self.oddness = rng, log, oddness
+        self.made: list[Any] = []
+
+    def make(self, depth: int) -> Any:
+        rng = self.rng
+        if self.made and rng.random() < 0.05:
+            return rng.choice(self.made)
+        state = self.odd() if rng.random() < self.oddness else self.even(depth)
+        if not self.oddness and rng.random() < 0.05:
+            state = ts.coerce_state(state)
+        self.made.append(state)
+        return state
+
+    def even(self, depth: int) -> Any:
+        rng = self.rng
+        kind = rng.randrange(6 if depth else 3)
+        if kind < 2:
+            return random_scalar(rng, self.oddness)
+        if kind == 2:
+            return random_array(rng)
+        if rng.randrange(64) == 1:
+            state = self.make(0)
+            for _ in range(rng.randrange(99)):
+                state = rng.choice([[state], (state,), {"a": state}])
+            return state
+        children = [self.make(depth - 1) for _ in range(rng.randrange(4))]
+        if kind == 3:
+            return children
+        if kind == 4:
+            return tuple(children)
+        return {random_key(rng, self.oddness): child for child in children}
+
+    def odd(self) -> Any:
+        return odd(self.rng, self.log, self.made)
+
+
+def twin(value: Any) -> Any:
+    """An equal state of other objects, as far down as there are builtin ones."""
+    if type(value) in (list, tuple):
+        return type(value)(map(twin, value))
+    if type(value) is dict:
+        return {key: twin(item) for key, item in value.items()}
+    if type(value) is float:
+        return float.fromhex(value.hex())
+    return value.copy() if type(value) is np.ndarray else value
+
+
+def spoil(rng: random.Random, state: Any) -> None:
+    """Change one thing somewhere inside."""
+    while type(state) in (list, dict) and state:
+        place = rng.choice([*state] if type(state) is dict else range(len(state)))
+        inner = state[place]
+        if type(inner) is np.ndarray:
+            state[place] = change_one(rng, inner)
+        elif type(inner) not in (list, dict) or rng.random() < 0.2:
+            state[place] = random_scalar(rng, 0.0)
+        state = inner if state[place] is inner else None
+
+
+COMPARISONS = functions(
+    "a, b",
+    """states_equal(a, b); states_equal(a, b); _states_value_equal(a, b);
+    _states_value_equal(coerce_state(a), coerce_state(b))""",
+)
+
+
+def states(rng: random.Random, log: list[str]) -> Any:
+    make = States(rng, log, rng.choice((0.0, 0.0, 0.05, 0.2))).make
+    a = make(3)
+    if rng.random() < 0.2:
+        return ts.coerce_state, a
+    draw = rng.random()
+    b = make(3) if draw < 0.2 else a if draw < 0.25 else twin(a)
+    if draw > 0.6:
+        spoil(rng, b)
+    return rng.choice(COMPARISONS), a, b
+
+
+# --- Graphs ---
+
+GRAPH_KEYS = """type op node name function_name children args config params canonical_id family
+value other""".split()
+STARTS = [("type",)] * 3 + [("op",)] * 3 + [("type", "op"), ()]
+KINDS = ["feature", "filtration", "expression", "rotation", "zscore", "\ud800", "signal", ""]
+
+
+class Graphs(States):
+    def make(self, depth: int) -> Any:
+        rng, payload = self.rng, {}
+        if self.made and rng.random() < 0.05:
+            return rng.choice(self.made)
+        if rng.randrange(64) == 1:
+            levels = rng.randrange(99)
+            for _ in range(levels):
+                payload = {"op": "x", "children": [payload]} if payload else self.make(0)
+            return payload
+        for key in (*rng.choice(STARTS), *rng.sample(GRAPH_KEYS, rng.randrange(5))):
+            text: Any = "".join([key]) if rng.random() < 0.5 else key
+            value = self.odd() if rng.random() < self.oddness else self.fitting(key, depth)
+            if rng.random() < self.oddness / 2:
+                odd = self.odd()
+                text = rng.choice([StrChild(key), 5, odd if type(odd) is Hostile else b""])
+            payload[text] = value
+        if rng.random() < self.oddness / 2:
+            return rng.choice([DictChild, MappingProxyType, Registered])(payload)
+        self.made.append(payload)
+        return payload
+
+    def fitting(self, key: str, depth: int) -> Any:
+        rng = self.rng
+        if rng.random() < 0.05:
+            return self.even(2)
+        if key in ("children", "args"):
+            return [self.make(depth - 1) for _ in range(rng.randrange(4) if depth else 0)]
+        if key in ("config", "params"):
+            return {random_key(rng, self.oddness): 1}
+        if key in ("type", "op"):
+            return rng.choice(KINDS)
+        return rng.choice(["close", 3, None])
+
+
+def graphs(rng: random.Random, log: list[str]) -> Any:
+    payload = Graphs(rng, log, rng.choice((0.0, 0.02, 0.15))).make(3)
+    return rng.choice([ts.coerce_graph, ts.FunctionGraphNode.from_raw]), payload
+
+
+# --- Records ---
+
+# The call, and what fits under which key: a kind of KINDS_OF_VALUES, or the literal itself.
+RECORDS = """
+WindowSpec(**raw) | minimum:int maximum:int default:int value:int
+WindowSpec.from_raw(raw) | min:int max:int default:int value:int
+WindowSpec(**raw).picked(5) | minimum:int maximum:int
+ParamSpec("p", **raw) | type:any default:any minimum:any variadic:any window:window
+ParamSpec.from_raw("window", raw) | min:int max:int default:int value:int type:any variadic:any
+ParamSpec.from_raw("p", raw) | type:any default:any variadic:any window:any
+ParamSpec.from_mapping(raw) | a:param b:param window:param
+ParamSpec.coerce_specs([*raw.values()]) | a:ParamSpec b:ParamSpec
+FunctionGraphNode(**raw) | type:text node:any children:nodes config:dict family:any value:any
+FunctionGraphNode(*raw.values()) | type:text node:any children:nodes config:dict
+LiveCheckpoint(**raw) | signals:dict nodes:dict
+LiveCheckpoint.from_raw(raw) | signals:dict nodes:dict
+UniverseMasks(raw, 3) | a:mask b:mask c:mask
+UniverseMasks.from_raw(raw, n_alloc=3).get("a", 5) | a:mask
+"b" in UniverseMasks(raw, n_alloc=3) | a:mask b:mask
+HistoryData(raw) | a:matrix b:matrix c:matrix
+HistoryData.from_raw(raw, context="x")["a"] | a:matrix b:matrix
+CostResult(*raw.values()) | total:array breakdown:arrays
+CostResult.from_raw(CostResult(**raw)).shape | total:array breakdown:arrays
+np.asarray(CostResult(**raw)) | total:array
+Evidence(raw) | a:any b:any
+Evidence.from_raw(raw)["a"] | a:any b:any
+CheckpointManifest.from_raw(raw) | tick_timestamp:any dag_metadata:any x:any\
+ canonical_id_to_filename:dict
+CheckpointManifest(*raw.values()) | a:any b:any c:dict d:any
+Metaparameters(raw) | a:dict b:dict
+Metaparameters.from_raw(raw) | a:dict b:dict
+StageData(**raw) | flat:arrays nested:dict opaque:dict
+StageData.from_mapping(raw) | a:array b:arrays c:any
+StageData.from_optional_mapping(raw).slice_t(0, 2) | a:array b:arrays c:any d:dict
+StageData.from_mapping(raw).feature_names() | a:array b:matrix c:any
+[s := StageData.from_mapping(raw), s.set_value("a", s.value("b")), s.is_empty()] | a:any b:array
+EraIndexManifest.from_raw(raw) | schema_version:2 bundle_kind:"era_index" epochs:dict x:any
+EraIndexManifest(**raw) | schema_version:2 bundle_kind:"era_index" epochs:dict
+TargetInstrumentEntry.from_raw(raw, 1) | a:any
+AggregationOutput.from_raw(raw) | a.b:array c.d:array
+[*AggregationOutput(raw)] | a.b:array c.d:array
+StateArray(*raw.values()) | a:array
+validate_function_state(FunctionState(**raw), expected_name="f", expected_version=3) |\
+ \
+function_name:"f" function_version:3 data:dict
+""".strip().splitlines()
+
+
+KINDS_OF_VALUES: dict[str, Callable[[random.Random], Any]] = {
+    "any": lambda rng: random_scalar(rng, 0.0),
+    "int": lambda rng: rng.choice([None, 0, 1, 5, 240, -(10**25)]),
+    "text": lambda rng: rng.choice(KINDS),
+    "dict": lambda rng: rng.choice([{}, {"a": 1}, {"a": {"b": "c"}, 5: ()}]).copy(),
+    "array": random_array,
+    "arrays": lambda rng: {"a": random_array(rng), "b": random_array(rng)},
+    "matrix": lambda rng: rng.choice([np.zeros((2, 3)), np.ones((3, 2)).T, np.zeros((0, 3))]),
+    "mask": lambda rng: np.array(rng.choice(MASKS[-rng.choice([3, 3, 3, 7]) :])).astype(
+        rng.choice("ed?")
+    ),
+    "window": lambda rng: rng.choice([None, ts.WindowSpec(1, 5)]),
+    "param": lambda rng: rng.choice([5, None, ts.WindowSpec(1, 2), {"min": 1, "default": 2}]),
+    "ParamSpec": lambda rng: ts.ParamSpec(rng.choice("ab")),
+    "nodes": lambda rng: [ts.FunctionGraphNode("a") for _ in range(rng.randrange(3))],
+}
+
+MASKS = [[0, 1], [[1]] * 3, [0, 0.5, 1], [1, -0.0, 1], [0, 1, 1], [1, NAN, 0], [NAN, 0, -NAN]]
+
+# What is done with the result.
+USES = functions(
+    "result",
+    """result; result; result; result; repr(result); copy.copy(result); copy.deepcopy(result);
+    result == copy.copy(result); {result: 1}[result]; pickle.loads(pickle.dumps(result, 5));
+    dataclasses.replace(result)""",
+)
+
+
+def record(text: str) -> Callable[[random.Random, list[str]], Any]:
+    call, _, fields = text.partition(" | ")
+    (entry,) = functions("raw", call)
+    fits = []
+    for field in fields.split():
+        name, _, kind = field.partition(":")
+        fits.append((name, KINDS_OF_VALUES.get(kind) or (lambda rng, kind=kind: eval(kind))))
+
+    def make(rng: random.Random, log: list[str]) -> Any:
+        oddness = rng.choice((0.0, 0.1, 0.4))
+        raw: dict[Any, Any] = {}
+        for name, fitting in fits:
+            if rng.random() < 0.1:
+                continue
+            key: Any = "".join([name])
+            if rng.random() < oddness / 2:
+                key = rng.choice([StrChild(name), "", 5, None])
+            kind = rng.choice([*KINDS_OF_VALUES.values()]) if rng.random() < oddness else fitting
+            raw[key] = odd(rng, log, [raw]) if rng.random() < oddness else kind(rng)
+        if rng.random() >= oddness:
+            use = rng.choice(USES) if not oddness else USES[0]
+            return lambda raw: use(entry(raw)), raw
+        wrap = rng.choice([DictChild, MappingProxyType, Registered, list, None])
+        return entry, odd(rng, log, []) if wrap is None else wrap(raw)
+
+    make.__name__ = call
+    return make
+
+
+GENERATORS = {make.__name__: make for make in (graphs, states, arrays, *map(record, RECORDS))}

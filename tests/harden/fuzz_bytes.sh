@@ -1,0 +1,37 @@
+#!/usr/bin/env bash
+# Evolve calls from bytes (fuzz_bytes.py) by the coverage of the C++, under AddressSanitizer.
+#   fuzz_bytes.sh [--quick | --seconds N]   evolve the corpus; what is found stays in build/found
+#   fuzz_bytes.sh <file> ...                run files once more, each alone
+#   fuzz_bytes.sh -merge=1 <new folder> build/found   pick the smallest set with all the coverage
+set -euo pipefail
+cd "$(dirname "$0")/../.."
+bin=$PWD/.venv/bin
+build=$PWD/build/atheris
+command -v clang++ >/dev/null || { echo "clang is missing (Debian: the package clang)"; exit 1; }
+
+case "${1-}" in
+  --quick) set -- -max_total_time=20 build/found tests/harden/corpus ;;
+  --seconds) set -- "-max_total_time=$2" build/found tests/harden/corpus ;;
+  "") set -- -max_total_time=600 build/found tests/harden/corpus ;;
+esac
+
+# The runtimes are not linked in: atheris has its own with libFuzzer inside, and that is preloaded.
+"$bin/cmake" -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+  -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_TRY_COMPILE_TARGET_TYPE=STATIC_LIBRARY \
+  -DCMAKE_CXX_FLAGS="-fsanitize=address,fuzzer-no-link -fno-omit-frame-pointer" \
+  -DCMAKE_MODULE_LINKER_FLAGS=-fno-sanitize=all -DPython_EXECUTABLE="$bin/python" \
+  -DCMAKE_MAKE_PROGRAM="$bin/ninja" -DCMAKE_INSTALL_PREFIX="$build/site" >/dev/null
+"$bin/cmake" --build "$build" --target install >/dev/null
+
+mkdir -p build/found
+preloaded=$("$bin/python" -c 'import atheris; print(atheris.path())')/asan_with_fuzzer.so
+status=0
+LD_PRELOAD=$preloaded PYTHONMALLOC=malloc PYTHONPATH=$build/site:$PWD/tests \
+  ASAN_OPTIONS=detect_leaks=0:allocator_may_return_null=1:quarantine_size_mb=64 \
+  "$bin/python" -m harden.fuzz_bytes -max_len=500 -len_control=0 -timeout=60 -rss_limit_mb=4096 \
+  -print_final_stats=1 -artifact_prefix="$build/" "$@" >"$build/log" 2>&1 || status=$?
+[ $status = 0 ] || tail -n 60 "$build/log"
+grep -hoE 'Seed: .*|Executed .*|[0-9]+ PCs' "$build/log" || true
+last=$(grep -aoE '^#[0-9]+\s.*cov: [0-9]+ ft: [0-9]+ corp: [^ ]+' "$build/log" | tail -n 1 | tr -s '\t ' ' ')
+echo "figures: ${last:-files run again}, exit status $status"
+exit $status
