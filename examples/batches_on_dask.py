@@ -106,7 +106,7 @@ def computed(
 
 def kill_a_busy_worker(client: Client, pids: dict[str, int]) -> bool:
     """As the system does when memory runs out; false where no worker has anything to do."""
-    # These calls give coroutines only where a client is made for asyncio, which checkers cannot see.
+    # Such calls give coroutines only to a client made for asyncio, which checkers cannot see.
     for address, keys in cast(dict[str, list[str]], client.processing()).items():
         if keys:
             os.kill(pids[address], signal.SIGKILL)
