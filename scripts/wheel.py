@@ -110,11 +110,8 @@ def members(file: Path) -> dict[str, bytes]:
 
 def expected(file: Path) -> set[str]:
     if file.suffix == ".whl":
-        command = {
-            str(path.relative_to("cli"))
-            for path in map(Path, tracked())
-            if path.match("cli/typed_shapes_cli/*.py")
-        }
+        package = "cli/typed_shapes_cli/"
+        command = {name.removeprefix("cli/") for name in tracked() if name.startswith(package)}
         module = {"_typed_shapes.cpython-311-x86_64-linux-gnu.so", "_typed_shapes.pyi", "py.typed"}
         about = {"METADATA", "WHEEL", "RECORD", "entry_points.txt"}
         return (
