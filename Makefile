@@ -11,7 +11,7 @@ PACKAGE_SOURCES := pyproject.toml $(NATIVE_SOURCES) $(wildcard functions/*) $(wi
 PYTHON_TREES := cli tests benchmarks examples scripts
 OTHER_PYTHONS := $(foreach minor,12 13,build/python3.$(minor)/ready)
 
-.PHONY: help demo test lint format sanitize bench bench-check stats clean require
+.PHONY: help demo test lint format sanitize wheel compat bench bench-check stats clean require
 .DELETE_ON_ERROR:
 
 help: ## List the commands
@@ -37,6 +37,10 @@ $(VENV)/lint-tools: $(VENV)/tools
 
 $(VENV)/bench-tools: $(VENV)/tools
 	$(PIP) install --quiet --group bench
+	@touch $@
+
+$(VENV)/wheel-tools: $(VENV)/tools
+	$(PIP) install --quiet --group wheel
 	@touch $@
 
 # The build directory stays, so that a second run compiles only what changed.
@@ -75,6 +79,12 @@ format: $(VENV)/lint-tools ## Format all sources
 sanitize: $(VENV)/installed ## Run the tests under AddressSanitizer and UndefinedBehaviorSanitizer
 	scripts/sanitize.sh $(PYTEST_ARGS)
 
+wheel: $(VENV)/wheel-tools ## Build the sdist and the wheel into dist/ (WHEEL_ARGS=--check: twice, and compare)
+	$(BIN)/python scripts/wheel.py $(WHEEL_ARGS)
+
+compat: wheel $(OTHER_PYTHONS) ## Run the tests on the wheel with NumPy 1.23.5, 1.26 and the newest 2.x
+	$(BIN)/python scripts/compat.py $(PYTEST_ARGS)
+
 bench: $(VENV)/installed $(VENV)/bench-tools ## Time the module against plain Python and its peers
 	$(BIN)/python benchmarks/run.py $(BENCH_ARGS)
 
@@ -85,4 +95,4 @@ stats: ## Print the sizes of code and tests
 	@$(PYTHON) scripts/stats.py
 
 clean: ## Remove everything that was made
-	rm -rf $(VENV) build .hypothesis .pytest_cache .mypy_cache .ruff_cache
+	rm -rf $(VENV) build dist .hypothesis .pytest_cache .mypy_cache .ruff_cache

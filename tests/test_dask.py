@@ -1,0 +1,89 @@
+"""The example for a Dask cluster: its batches, and that a lost worker costs nothing but time.
+
+It runs in processes of its own: the threads and messages of a cluster meet no other test.
+"""
+
+from __future__ import annotations
+
+import contextlib
+import importlib.util
+import os
+import signal
+import subprocess
+import sys
+import tempfile
+import time
+from pathlib import Path
+
+import pytest
+
+EXAMPLE = Path(__file__).resolve().parent.parent / "examples" / "batches_on_dask.py"
+PATH = f"{EXAMPLE.parent}{os.pathsep}{os.environ.get('PYTHONPATH', '')}".rstrip(os.pathsep)
+pytestmark = pytest.mark.skipif(
+    importlib.util.find_spec("distributed") is None or "TYPED_SHAPES_SANITIZED" in os.environ,
+    reason="needs Dask, and workers that load no sanitizer",
+)
+BATCHES = """
+import batches_on_dask as example
+from quillmere.functions._typed_shapes import states_equal
+
+def joined(cut):
+    return example.join([example.aggregate(*batch) for batch in cut]).by_dotted_key
+
+stage = example.make_stage(90, 7)
+whole = example.aggregate(stage, 0).by_dotted_key
+for count in (1, 2, 3, 11, 90):
+    assert states_equal(joined(example.cut(stage, count)), whole), count
+first, second, third = example.cut(stage, 3)
+assert not states_equal(joined([first, third, second]), whole)
+assert not states_equal(joined([first, second]), whole)
+without_lead = [(batch.slice_t(lead, None), 0) for batch, lead in (first, second, third)]
+assert not states_equal(joined(without_lead), whole)
+"""
+
+
+def left_of(session: int) -> set[int]:
+    left = set()
+    for process in Path("/proc").glob("[0-9]*"):
+        with contextlib.suppress(OSError):  # it has ended meanwhile
+            if os.getsid(int(process.name)) == session:
+                left.add(int(process.name))
+    return left
+
+
+def run(*words: str) -> str:
+    """Run Python in a session of its own, and see that it leaves no process behind."""
+    with (
+        tempfile.TemporaryFile("w+") as log,  # a pipe would stay open as long as anything is left
+        subprocess.Popen(
+            [sys.executable, *words],
+            env={**os.environ, "PYTHONPATH": PATH},
+            stdout=log,
+            stderr=subprocess.STDOUT,
+            start_new_session=True,
+        ) as child,
+    ):
+        try:
+            child.wait(timeout=150)
+            until = time.monotonic() + 20
+            while (left := left_of(child.pid)) and time.monotonic() < until:
+                time.sleep(0.05)
+        finally:
+            for pid in left_of(child.pid):
+                with contextlib.suppress(ProcessLookupError):
+                    os.kill(pid, signal.SIGKILL)
+        log.seek(0)
+        output = log.read()
+    assert (child.returncode, left) == (0, set()), output
+    return output
+
+
+def test_batches_join_to_the_whole() -> None:
+    run("-W", "error", "-c", BATCHES)
+
+
+def test_the_result_arrives_whole_though_a_worker_is_killed() -> None:
+    words = "--workers 2 --batches 12 --rows 3000 --lose-a-worker".split()
+    output = run(str(EXAMPLE), *words).splitlines()
+    assert any(line.startswith("killed ") for line in output), output
+    assert output[-1] == "equal", output
