@@ -2,14 +2,17 @@
 
 import json
 import os
+import signal
 import subprocess
 import sys
+from importlib.metadata import version
 from pathlib import Path
 
 import numpy as np
 import pytest
 from typed_shapes_cli.app import app
 from typed_shapes_cli.difference import first_difference
+from typed_shapes_cli.kinds import KINDS
 from typer.testing import CliRunner
 
 EXAMPLES = Path(__file__).resolve().parent.parent / "examples"
@@ -17,20 +20,26 @@ STATES = EXAMPLES / "payloads" / "states"
 FITTING = sorted(f for d in ("graphs", "payloads") for f in (EXAMPLES / d).iterdir() if f.is_file())
 MISFITS = {
     "graphs/broken/child_is_a_name.json": ("got str", "children[2].children[0].children[0]"),
-    "graphs/broken/children_is_an_object.json": ("children must be a list; got dict", "args[0]"),
+    "graphs/broken/children_is_an_object.json": (
+        "children must be a list; got dict",
+        "args[0].args",
+    ),
     "graphs/broken/node_without_kind.json": ("'type' field; got None", "children[0].children[0]"),
-    "payloads/broken/aggregation.json": ("['risk_parity.weights'] must be np.ndarray", None),
+    "payloads/broken/aggregation.json": ("must be np.ndarray", "['risk_parity.weights']"),
     "payloads/broken/checkpoint.json": ("has length 24; 2 is required", "nodes"),
-    "payloads/broken/era_index.json": ("schema_version must be 2; got 0", None),
+    "payloads/broken/era_index.json": ("schema_version must be 2; got 0", "schema_version"),
     "payloads/broken/evidence.jsonl": ("payload required or None; got list", None),
-    "payloads/broken/history.npz": ("['volume'] has dtype float32, expected float64", None),
+    "payloads/broken/history.npz": ("['volume'] has dtype float32, expected float64", "volume"),
     "payloads/broken/manifest.json": ("['canonical_id_to_filename', 'dag_metadata']", None),
-    "payloads/broken/masks.npz": ("invalid float16 state value at index 2", None),
+    "payloads/broken/masks.npz": ("invalid float16 state value at index 2", "tradable"),
     "payloads/broken/metaparameters.json": ("not metaparameters per pool", "features"),
-    "payloads/broken/params.json": ("WindowSpec.minimum must be int or None; got float", "decay"),
+    "payloads/broken/params.json": (
+        "WindowSpec.minimum must be int or None; got float",
+        "decay.min",
+    ),
     "payloads/broken/stage.json": ("producer boundary mapping required; got list", None),
-    "payloads/broken/target_instruments.json": ("target_instruments[1] must be an object", None),
-    "payloads/broken/window.json": ("WindowSpec.maximum must be int or None; got str", None),
+    "payloads/broken/target_instruments.json": ("target_instruments[1] must be an object", "[1]"),
+    "payloads/broken/window.json": ("WindowSpec.maximum must be int or None; got str", "max"),
 }
 DEEP = '{"type": "bool", "children": [' * 5000 + "]}" * 5000
 INPUTS = [  # name, content, arguments before it, exit code, a part of what is said
@@ -40,16 +49,16 @@ INPUTS = [  # name, content, arguments before it, exit code, a part of what is s
     ("some.npz", b"", ["show"], 2, "a payload of kind graph is JSON"),
     ("deep.json", DEEP.encode(), ["show"], 1, "deep.json: too deeply nested"),
     ("lines.jsonl", b'60\n\nnull\n"a"\n', ["check", "--as", "window"], 1, "lines.jsonl:3: the"),
-    (
-        "mixed.jsonl",
-        b'true\n{\n{"min": 1}',
-        ["check", "--as", "window"],
-        2,
-        "1 fit, 1 misfit, 1",
-    ),
+    ("mixed.jsonl", b'true\n{\n{"min": 1}', ["check", "--as", "window"], 2, "1 fit, 1 misfit, 1"),
     ("null.json", b"null", ["show", "--as", "aggregation"], 1, "gave no aggregation output"),
+    ("empty.json", b" \n", ["show"], 2, "empty.json: is empty"),
+    ("empty.jsonl", b"", ["show"], 0, "holds no payload"),
+    ("long.json", b"[" + b"9" * 5000 + b"]", ["show"], 2, "an integer of more than 4300 digits"),
+    ("pickle.json", b"\x80\x05", ["show"], 2, "is not UTF-8 text, as JSON is: see byte 0"),
+    ("pools.json", b'{"a": {}, "b": 1}', ["check", "--as", "metaparameters"], 1, "at b\n"),
+    ("some.log", b"1\n\nx\n", ["check", "--lines", "--as", "window"], 2, "some.log:3: is not"),
     ("escape.json", b'{"type": "\\u001b[31m"}', ["show"], 0, "rotation \\x1b[31m\n"),
-    ("graph.json", b"{}", ["show", "--as", "grpah"], 2, "is none of"),
+    ("graph.json", b"{}", ["show", "--as", "grpah"], 2, "Did you mean 'graph'?"),
 ]
 
 
@@ -101,9 +110,43 @@ def test_same_tells_where_states_differ(tmp_path: Path) -> None:
     assert found and (found.at, found.left) == ("a[1]['b c']", "None")
 
 
-def test_piped_output_has_a_plain_line_for_each_node() -> None:
-    file = EXAMPLES / "graphs" / "pairs.json"
-    env = {k: v for k, v in os.environ.items() if k not in ("COLUMNS", "FORCE_COLOR")}
-    words = [sys.executable, "-m", "typed_shapes_cli", "show", str(file)]
-    output = subprocess.run(words, env=env, capture_output=True, check=True).stdout.decode()
-    assert "\x1b" not in output and len(output.splitlines()) == file.read_text().count('"type"')
+def start(*words: object, **env: str) -> subprocess.Popen[str]:
+    base = {k: v for k, v in os.environ.items() if k not in ("COLUMNS", "FORCE_COLOR", "NO_COLOR")}
+    command = [sys.executable, "-m", "typed_shapes_cli", *map(str, words)]
+    pipes = dict.fromkeys(("stdin", "stdout", "stderr"), subprocess.PIPE)
+    return subprocess.Popen(command, env=base | env, text=True, **pipes)
+
+
+def test_piped_output_is_plain_and_colours_heed_the_environment() -> None:
+    def said(**env: str) -> str:
+        return start("show", EXAMPLES / "graphs" / "pairs.json", **env).communicate()[0]
+
+    assert "\x1b" not in said() and said().count("\n") == 17
+    colours = {"FORCE_COLOR": "1", "TERM": "xterm-256color"}
+    assert "\x1b[1;36m" in said(**colours)
+    assert "36m" not in said(**colours, NO_COLOR="1")
+    assert "\x1b" not in said(FORCE_COLOR="1", TERM="dumb")
+
+
+@pytest.mark.parametrize("form", ["text", "json"])
+def test_results_come_while_the_input_goes_on_and_an_end_is_quiet(form: str) -> None:
+    with start("check", "--as", "window", "--lines", "--format", form, "-") as process:
+        process.stdin.write("null\n" * 10_000)  # more than the reader takes at once
+        process.stdin.flush()
+        if form == "text":
+            assert process.stderr.readline().startswith("-:1: the payload is null")
+            process.send_signal(signal.SIGINT)
+            assert (process.wait(), process.stdout.read()) == (130, "")
+        else:
+            assert '"line": 1,' in process.stdout.readline() + process.stdout.readline()
+            process.stdout.close()
+            process.stdin.close()
+            assert (process.wait(), process.stderr.read()) == (141, "")
+
+
+def test_version_kinds_and_completion() -> None:
+    assert f"typed-shapes {version('quillmere-typed-shapes')} (" in run("--version")[1]
+    assert [name for name in KINDS if name not in run("kinds")[1]] == []
+    shell = {"_TYPED_SHAPES_COMPLETE": "complete_fish", "_TYPER_COMPLETE_FISH_ACTION": "get-args"}
+    asked = start(**shell, _TYPER_COMPLETE_ARGS="typed-shapes check --as ma").communicate()[0]
+    assert [line.split("\t")[0] for line in asked.splitlines()] == ["manifest", "masks"]

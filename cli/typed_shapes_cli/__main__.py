@@ -10,6 +10,8 @@ def main() -> None:
         if error.name not in ("rich", "typer"):
             raise
         sys.exit("typed-shapes needs its extra: pip install 'quillmere-typed-shapes[cli]'")
+    except KeyboardInterrupt:  # while the libraries load; the commands see to it themselves
+        sys.exit(130)
     app.main()
 
 

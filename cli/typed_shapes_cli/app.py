@@ -1,24 +1,44 @@
 """The sub-commands of `typed-shapes`."""
 
 import io
+import platform
 import sys
+from difflib import get_close_matches
 from enum import StrEnum
+from importlib.metadata import version
 from pathlib import Path
 from typing import Annotated, Any
 
 import typer
 from rich.text import Text
 
-from typed_shapes_cli import reporting
+from typed_shapes_cli import rendering, reporting
 from typed_shapes_cli.checking import Result, results
 from typed_shapes_cli.difference import first_difference
 from typed_shapes_cli.kinds import KINDS, Options
 from typed_shapes_cli.loading import Document, single_payload
 from typed_shapes_cli.outcomes import FITS, MISFIT, TOO_DEEP, UNREADABLE, InputError, Misfit
 
+EXAMPLES = """[bold]Examples[/]
+  typed-shapes show momentum.json
+  typed-shapes show --as masks --n-alloc 500 universe.npz
+  typed-shapes check --as graph graphs/*.json
+  curl -s $URL | typed-shapes check --as evidence --lines -
+  typed-shapes same before.npz after.npz
+"""
+EXIT_CODES = """[bold]Exit codes[/]
+  0    all is well
+  1    a payload does not fit its record, or two states differ
+  2    input that cannot be read, or a command line that cannot be understood
+  130  after Ctrl-C
+  141  the reader of the output went away
+"""
+
 app = typer.Typer(
-    help="Look at payloads the way the simulation engine and its functions see them.",
-    epilog="Exit codes: 0 all is well, 1 a misfit or a difference, 2 input that cannot be read.",
+    help="Look at payloads the way the simulation engine and its functions see them.\n\n"
+    "Every payload is coerced into its typed record. One that does not fit is refused with the "
+    "library's own text, and with the place in the payload where that can be told.",
+    epilog=EXAMPLES + "\n" + EXIT_CODES,
     no_args_is_help=True,
     pretty_exceptions_enable=False,
     rich_markup_mode="rich",
@@ -35,12 +55,21 @@ class Format(StrEnum):
 
 def _known(kind: str) -> str:
     if kind not in KINDS:
-        raise typer.BadParameter(f"{kind!r} is none of {', '.join(KINDS)}")
+        alike = get_close_matches(kind, KINDS, n=1)
+        hint = f"Did you mean {alike[0]!r}?" if alike else f"There are {', '.join(KINDS)}."
+        raise typer.BadParameter(f"{kind!r} is no kind of payload. {hint}")
     return kind
 
 
-def _kinds_from(incomplete: str) -> list[str]:
-    return [name for name in KINDS if name.startswith(incomplete)]
+def _kinds_from(incomplete: str) -> list[tuple[str, str]]:
+    return [(name, kind.about) for name, kind in KINDS.items() if name.startswith(incomplete)]
+
+
+def _print_version(wanted: bool) -> None:
+    if wanted:
+        python, own = platform.python_version(), version("quillmere-typed-shapes")
+        typer.echo(f"typed-shapes {own} (Python {python}, NumPy {version('numpy')})")
+        raise typer.Exit
 
 
 KindOption = Annotated[
@@ -48,7 +77,7 @@ KindOption = Annotated[
     typer.Option(
         "--as",
         metavar="KIND",
-        help="What the payload is: " + ", ".join(KINDS) + ".",
+        help=f"What the payload is: {', '.join(KINDS)}. See [bold]typed-shapes kinds[/].",
         callback=_known,
         autocompletion=_kinds_from,
     ),
@@ -57,17 +86,37 @@ AllocOption = Annotated[
     int | None,
     typer.Option("--n-alloc", metavar="N", help="Slots of a mask; else those of the first mask."),
 ]
-INPUTS = "JSON, JSON Lines (.jsonl, a payload on each line) or .npz for payloads of arrays."
+LinesOption = Annotated[
+    bool,
+    typer.Option("--lines", help="A payload on each line, whatever the name of the file."),
+]
+INPUTS = (
+    "JSON (NaN and Infinity may stand in it), JSON Lines (.jsonl or .ndjson, a payload on each "
+    "line), .npz for payloads of arrays, or - for the standard input."
+)
+
+
+@app.callback()
+def common(
+    show_version: Annotated[
+        bool,
+        typer.Option(
+            "--version", callback=_print_version, is_eager=True, help="Show the version and exit."
+        ),
+    ] = False,
+) -> None:
+    """Holds what belongs to no sub-command; the help of the application is above."""
 
 
 @app.command(
-    epilog="Examples:\n\n  typed-shapes show momentum.json\n\n"
+    epilog="[bold]Examples[/]\n  typed-shapes show momentum.json\n"
     "  typed-shapes show --as masks --n-alloc 500 universe.npz"
 )
 def show(
     file: Annotated[Path, typer.Argument(metavar="FILE", help=INPUTS)],
     kind: KindOption = "graph",
     n_alloc: AllocOption = None,
+    lines: LinesOption = False,
     limit: Annotated[
         int, typer.Option(min=0, help="Show so many nodes or entries at most; 0 shows all.")
     ] = 200,
@@ -82,20 +131,21 @@ def show(
         reporting.show(out, chosen.render(record, limit))
 
     tally = reporting.Tally(files=1)
-    reporting.write_misfits(results(chosen, file, Options(n_alloc), shown), tally, errors)
+    reporting.write_misfits(results(chosen, file, Options(n_alloc, lines), shown), tally, errors)
+    if not tally.codes:
+        errors.print(Text(f"{file}: holds no payload", "dim"))
     raise typer.Exit(tally.exit_code)
 
 
 @app.command(
-    epilog="Examples:\n\n  typed-shapes check --as graph graphs/*.json\n\n"
+    epilog="[bold]Examples[/]\n  typed-shapes check --as graph graphs/*.json\n"
     "  typed-shapes check --as evidence --format json checks.jsonl"
 )
 def check(
-    files: Annotated[
-        list[Path], typer.Argument(metavar="FILE...", help=INPUTS, show_default=False)
-    ],
+    files: Annotated[list[str], typer.Argument(metavar="FILE...", help=INPUTS, show_default=False)],
     kind: KindOption,
     n_alloc: AllocOption = None,
+    lines: LinesOption = False,
     form: Annotated[
         Format, typer.Option("--format", help="For people, or one document for programs.")
     ] = Format.text,
@@ -103,10 +153,14 @@ def check(
     """Check whether the payloads of many files fit their record."""
     errors = reporting.console(stderr=True)
     tally = reporting.Tally(files=len(files))
-    options = Options(n_alloc)
-    with reporting.progress(errors, len(files)) as bar:
+    options = Options(n_alloc, lines)
+    # A document on the terminal is its own sign of progress, and a bar would overwrite it.
+    quiet = form is Format.json and reporting.console().is_terminal
+    with reporting.progress(errors, 0 if quiet else len(files)) as bar:
         every = (
-            result for file in bar.track(files) for result in results(KINDS[kind], file, options)
+            result
+            for name in bar.track(files)
+            for result in results(KINDS[kind], Path(name), options)
         )
         if form is Format.json:
             reporting.write_json(kind, every, tally)
@@ -117,7 +171,7 @@ def check(
     raise typer.Exit(tally.exit_code)
 
 
-@app.command(epilog="Example:\n\n  typed-shapes same before.json after.json")
+@app.command(epilog="[bold]Example[/]\n  typed-shapes same before.json after.json")
 def same(
     a: Annotated[
         Path, typer.Argument(metavar="A", help="A state payload, JSON or .npz.", show_default=False)
@@ -148,6 +202,13 @@ def same(
     for file, value in ((a, difference.left), (b, difference.right)):
         out.print(Text(f"  {file.name}: {value}"), soft_wrap=True)
     raise typer.Exit(MISFIT)
+
+
+@app.command()
+def kinds() -> None:
+    """List the kinds of payloads that --as may name."""
+    rows = ((kind.name, kind.about, kind.files) for kind in KINDS.values())
+    reporting.show(reporting.console(), rendering.kinds(rows))
 
 
 def main() -> None:

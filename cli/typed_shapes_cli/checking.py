@@ -43,7 +43,7 @@ def results(
     """Checks every payload of a file; `use` is given each record as soon as it is made."""
     name = str(file)
     try:
-        for document in documents(file):
+        for document in documents(file, options.lines):
             try:
                 record = kind.typed(kind.load(document), options)
                 if use is not None:

@@ -10,7 +10,14 @@ from rich.console import RenderableType
 
 from typed_shapes_cli import rendering
 from typed_shapes_cli.loading import Document, nest_by_slash
-from typed_shapes_cli.locating import in_graph, in_mapping, in_parameters, in_pools
+from typed_shapes_cli.locating import (
+    in_fields,
+    in_graph,
+    in_order,
+    in_parameters,
+    in_window,
+    nowhere,
+)
 from typed_shapes_cli.outcomes import TOO_DEEP, InputError, Misfit, PathStep
 
 
@@ -19,6 +26,7 @@ class Options:
     """What the command line may say about the payloads beyond their kind."""
 
     n_alloc: int | None = None
+    lines: bool = False
 
 
 @dataclass(frozen=True)
@@ -30,27 +38,42 @@ class Kind:
     """
 
     name: str
+    about: str
     coerce: Callable[[Any, Options], Any]
-    render: Callable[[Any, int], RenderableType]
-    locate: Callable[[Any], Sequence[PathStep]] = lambda payload: ()
+    render: Callable[[Any, int], RenderableType] = rendering.record
+    locate: Callable[[Any, Callable[[Any], Any]], Sequence[PathStep]] = nowhere
     from_arrays: Callable[[dict[str, Any]], Any] | None = None
+
+    @property
+    def files(self) -> str:
+        """The files that may hold a payload; a dict of arrays cannot come from JSON."""
+        if self.from_arrays is None:
+            return "JSON"
+        return ".npz" if self.from_arrays is dict else "JSON, .npz"
 
     def load(self, document: Document) -> Any:
         """Reads the payload of a document."""
-        if document.file.suffix != ".npz":
+        if not document.arrays:
             return document.read()
         if self.from_arrays is None:
-            raise InputError(f"holds arrays, but a payload of kind {self.name} is JSON")
+            takers = ", ".join(kind.name for kind in KINDS.values() if kind.from_arrays)
+            raise InputError(
+                f"holds arrays, but a payload of kind {self.name} is JSON; arrays are for {takers}"
+            )
         return self.from_arrays(document.read())
 
     def typed(self, payload: Any, options: Options) -> Any:
         """Coerces a payload; raises Misfit with the library's own text where it does not fit."""
+
+        def coerce(part: Any) -> Any:
+            return self.coerce(part, options)
+
         try:
-            return self.coerce(payload, options)
+            return coerce(payload)
         except RecursionError:
             raise Misfit(TOO_DEEP) from None
         except (ValueError, TypeError) as error:
-            raise Misfit(str(error), self.locate(payload)) from error
+            raise Misfit(str(error), self.locate(payload, coerce)) from error
 
 
 def _unless_none(coerce: Callable[[Any], Any], sentence: str) -> Callable[[Any, Options], Any]:
@@ -93,45 +116,75 @@ KINDS = {
     for kind in (
         Kind(
             "graph",
+            "a function graph: nodes with type, children and config",
             _plain(shapes.coerce_graph),
             rendering.graph,
             in_graph,
         ),
-        Kind("window", _unless_none(shapes.WindowSpec.from_raw, NO_WINDOW), rendering.window),
-        Kind("params", _plain(shapes.ParamSpec.coerce_specs), rendering.parameters, in_parameters),
+        Kind(
+            "window",
+            "the window parameter of a rotation",
+            _unless_none(shapes.WindowSpec.from_raw, NO_WINDOW),
+            rendering.window,
+            in_window,
+        ),
+        Kind(
+            "params",
+            "parameter declarations by name",
+            _plain(shapes.ParamSpec.coerce_specs),
+            rendering.parameters,
+            in_parameters,
+        ),
         Kind(
             "checkpoint",
+            "a live evaluation's state by signal and by node",
             _plain(shapes.LiveCheckpoint.from_raw),
-            rendering.record,
-            lambda payload: in_mapping(payload, shapes.LiveCheckpoint.from_raw),
+            locate=in_fields(signals={}, nodes={}),
         ),
-        Kind("evidence", _plain(shapes.Evidence.from_raw), rendering.record),
+        Kind("evidence", "the evidence of one check", _plain(shapes.Evidence.from_raw)),
         Kind(
             "manifest",
+            "the manifest of a checkpoint",
             _plain(shapes.CheckpointManifest.from_raw),
-            rendering.record,
-            lambda payload: in_mapping(payload, shapes.CheckpointManifest.from_raw),
+            locate=in_fields(tick_timestamp=None, dag_metadata=None, canonical_id_to_filename={}),
         ),
         Kind(
             "metaparameters",
+            "stage options per pool",
             _unless_none(shapes.Metaparameters.from_raw, NOT_PER_POOL),
-            rendering.record,
-            in_pools,
+            locate=in_order,
         ),
-        Kind("era-index", _plain(shapes.EraIndexManifest.from_raw), rendering.record),
-        Kind("target-instruments", _target_instruments, rendering.record),
+        Kind(
+            "era-index",
+            "the manifest of an output bundle's eras",
+            _plain(shapes.EraIndexManifest.from_raw),
+            locate=in_fields(schema_version=2, bundle_kind="era_index", epochs={}),
+        ),
+        Kind(
+            "target-instruments",
+            "a list of target instruments",
+            _target_instruments,
+            locate=in_order,
+        ),
         Kind(
             "stage",
+            "the stage data of a batch",
             _plain(shapes.StageData.from_mapping),
-            rendering.record,
             from_arrays=nest_by_slash,
         ),
-        Kind("masks", _masks, rendering.record, from_arrays=dict),
-        Kind("history", _plain(shapes.HistoryData.from_raw), rendering.record, from_arrays=dict),
+        Kind("masks", "the universe masks of one tick", _masks, locate=in_order, from_arrays=dict),
+        Kind(
+            "history",
+            "float64 arrays (T, N) by feature",
+            _plain(shapes.HistoryData.from_raw),
+            locate=in_order,
+            from_arrays=dict,
+        ),
         Kind(
             "aggregation",
+            "arrays (T, n_alloc) by plugin.output",
             _unless_none(shapes.AggregationOutput.from_raw, NO_OUTPUT),
-            rendering.record,
+            locate=in_order,
             from_arrays=dict,
         ),
     )

@@ -1,13 +1,16 @@
 """Reads payloads from JSON, JSON Lines and .npz files, one at a time."""
 
 import json
+import sys
 import zipfile
 import zlib
-from collections.abc import Callable, Iterator
+from collections.abc import Callable, Generator
+from contextlib import AbstractContextManager, closing, nullcontext
 from dataclasses import dataclass
 from functools import partial
+from io import BytesIO
 from pathlib import Path
-from typing import Any
+from typing import IO, Any
 
 import numpy as np
 
@@ -24,6 +27,11 @@ BROKEN_ARCHIVE = (
 )
 
 
+STDIN = Path("-")
+ONE_A_LINE = (".jsonl", ".ndjson")
+ARCHIVE_START = b"PK"  # no JSON document begins so
+
+
 @dataclass(frozen=True)
 class Document:
     """One payload of a file, not yet parsed, so that each line of a file can fail alone."""
@@ -31,6 +39,7 @@ class Document:
     file: Path
     line: int | None
     read: Callable[[], Any]
+    arrays: bool = False
 
     @property
     def place(self) -> str:
@@ -39,27 +48,37 @@ class Document:
         return name if self.line is None else f"{name}:{self.line}"
 
 
-def documents(file: Path) -> Iterator[Document]:
-    """Yields the payloads of a file; raises InputError where it cannot be opened."""
+def documents(file: Path, lines: bool = False) -> Generator[Document, None, None]:
+    """Yields the payloads of a file; raises InputError where it cannot be opened.
+
+    Each must be read before the next is asked for.
+    """
     try:
-        if file.suffix == ".jsonl":
-            with file.open("rb") as lines:
-                for number, line in enumerate(lines, start=1):
+        with _opened(file) as stream:
+            if lines or file.suffix in ONE_A_LINE:
+                for number, line in enumerate(stream, start=1):
                     if not line.isspace():
                         yield Document(file, number, partial(_parse, line))
-        elif file.suffix == ".npz":
-            yield Document(file, None, partial(_read_arrays, file))
-        else:
-            yield Document(file, None, partial(_parse, file.read_bytes()))
+            elif file.suffix == ".npz":
+                yield Document(file, None, partial(_read_arrays, stream), arrays=True)
+            elif (content := stream.read()).startswith(ARCHIVE_START):
+                yield Document(file, None, partial(_read_arrays, BytesIO(content)), arrays=True)
+            else:
+                yield Document(file, None, partial(_parse, content))
     except OSError as error:
         raise _unreadable(error) from error
 
 
+def _opened(file: Path) -> AbstractContextManager[IO[bytes]]:
+    return nullcontext(sys.stdin.buffer) if file == STDIN else file.open("rb")
+
+
 def single_payload(file: Path) -> Any:
     """The payload of a file that holds exactly one."""
-    if file.suffix == ".jsonl":
+    if file.suffix in ONE_A_LINE:
         raise InputError("holds one payload a line; a single JSON document or .npz is needed")
-    return next(documents(file)).read()
+    with closing(documents(file)) as found:
+        return next(found).read()
 
 
 def nest_by_slash(arrays: dict[str, Any]) -> dict[str, Any]:
@@ -79,6 +98,8 @@ def _unreadable(error: OSError) -> InputError:
 
 
 def _parse(content: bytes) -> Any:
+    if not content.strip():
+        raise InputError("is empty")
     try:
         return json.loads(content.decode("utf-8-sig"))
     except RecursionError:
@@ -88,20 +109,20 @@ def _parse(content: bytes) -> Any:
         where = f"{line}column {error.colno}"
         raise InputError(f"is not valid JSON: {error.msg} ({where})") from error
     except UnicodeDecodeError as error:
-        raise InputError(f"is not UTF-8 text: byte {error.start} does not belong") from error
-    except ValueError as error:
-        raise InputError(f"is not valid JSON: {error}") from error
+        raise InputError(f"is not UTF-8 text, as JSON is: see byte {error.start}") from error
+    except ValueError as error:  # what is left is the interpreter's guard
+        digits = sys.get_int_max_str_digits()
+        raise InputError(f"holds an integer of more than {digits} digits") from error
 
 
-def _read_arrays(file: Path) -> dict[str, Any]:
+def _read_arrays(stream: IO[bytes]) -> dict[str, Any]:
     """Reads every array at once; whatever would have to be unpickled is refused by NumPy."""
     try:
-        with file.open("rb") as stream:
-            archive = np.load(stream, allow_pickle=False)
-            if not isinstance(archive, np.lib.npyio.NpzFile):
-                raise InputError("is not an .npz archive")
-            with archive:
-                return {name: archive[name] for name in archive.files}
+        archive = np.load(stream, allow_pickle=False)
+        if not isinstance(archive, np.lib.npyio.NpzFile):
+            raise InputError("is not an .npz archive")
+        with archive:
+            return {name: archive[name] for name in archive.files}
     except OSError as error:
         raise _unreadable(error) from error
     except BROKEN_ARCHIVE as error:

@@ -1,7 +1,12 @@
-"""Finds where in a refused payload the first misfit is, by coercing its parts again."""
+"""Finds where in a refused payload the first misfit is, by coercing its parts again.
 
+A part is to blame where it draws the very text that the whole payload drew.
+"""
+
+from bisect import bisect_left
 from collections.abc import Callable, Mapping
 from functools import partial
+from itertools import islice
 from typing import Any
 
 from quillmere.functions import _typed_shapes as shapes
@@ -9,63 +14,82 @@ from quillmere.functions import _typed_shapes as shapes
 from typed_shapes_cli.outcomes import PathStep
 
 Path = list[PathStep]
+Coerce = Callable[[Any], Any]
 
 
-def _refused(coerce: Callable[[Any], Any], payload: Any) -> bool:
+def refusal(coerce: Coerce, payload: Any) -> str | None:
+    """The text with which a payload is refused, or None where it fits."""
     try:
         coerce(payload)
-    except (ValueError, TypeError):
-        return True
+    except (ValueError, TypeError) as error:
+        return str(error)
     except RecursionError:  # near the limit, where these calls stand deeper than the first
-        return False
-    return False
+        return None
+    return None
 
 
-def in_graph(payload: Any) -> Path:
+def nowhere(payload: Any, coerce: Coerce) -> Path:
+    """For kinds that are refused as a whole or not at all."""
+    return []
+
+
+def in_graph(payload: Any, coerce: Coerce) -> Path:
     """Follows the children that are refused down to the node that is refused by itself."""
     path: Path = []
     node = payload
-    while isinstance(node, Mapping):
-        if _refused(shapes.coerce_graph, {**node, "children": []}):
-            break
-        key = "children" if node.get("children") is not None else "args"
-        children = node.get(key)
+    while isinstance(node, Mapping) and not refusal(coerce, {**node, "children": []}):
+        path.append("children" if node.get("children") is not None else "args")
+        children = node.get(path[-1])
         if not isinstance(children, list):
             break
-        bad = next((i for i, c in enumerate(children) if _refused(shapes.coerce_graph, c)), None)
+        bad = next((i for i, child in enumerate(children) if refusal(coerce, child)), None)
         if bad is None:
-            break
-        path += [key, bad]
+            return path[:-1]
+        path.append(bad)
         node = children[bad]
     return path
 
 
-def in_parameters(payload: Any) -> Path:
-    """The parameter whose entry is refused."""
-    if isinstance(payload, dict):
-        for name, entry in payload.items():
-            if _refused(partial(shapes.ParamSpec.from_raw, name), entry):
-                return [name]
-    if isinstance(payload, list):
-        for index, entry in enumerate(payload):
-            if _refused(shapes.ParamSpec.from_mapping, [entry]):
-                return [index]
-    return []
+def in_order(payload: Any, coerce: Coerce) -> Path:
+    """The entry with which a growing beginning of a dict or a list is refused for the first time.
+
+    All that comes before stays in, since the first mask sets the length of those that follow.
+    """
+    if not isinstance(payload, dict | list):
+        return []
+
+    def refused_at(length: int) -> bool:
+        if isinstance(payload, list):
+            return refusal(coerce, payload[:length]) is not None
+        return refusal(coerce, dict(islice(payload.items(), length))) is not None
+
+    index = bisect_left(range(1, len(payload) + 1), True, key=refused_at)
+    if index == len(payload):
+        return []
+    return [index if isinstance(payload, list) else list(payload)[index]]
 
 
-def in_mapping(payload: Any, coerce: Callable[[Any], Any]) -> Path:
-    """The one key of a mapping with which, were it an empty object, the whole would fit."""
-    if isinstance(payload, Mapping):
-        for key in payload:
-            if not _refused(coerce, {**payload, key: {}}):
-                return [key]
-    return []
+def in_fields(**fitting: Any) -> Callable[[Any, Coerce], Path]:
+    """Finds the field that is refused where all others have a value that fits."""
+
+    def locate(payload: Any, coerce: Coerce) -> Path:
+        text = refusal(coerce, payload)
+        if isinstance(payload, dict):
+            for name in fitting:
+                if name in payload and refusal(coerce, {**fitting, name: payload[name]}) == text:
+                    return [name]
+        return []
+
+    return locate
 
 
-def in_pools(payload: Any) -> Path:
-    """The first pool that does not hold an object."""
-    if isinstance(payload, dict):
-        for pool, stages in payload.items():
-            if not isinstance(stages, dict):
-                return [pool]
-    return []
+in_window = in_fields(min=None, max=None, default=None, value=None)
+
+
+def in_parameters(payload: Any, coerce: Coerce) -> Path:
+    """The parameter whose entry is refused, and the bound in it that is none."""
+    path = in_order(payload, coerce)
+    if path and isinstance(payload, dict):
+        name = str(path[0])
+        path += in_window(payload[name], partial(shapes.ParamSpec.from_raw, name))
+    return path

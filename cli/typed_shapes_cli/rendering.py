@@ -2,11 +2,12 @@
 
 import dataclasses
 from collections import deque
-from collections.abc import Iterator
+from collections.abc import Iterable, Iterator
 from typing import Any
 
 import numpy as np
 from quillmere.functions import _typed_shapes as shapes
+from rich import box
 from rich.table import Table
 from rich.text import Text
 from rich.tree import Tree
@@ -93,6 +94,14 @@ def _cell(value: Any) -> Text:
         bounds = [str(b) if b is not None else "" for b in (value.minimum, value.maximum)]
         return Text("..".join(bounds) + f" picks {value.picked()}")
     return Text("" if value is None else brief(value))
+
+
+def kinds(rows: Iterable[tuple[str, str, str]]) -> Table:
+    """A table of what payloads there are."""
+    table = Table("kind", "what it is", "files", box=box.SIMPLE)
+    for row in rows:
+        table.add_row(*row)
+    return table
 
 
 def record(value: Any, limit: int) -> Tree:

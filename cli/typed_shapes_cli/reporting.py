@@ -1,5 +1,6 @@
 """Writes results for people and for programs."""
 
+import contextlib
 import json
 import os
 from collections import Counter
@@ -13,15 +14,23 @@ from rich.progress import BarColumn, MofNCompleteColumn, Progress, TextColumn, T
 from rich.text import Text
 
 from typed_shapes_cli.checking import STATUS, Result
-from typed_shapes_cli.outcomes import FITS, printable
+from typed_shapes_cli.outcomes import FITS, HUNG_UP, printable
 
 PIPED_WIDTH = 10_000
 MANY_FILES = 20
 
 
+class _Console(Console):
+    def on_broken_pipe(self) -> None:
+        """Ends the command where nobody reads any more, with the code that a signal would give."""
+        with contextlib.suppress(SystemExit):
+            super().on_broken_pipe()
+        raise SystemExit(HUNG_UP)
+
+
 def console(stderr: bool = False) -> Console:
     """A console on the terminal; piped, one so wide that every node stays on one line."""
-    made = Console(stderr=stderr, highlight=False, markup=False, emoji=False)
+    made = _Console(stderr=stderr, highlight=False, markup=False, emoji=False)
     if not made.is_terminal and "COLUMNS" not in os.environ:
         made.width = PIPED_WIDTH
     return made
@@ -71,12 +80,15 @@ class Tally:
 
 def write_json(kind: str, results: Iterable[Result], tally: Tally) -> None:
     """One JSON document with a line for each result, written as the results come."""
-    typer.echo(f'{{"kind": {json.dumps(kind)}, "results": [', nl=False)
-    separator = "\n  "
-    for result in tally.counted(results):
-        typer.echo(separator + json.dumps(result.as_json()), nl=False)
-        separator = ",\n  "
-    typer.echo(f'\n], "summary": {json.dumps(tally.as_json())}}}')
+    try:
+        typer.echo(f'{{"kind": {json.dumps(kind)}, "results": [', nl=False)
+        separator = "\n  "
+        for result in tally.counted(results):
+            typer.echo(separator + json.dumps(result.as_json()), nl=False)
+            separator = ",\n  "
+        typer.echo(f'\n], "summary": {json.dumps(tally.as_json())}}}')
+    except BrokenPipeError:
+        console().on_broken_pipe()
 
 
 def write_misfits(results: Iterable[Result], tally: Tally, errors: Console) -> None:
@@ -101,5 +113,7 @@ def progress(errors: Console, number: int) -> Progress:
         TimeRemainingColumn(),
         console=errors,
         transient=True,
+        redirect_stdout=False,
+        redirect_stderr=False,
         disable=not errors.is_terminal or number < MANY_FILES,
     )
