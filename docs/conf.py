@@ -22,6 +22,8 @@ nitpicky = True
 nitpick_ignore = [("py:class", "np.ndarray"), ("py:class", "_MISSING")]
 myst_heading_anchors = 3
 add_module_names = False
+toc_object_entries_show_parents = "hide"
+highlight_language = "text"
 python_maximum_signature_line_length = 88
 
 html_theme = "furo"
