@@ -31,6 +31,8 @@ html_title = f"{project} {version}"
 html_static_path = ["static"]
 html_css_files = ["pages.css"]
 html_copy_source = False
+html_use_index = False
+html_domain_indices = False
 html_show_copyright = False
 html_show_sphinx = False
 
