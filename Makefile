@@ -8,10 +8,10 @@ BIN := $(VENV)/bin
 PIP := $(BIN)/python -m pip --disable-pip-version-check
 NATIVE_SOURCES := CMakeLists.txt $(wildcard src/*/*.cpp src/*/*.h)
 PACKAGE_SOURCES := pyproject.toml $(NATIVE_SOURCES) $(wildcard functions/*) $(wildcard cli/*/*.py)
-PYTHON_TREES := cli tests benchmarks examples scripts
+PYTHON_TREES := cli tests benchmarks examples scripts docs
 OTHER_PYTHONS := $(foreach minor,12 13,build/python3.$(minor)/ready)
 
-.PHONY: help demo test lint format sanitize wheel compat bench bench-check stats clean require
+.PHONY: help demo test lint format sanitize harden harden-quick wheel compat bench bench-check docs stats clean require
 .DELETE_ON_ERROR:
 
 help: ## List the commands
@@ -41,6 +41,10 @@ $(VENV)/bench-tools: $(VENV)/tools
 
 $(VENV)/wheel-tools: $(VENV)/tools
 	$(PIP) install --quiet --group wheel
+	@touch $@
+
+$(VENV)/docs-tools: $(VENV)/tools
+	$(PIP) install --quiet --group docs
 	@touch $@
 
 # The build directory stays, so that a second run compiles only what changed.
@@ -90,6 +94,10 @@ bench: $(VENV)/installed $(VENV)/bench-tools ## Time the module against plain Py
 
 bench-check: $(VENV)/installed $(VENV)/bench-tools ## Compare instruction counts with the committed ones
 	$(BIN)/python benchmarks/instructions.py $(BENCH_ARGS)
+
+docs: $(VENV)/installed $(VENV)/docs-tools ## Run the examples of the documentation and build its pages into build/docs
+	$(BIN)/python -m pytest -q tests/test_docs.py
+	$(BIN)/python -m sphinx -b html -q -a -E -n -W --keep-going -d build/doctrees docs build/docs
 
 stats: ## Print the sizes of code and tests
 	@$(PYTHON) scripts/stats.py

@@ -44,7 +44,7 @@ def ratio_picture(results: Results) -> Figure:
     axes.set_xlim(1, 600)
     axes.set_ylim(-0.7, len(works) - 0.3)
     axes.xaxis.set_major_formatter(FuncFormatter(_number))
-    axes.set_xlabel("times as fast as plain Python (black mark: the floor; red: below it)")
+    axes.set_xlabel("times as fast as plain Python (mark: the floor; red: below it)")
     axes.grid(axis="x")
     axes.tick_params(axis="y", length=0)
     return figure
