@@ -79,6 +79,24 @@ void add_context(PyObject* caught) {
   restore(error);
 }
 
+thread_local constinit bool thread_can_throw = false;
+
+bool prepare_thread() noexcept {
+  // Much more than what the linker is about to ask for.
+  void* block = PyMem_RawMalloc(4096);
+  if (block == nullptr) {
+    PyErr_NoMemory();
+    return false;
+  }
+  PyMem_RawFree(block);
+  try {
+    throw PythonError{};
+  } catch (const PythonError&) {
+    thread_can_throw = true;
+  }
+  return thread_can_throw;
+}
+
 void translate_current_exception() noexcept {
   try {
     throw;

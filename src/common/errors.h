@@ -66,9 +66,18 @@ void add_context(PyObject* caught);
 // Sets the Python exception that stands for the C++ exception being handled.
 void translate_current_exception() noexcept;
 
+// Whether an exception can be thrown in this thread without asking for memory first. The C++ runtime
+// keeps them in storage that the dynamic linker makes at a thread's first use, and where there is no
+// memory for it the linker ends the process.
+extern thread_local constinit bool thread_can_throw;
+
+// Has that storage made while there is memory; false, with MemoryError set, where there is none.
+[[nodiscard]] bool prepare_thread() noexcept;
+
 // The edge: runs the body and returns what the interpreter expects, NULL (or -1) with an error set.
 template <typename Body>
 PyObject* guarded(Body&& body) noexcept {
+  if (!thread_can_throw && !prepare_thread()) return nullptr;
   try {
     return std::forward<Body>(body)().release();
   } catch (...) {
@@ -79,6 +88,7 @@ PyObject* guarded(Body&& body) noexcept {
 
 template <typename Body>
 int guarded_status(Body&& body) noexcept {
+  if (!thread_can_throw && !prepare_thread()) return -1;
   try {
     std::forward<Body>(body)();
     return 0;

@@ -34,11 +34,12 @@ RUNS = (1, 10_000)
 # What the interpreter and NumPy do wrong without memory: the outcome, and a call without our module
 # that shows it. An outcome is only put down to them where this run has seen the call give it, too.
 FOREIGN = [
-    (r"SystemError: <function (\w+\.__init__|<lambda>) at \w+> returned NULL", "PLAIN(1)"),
+    (r"SystemError: <function .* returned NULL", "PLAIN(1)"),
     (r"SystemError: error return without exception set", "np.allclose(HALF, HALF)"),
     (r"SystemError: <built-in method reduce of numpy.ufunc", "np.all(HALF.view(ArrayChild))"),
-    (r"crashed in libpython.*:PyContextVar_Set", "np.allclose(HALF, HALF)"),
-    (r"crashed in _multiarray_umath", "np.allclose(HALF, HALF)"),
+    (r"crashed in \S* ?PyContextVar_Set", "np.allclose(HALF, HALF)"),
+    (r"crashed in (lib\S+ )+PyObject_GetIter _PyEval_EvalFrameDefault", "PAIRS({1: 2})"),
+    (r"crashed in _multiarray_umath", "np.isnan(HALF.view(ArrayChild))"),
 ]
 IMPORT_STRIDE = 1
 
@@ -114,7 +115,9 @@ class Sweep:
             result = function(*arguments, **keywords) if keywords else function(*arguments)
         except BaseException as error:
             self.disarm()
-            return "" if type(error) is MemoryError else f"{type(error).__name__}: {error}"
+            # Making a class, the interpreter puts an error of its own around what __set_name__ raises.
+            ran_out = MemoryError in (type(error), type(error.__cause__))
+            return "" if ran_out else f"{type(error).__name__}: {error}"
         finally:
             self.disarm()
         from support import describe
@@ -136,7 +139,7 @@ class Sweep:
             if outcome == "":
                 if self.keeps_blocks(point):
                     tell(f"at {point}: keeps blocks\n")
-            elif once and "NoneType" in outcome:
+            elif once and outcome == [None]:
                 break
             elif outcome != expected:
                 tell(f"at {point}: {outcome}\n")
@@ -203,6 +206,15 @@ def start_worker() -> None:
     gc.freeze()
 
 
+def native_names() -> list[str]:
+    """The names of our own functions: what is said of them is said of us."""
+    from quillmere.functions import _typed_shapes as ts
+
+    found = [vars(value) if isinstance(value, type) else {"": value} for value in vars(ts).values()]
+    members = [getattr(member, "__func__", member) for part in found for member in part.values()]
+    return [re.escape(m.__qualname__) for m in members if type(m) is type(ts.coerce_graph)]
+
+
 def report(quick: bool) -> int:
     from harden.catalogue import every_text
 
@@ -226,7 +238,12 @@ def report(quick: bool) -> int:
         if any(re.search(pattern, line) for line in lines)
     ]
     findings = [line for _, lines in [*results, *imported] for line in lines]
-    ours = [line for line in findings if not any(re.search(pattern, line) for pattern in known)]
+    native = re.compile(rf"<function ({'|'.join(native_names())}) at")
+    ours = [
+        line
+        for line in findings
+        if native.search(line) or not any(re.search(pattern, line) for pattern in known)
+    ]
     print(*ours[:40], sep="\n")
     points, import_points = (sum(count for count, _ in part) for part in (results, imported))
     print(

@@ -224,6 +224,7 @@ def fresh_names() -> dict[str, Any]:
         "LOOSE": loose,
         "MANIFEST": {**dict.fromkeys(ts._CHECKPOINT_REQUIRED, {"a": "b"}), "x": 2},
         "OTHER": {"a": (1, [2.5, None]), "b": {"c": half.copy(), "d": float("nan")}, "e": loose},
+        "PAIRS": lambda items: [[(items, n) for n in range(9)], [p for p in items.items()]],
         "PLAIN": PLAIN,
         "PICKLED": pickle.dumps(ts.ParamSpec("p", window=ts.WindowSpec(1, 5)), 5),
         "RING": ring,

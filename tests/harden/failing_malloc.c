@@ -1,12 +1,12 @@
 // A malloc that fails when told to. Preloaded, it is the allocator of the whole process; imported as
-// an extension module, it is the handle to it. It also tells in which library a process crashed.
+// an extension module, it is the handle to it. It also tells where a process crashed.
 #define _GNU_SOURCE
 #define PY_SSIZE_T_CLEAN
 #include <Python.h>
 #include <dlfcn.h>
 #include <errno.h>
+#include <execinfo.h>
 #include <signal.h>
-#include <ucontext.h>
 #include <unistd.h>
 
 extern void *__libc_malloc(size_t), *__libc_calloc(size_t, size_t), *__libc_realloc(void *, size_t);
@@ -27,16 +27,20 @@ void *malloc(size_t size) { return fails() ? NULL : __libc_malloc(size); }
 void *calloc(size_t count, size_t size) { return fails() ? NULL : __libc_calloc(count, size); }
 void *realloc(void *block, size_t size) { return fails() ? NULL : __libc_realloc(block, size); }
 
-static void report(int number, siginfo_t *info, void *context) {
-  (void)info;
-  const ucontext_t *machine = context;
-  Dl_info place = {0};
-  dladdr((void *)machine->uc_mcontext.gregs[REG_RIP], &place);
-  const char *path = place.dli_fname != NULL ? place.dli_fname : "nowhere";
-  const char *base = strrchr(path, '/') != NULL ? strrchr(path, '/') + 1 : path;
-  char line[200];
-  snprintf(line, sizeof line, "%s:%s", base, place.dli_sname != NULL ? place.dli_sname : "?");
-  _exit(write(report_descriptor, line, strlen(line)) < 0 ? 128 : 128 + number);
+static void *frames[8];
+
+// The innermost frames: the symbol of each, or the library where it has none.
+static void report(int number) {
+  const int count = backtrace(frames, 8);
+  for (int i = 2; i < count; ++i) {
+    Dl_info place = {0};
+    dladdr(frames[i], &place);
+    const char *name = place.dli_sname != NULL ? place.dli_sname : place.dli_fname;
+    if (name == NULL) name = "nowhere";
+    if (strrchr(name, '/') != NULL) name = strrchr(name, '/') + 1;
+    if (write(report_descriptor, name, strlen(name)) < 0 || write(report_descriptor, " ", 1) < 0) break;
+  }
+  _exit(128 + number);
 }
 
 static PyObject *fail(PyObject *self, PyObject *const *arguments, Py_ssize_t count) {
@@ -56,8 +60,9 @@ static PyObject *report_crashes_to(PyObject *self, PyObject *descriptor) {
   (void)self;
   static char stack[65536];
   const stack_t alternative = {.ss_sp = stack, .ss_size = sizeof stack};
-  const struct sigaction action = {.sa_sigaction = report, .sa_flags = SA_SIGINFO | SA_ONSTACK};
+  const struct sigaction action = {.sa_handler = report, .sa_flags = SA_ONSTACK};
   report_descriptor = (int)PyLong_AsLong(descriptor);
+  backtrace(frames, 1);  // loads what it needs
   sigaltstack(&alternative, NULL);
   for (const int *number = (const int[]){SIGSEGV, SIGBUS, SIGABRT, SIGFPE, SIGILL, 0}; *number; ++number)
     sigaction(*number, &action, NULL);
