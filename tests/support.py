@@ -5,6 +5,7 @@ from __future__ import annotations
 import contextlib
 import dataclasses
 import os
+import threading
 import warnings
 from collections.abc import Callable, Iterator, Mapping
 from typing import Any
@@ -16,15 +17,24 @@ from quillmere.functions import _typed_shapes as ts
 CASES = int(os.environ.get("TYPED_SHAPES_CASES", "4000"))
 
 
+CANONICAL: list[None] = []  # one item for everybody who is on the canonical path
+CANONICAL_LOCK = threading.Lock()
+ITERABLE = ts.Iterable
+
+
 @contextlib.contextmanager
 def canonical_path() -> Iterator[None]:
     """Send every call to the canonical path: a global that nothing uses is bound anew."""
-    bound = ts.Iterable
-    ts.Iterable = object()
+    with CANONICAL_LOCK:
+        CANONICAL.append(None)
+        ts.Iterable = object()
     try:
         yield
     finally:
-        ts.Iterable = bound
+        with CANONICAL_LOCK:
+            CANONICAL.pop()
+            if not CANONICAL:
+                ts.Iterable = ITERABLE
 
 
 def describe(value: Any, shared: set[int]) -> Any:
