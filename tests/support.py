@@ -7,6 +7,7 @@ import dataclasses
 import os
 import random
 import sys
+import threading
 import warnings
 from collections import Counter
 from collections.abc import Callable, Iterator, Mapping
@@ -21,15 +22,24 @@ CASES = int(os.environ.get("TYPED_SHAPES_CASES", "4000"))
 SEED = int(os.environ.get("TYPED_SHAPES_SEED", "0"))
 
 
+CANONICAL: list[None] = []  # one item for everybody who is on the canonical path
+CANONICAL_LOCK = threading.Lock()
+ITERABLE = ts.Iterable
+
+
 @contextlib.contextmanager
 def canonical_path() -> Iterator[None]:
     """Send every call to the canonical path: a global that nothing uses is bound anew."""
-    bound = ts.Iterable
-    ts.Iterable = object()
+    with CANONICAL_LOCK:
+        CANONICAL.append(None)
+        ts.Iterable = object()
     try:
         yield
     finally:
-        ts.Iterable = bound
+        with CANONICAL_LOCK:
+            CANONICAL.pop()
+            if not CANONICAL:
+                ts.Iterable = ITERABLE
 
 
 def describe(*values: Any) -> Any:
