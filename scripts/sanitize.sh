@@ -7,7 +7,9 @@ cd "$(dirname "$0")/.."
 python=${SANITIZE_PYTHON:-$PWD/.venv/bin/python}
 export ASAN_OPTIONS=detect_leaks=0:handle_segv=0:${ASAN_OPTIONS:-}
 export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1:${UBSAN_OPTIONS:-}
-build_for "$python" "sanitize${SANITIZE_PYTHON:+-other}" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DTYPED_SHAPES_SANITIZE=ON
+# No build type: a named one would switch off the assertions of the interpreter's headers.
+build_for "$python" "sanitize${SANITIZE_PYTHON:+-other}" -DCMAKE_BUILD_TYPE= \
+  -DCMAKE_CXX_FLAGS="-O1 -D_GLIBCXX_ASSERTIONS" -DTYPED_SHAPES_SANITIZE=ON
 
 # The runtimes come in front, and the interpreter's allocator hands every block to them. Leaks are looked
 # for elsewhere, by counting references.
