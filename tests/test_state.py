@@ -59,6 +59,8 @@ def test_coercion_by_kind() -> None:
     assert ts.coerce_state(array).data is array
     assert ts.coerce_state(array.view(ArrayChild)).data.base is array
     typed = ts.coerce_state([array])
+    for value in (typed, *typed.items_):
+        assert vars(value) and ts.states_equal(value, [array]) is (value is typed)
     assert ts.coerce_state(typed) is typed
     assert ts.coerce_state([typed]).items_[0] is typed
     assert list(ts.coerce_state({1: 0, "b": 0, "1": 0}).entries) == ["1", "b"]
@@ -95,6 +97,25 @@ def test_errors_on_the_way_leave_no_trace(monkeypatch: pytest.MonkeyPatch) -> No
     assert next(running) is None
     assert isinstance(caught.value.__context__, TypeError)
     assert isinstance(caught.value.__context__.__context__, KeyError)
+
+
+def test_contexts_are_chained_as_in_an_except_clause(monkeypatch: pytest.MonkeyPatch) -> None:
+    first, second, third = TypeError("first"), KeyError("second"), OSError("third")
+
+    def allclose(*args: Any, **options: Any) -> None:
+        first.__context__, second.__context__ = second, third
+        raise first
+
+    def array_equal(a: Any, b: Any) -> None:
+        third.__context__ = inner  # a ring already, or one that the new head would close
+        raise raised
+
+    monkeypatch.setattr(np, "allclose", allclose)
+    monkeypatch.setattr(np, "array_equal", array_equal)
+    for raised, inner in (OSError("last"), second), (third, None):
+        pytest.raises(type(raised), ts.states_equal, np.ones(2), np.ones(2))
+        assert (raised.__context__, first.__context__) == (first, second)
+        assert second.__context__ is (third if inner else None)
 
 
 # --- Equality ---
@@ -136,6 +157,7 @@ EQUAL = [
     (np.zeros(0, np.int8), np.zeros(0, np.int8), True),
     (np.array(2**53 + 1), np.array(2**53), True),  # float64 cannot tell them apart
     (np.array([2**62, 1]), np.array([2**62, 2]), False),
+    *[(np.array([0, NAN], t), np.array([-0.0, -NAN], t), True) for t in ("f2", "f4", "f8", "c16")],
 ]
 
 
@@ -161,7 +183,25 @@ def test_a_scalar_result_is_handed_on_as_it_is() -> None:
         ts.states_equal([Scalar(np.zeros(2))], [Scalar(np.zeros(2))])
 
 
-NUMBERS = ["?", "i1", "u1", "i2", "u2", "i4", "u4", "i8", "u8", "f2", "f4", "f8", "c8", "c16", "g"]
+NUMBERS = [
+    "?",
+    "i1",
+    "u1",
+    "i2",
+    "u2",
+    "i4",
+    "u4",
+    "i8",
+    "u8",
+    "q",
+    "Q",
+    "f2",
+    "f4",
+    "f8",
+    "c8",
+    "c16",
+    "g",
+]
 EDGES = [0.0, -0.0, 1.0, NAN, -NAN, math.inf, -math.inf, 5e-324, 65504.0, 3.4e38, 1.7e308, 9e307]
 INTEGERS = [0, 1, 2**53, 2**53 + 1, 2**62, -1, 127, -128, 255]
 

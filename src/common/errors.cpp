@@ -23,15 +23,21 @@ void restore(const Ref& error) {
 }
 
 // Ends the chain of contexts before the error, which is about to become its head: else it would be
-// a ring.
+// a ring. A ring that somebody else made is walked once, as the interpreter does: a slow walker is
+// met in it.
 void cut_from_contexts(PyObject* head, PyObject* error) {
   Ref link = Ref::borrow(head);
+  Ref slow = Ref::borrow(head);
+  bool is_slow_turn = false;
   while (Ref context = Ref::steal(PyException_GetContext(link.get()))) {
     if (context.get() == error) {
       PyException_SetContext(link.get(), nullptr);
       return;
     }
     link = std::move(context);
+    if (link.get() == slow.get()) return;
+    if (is_slow_turn) slow = Ref::steal(PyException_GetContext(slow.get()));
+    is_slow_turn = !is_slow_turn;
   }
 }
 
