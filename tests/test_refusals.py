@@ -211,7 +211,12 @@ class OneItem:
 Mapping.register(OneItem)
 
 
-@pytest.mark.parametrize("make", [list, lambda text: {}, lambda text: 5, iter, str, OneItem])
+RAISES = type("Raises", (), {"__iter__": lambda self: 1 / 0})
+
+
+@pytest.mark.parametrize(
+    "make", [list, iter, str, OneItem, lambda text: {}, lambda text: 5, lambda text: RAISES()]
+)
 def test_an_item_is_unpacked_as_python_does(make: Any) -> None:
     def unpack(mapping: OneItem) -> dict[str, Any]:
         return {key: value for key, value in mapping.items()}  # noqa: C416
