@@ -129,6 +129,10 @@ def test_rebound_globals_are_followed(monkeypatch: pytest.MonkeyPatch) -> None:
         pytest.raises(OtherError, ts.coerce_graph, [])
         pytest.raises(OtherError, Node, "")
     with monkeypatch.context() as patch:
+        patch.setattr(ts, "SchemaError", lambda text: 5)
+        with pytest.raises(TypeError, match="exceptions must derive from BaseException"):
+            ts.coerce_graph([])
+    with monkeypatch.context() as patch:
         patch.setattr(ts, "FunctionGraphNode", type("Child", (Node,), {}))
         with pytest.raises(ts.SchemaError, match=r"children\[0\] must be FunctionGraphNode"):
             Node("x", None, [Node("y")])

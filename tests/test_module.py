@@ -162,7 +162,7 @@ def test_a_failed_import_leaves_nothing_behind(missing: str) -> None:
 def test_an_error_in_the_body_can_be_recovered_from() -> None:
     check(
         """
-        import dataclasses, gc, numpy
+        import dataclasses, gc, numpy, weakref
         original, seen = dataclasses.dataclass, []
         def failing(cls=None, **options):
             if cls is None:
@@ -198,6 +198,12 @@ def test_an_error_in_the_body_can_be_recovered_from() -> None:
         import quillmere.functions._typed_shapes as ts
         assert ts.LiveCheckpoint is not stale
         assert ts.states_equal({"a": [1]}, {"a": [1]}) is True
+        gone = weakref.ref(stale)
+        function = vars(stale)["__post_init__"]
+        function.me = function
+        del function, stale, seen, failing, cls, call, masks
+        gc.collect()
+        assert gone() is None
         """
     )
 

@@ -3,13 +3,14 @@
 from __future__ import annotations
 
 import contextlib
+from collections.abc import Mapping
 from types import MappingProxyType, SimpleNamespace
 from typing import Any
 
 import numpy as np
 import pytest
 from quillmere.functions import _typed_shapes as ts
-from support import EmptyLookingStr, StrChild, canonical_path
+from support import EmptyLookingStr, StrChild, canonical_path, outcome
 
 # A call, and below it the text that it is refused with.
 # ruff: noqa: E501
@@ -197,6 +198,32 @@ def test_an_offending_state_is_shown_as_numpy_shows_it() -> None:
         f"UniverseMasks['a'] has invalid float16 state value at index 1: {mask[1]!r}; "
         "expected NaN, positive zero, or positive one"
     )
+
+
+class OneItem:
+    def __init__(self, item: Any) -> None:
+        self.item = item
+
+    def items(self) -> list[Any]:
+        return [self.item]
+
+
+Mapping.register(OneItem)
+
+
+RAISES = type("Raises", (), {"__iter__": lambda self: 1 / 0})
+
+
+@pytest.mark.parametrize(
+    "make", [list, iter, str, OneItem, lambda text: {}, lambda text: 5, lambda text: RAISES()]
+)
+def test_an_item_is_unpacked_as_python_does(make: Any) -> None:
+    def unpack(mapping: OneItem) -> dict[str, Any]:
+        return {key: value for key, value in mapping.items()}  # noqa: C416
+
+    for text in ("a", "ab", "abc"):
+        taken = outcome(lambda text=text: ts.StageData.from_mapping(OneItem(make(text))).opaque)
+        assert taken == outcome(lambda text=text: unpack(OneItem(make(text))))
 
 
 def test_a_target_instrument_is_refused_with_a_plain_value_error() -> None:

@@ -23,12 +23,12 @@ void restore(const Ref& error) {
 }
 
 // Ends the chain of contexts before the error, which is about to become its head: else it would be
-// a ring. The chain may be one already, made by whoever raised; then a second look at half the pace
-// is caught up with.
+// a ring. A ring that somebody else made is walked once, as the interpreter does: a slow walker is
+// met in it.
 void cut_from_contexts(PyObject* head, PyObject* error) {
   Ref link = Ref::borrow(head);
   Ref slow = Ref::borrow(head);
-  bool moves = false;
+  bool is_slow_turn = false;
   while (Ref context = Ref::steal(PyException_GetContext(link.get()))) {
     if (context.get() == error) {
       PyException_SetContext(link.get(), nullptr);
@@ -36,8 +36,8 @@ void cut_from_contexts(PyObject* head, PyObject* error) {
     }
     link = std::move(context);
     if (link.get() == slow.get()) return;
-    if (moves) slow = Ref::steal(PyException_GetContext(slow.get()));
-    moves = !moves;
+    if (is_slow_turn) slow = Ref::steal(PyException_GetContext(slow.get()));
+    is_slow_turn = !is_slow_turn;
   }
 }
 
