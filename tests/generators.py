@@ -195,7 +195,7 @@ class States:
         if kind == 2:
             return random_array(rng)
         if rng.randrange(64) == 1:
-            state = self.make(0)
+            state = self.even(0)  # a chain, with no other at its end
             for _ in range(rng.randrange(99)):
                 state = rng.choice([[state], (state,), {"a": state}])
             return state
@@ -266,9 +266,8 @@ class Graphs(States):
         if self.made and rng.random() < 0.05:
             return rng.choice(self.made)
         if rng.randrange(64) == 1:
-            levels = rng.randrange(99)
-            for _ in range(levels):
-                payload = {"op": "x", "children": [payload]} if payload else self.make(0)
+            for _ in range(rng.randrange(99)):
+                payload = {"op": "x", "children": [payload] * bool(payload)}
             return payload
         for key in (*rng.choice(STARTS), *rng.sample(GRAPH_KEYS, rng.randrange(5))):
             text: Any = "".join([key]) if rng.random() < 0.5 else key

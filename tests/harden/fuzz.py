@@ -45,7 +45,7 @@ def main() -> int:
     for name in names:
         seeds = range(first, first - (-total * HEAVY.get(name, 1) // whole))
         JOBS.extend((name, seeds[at : at + CHUNK]) for at in range(0, len(seeds), CHUNK))
-    AT = multiprocessing.RawArray("q", len(JOBS))
+    AT = multiprocessing.RawArray("q", [-1] * len(JOBS))
     print(f"seeds from {first}", flush=True)
     gc.freeze()  # what the imports left is none of a collection's business
     seen, faults = {name: Counter[str]() for name in names}, []
@@ -55,8 +55,8 @@ def main() -> int:
             try:
                 seen[JOBS[number][0]] += future.result()
             except Exception as error:
-                if AT[number]:  # a crash breaks the pool: other jobs have not begun
-                    faults.append(f"{JOBS[number][0]} at {AT[number]}: {error!s:.3000}")
+                faults.append(f"{JOBS[number][0]} at {AT[number]}: {error!s:.3000}")
+    faults.sort(key=lambda text: " at -1: " in text)  # a crash takes jobs that had not begun along
     for name, counts in seen.items():
         share = counts["raises"] / max(counts.total(), 1)
         print(f"{counts.total():9,}  {share:4.0%} raised  {name}")
@@ -64,11 +64,8 @@ def main() -> int:
             faults.append(f"{name}: idle, {share:.0%} of its cases raised")
     print(*faults[:10], sep="\n")
     cases, seconds = sum(counts.total() for counts in seen.values()), time.monotonic() - began
-    processor = sum(os.times()[2:4])
-    print(
-        f"figures: {cases:,} cases from {len(names)} generators, {len(faults)} faults, "
-        f"{seconds:.0f} s, {processor:.0f} s of processor time"
-    )
+    times = f"{seconds:.0f} s, {sum(os.times()[2:4]):.0f} s of processor time"
+    print(f"figures: {cases:,} cases, {len(names)} generators, {len(faults)} faults, {times}")
     return bool(faults)
 
 
