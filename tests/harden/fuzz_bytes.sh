@@ -32,6 +32,6 @@ LD_PRELOAD=$preloaded PYTHONMALLOC=malloc PYTHONPATH=$build/site:$PWD/tests \
   -print_final_stats=1 -artifact_prefix="$build/" "$@" >"$build/log" 2>&1 || status=$?
 [ $status = 0 ] || tail -n 60 "$build/log"
 grep -hoE 'Seed: .*|Executed .*|[0-9]+ PCs' "$build/log" || true
-last=$(grep -aoE '^#[0-9]+\s.*cov: [0-9]+ ft: [0-9]+ corp: [^ ]+' "$build/log" | tail -n 1 | tr -s '\t ' ' ')
+last=$(grep -aoE '^#[0-9]+\s.*cov: [0-9]+ ft: [0-9]+ corp: [^ ]+' "$build/log" | tail -n 1 | tr -s '\t ' ' ') || true
 echo "figures: ${last:-files run again}, exit status $status"
 exit $status
