@@ -46,5 +46,6 @@ def run_one(data: bytes) -> None:
 if __name__ == "__main__":
     import atheris
 
-    atheris.Setup(sys.argv, run_one)
+    myself = f"{sys.executable} {sys.argv[0]}"  # a merge starts it again, through the shell
+    atheris.Setup([myself, *sys.argv[1:]], run_one)
     atheris.Fuzz()

@@ -28,10 +28,10 @@ preloaded=$("$bin/python" -c 'import atheris; print(atheris.path())')/asan_with_
 status=0
 LD_PRELOAD=$preloaded PYTHONMALLOC=malloc PYTHONPATH=$build/site:$PWD/tests \
   ASAN_OPTIONS=detect_leaks=0:allocator_may_return_null=1:quarantine_size_mb=64 \
-  "$bin/python" -m harden.fuzz_bytes -max_len=500 -len_control=0 -timeout=60 -rss_limit_mb=4096 \
+  "$bin/python" -m harden.fuzz_bytes -max_len=1000 -len_control=0 -timeout=60 -rss_limit_mb=4096 \
   -print_final_stats=1 -artifact_prefix="$build/" "$@" >"$build/log" 2>&1 || status=$?
 [ $status = 0 ] || tail -n 60 "$build/log"
 grep -hoE 'Seed: .*|Executed .*|[0-9]+ PCs' "$build/log" || true
-last=$(grep -aoE '^#[0-9]+\s.*cov: [0-9]+ ft: [0-9]+ corp: [^ ]+' "$build/log" | tail -n 1 | tr -s '\t ' ' ')
+last=$(grep -aoE '^#[0-9]+\s.*cov: [0-9]+ ft: [0-9]+ corp: [^ ]+' "$build/log" | tail -n 1 | tr -s '\t ' ' ') || true
 echo "figures: ${last:-files run again}, exit status $status"
 exit $status
