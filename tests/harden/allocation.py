@@ -3,6 +3,7 @@
 Out may come MemoryError or what the call gives otherwise; the inputs stay as they were, and nothing
 is kept. The interpreter's own allocators are made to fail, and in a second run the malloc below
 everything, which C++ asks. So is every allocation of an import.
+Words that are given choose the calls with these in their texts.
 """
 
 from __future__ import annotations
@@ -44,9 +45,11 @@ FOREIGN = [
 IMPORT_STRIDE = 1
 
 
-def load(path: Path, name: str) -> Any:
+def load(path: Path, name: str, attempt: Any = None) -> Any:
     loader = importlib.machinery.ExtensionFileLoader(name, str(path))
     module = importlib.util.module_from_spec(importlib.util.spec_from_loader(name, loader))  # type: ignore[arg-type]
+    if attempt is not None:
+        attempt.module = module
     loader.exec_module(module)
     return module
 
@@ -90,7 +93,7 @@ class Import:
             typing.Union = union
 
     def function(self) -> None:
-        load(self.path, "quillmere.functions._typed_shapes")
+        load(self.path, "quillmere.functions._typed_shapes", self)
 
     def snapshot(self) -> None:
         return None
@@ -220,7 +223,9 @@ def report(quick: bool) -> int:
 
     preloaded = "LD_PRELOAD" in os.environ
     repeats = 0 if quick or preloaded else REPEATS
-    texts = every_text()[:: 3 if quick else 1]
+    words = [word for word in sys.argv[1:] if not word.startswith("--")]
+    texts = [text for text in every_text() if not words or any(word in text for word in words)]
+    texts = texts[:: 3 if quick and not words else 1]
     tasks = [
         (text, canonical, run, repeats) for run in RUNS for canonical in (False, True) for text in texts
     ]
