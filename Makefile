@@ -43,6 +43,10 @@ $(VENV)/wheel-tools: $(VENV)/tools
 	$(PIP) install --quiet --group wheel
 	@touch $@
 
+$(VENV)/harden-tools: $(VENV)/tools
+	$(PIP) install --quiet --group harden --group lint
+	@touch $@
+
 $(VENV)/docs-tools: $(VENV)/tools
 	$(PIP) install --quiet --group docs
 	@touch $@
@@ -82,6 +86,12 @@ format: $(VENV)/lint-tools ## Format all sources
 
 sanitize: $(VENV)/installed ## Run the tests under AddressSanitizer and UndefinedBehaviorSanitizer
 	scripts/sanitize.sh $(PYTEST_ARGS)
+
+harden: $(VENV)/installed $(VENV)/harden-tools ## Try everything to break the module; takes an hour, writes docs/reliability.md
+	$(BIN)/python tests/harden/run.py $(HARDEN_ARGS)
+
+harden-quick: $(VENV)/installed $(VENV)/harden-tools ## Those of its jobs that fit into every CI run
+	$(BIN)/python tests/harden/run.py --quick $(HARDEN_ARGS)
 
 wheel: $(VENV)/wheel-tools ## Build the sdist and the wheel into dist/ (WHEEL_ARGS=--check: twice, and compare)
 	$(BIN)/python scripts/wheel.py $(WHEEL_ARGS)

@@ -227,7 +227,10 @@ def report(quick: bool) -> int:
     texts = [text for text in every_text() if not words or any(word in text for word in words)]
     texts = texts[:: 3 if quick and not words else 1]
     tasks = [
-        (text, canonical, run, repeats) for run in RUNS for canonical in (False, True) for text in texts
+        (text, canonical, run, repeats)
+        for run in RUNS
+        for canonical in (False, True)
+        for text in texts
     ]
     with multiprocessing.Pool(2, start_worker, maxtasksperchild=40) as pool:
         shown = pool.map(sweep, [(text, False, run, 0) for run in RUNS for _, text in FOREIGN])

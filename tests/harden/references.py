@@ -121,7 +121,11 @@ def hidden_referents() -> list[str]:
         shown = {id(value): value for value in gc.get_referents(function)}
         missing = [value for value in held if shown.pop(id(value), shown) is shown]
         rest = [type(value) for value in shown.values()]
-        if missing and any(m is not function.__name__ for m in missing) or set(rest) - {tuple, dict}:
+        if (
+            missing
+            and any(m is not function.__name__ for m in missing)
+            or set(rest) - {tuple, dict}
+        ):
             faults.append(f"{function.__qualname__}: {missing} not shown, {rest} shown")
     return faults
 
@@ -162,7 +166,9 @@ def main() -> int:
 
     words = [word for word in sys.argv[1:] if not word.startswith("--")]
     texts = [text for text in every_text() if not words or any(word in text for word in words)]
-    tasks = [(text, path, CALLS // 20 if quick else CALLS) for text in texts for path in (False, True)]
+    tasks = [
+        (text, path, CALLS // 20 if quick else CALLS) for text in texts for path in (False, True)
+    ]
     with multiprocessing.get_context("spawn").Pool(1) as pool:
         cycles = pool.map(uncollected_cycles, [None])[0]
     with multiprocessing.Pool(2) as pool:
