@@ -14,7 +14,7 @@ scripts/sanitize.sh "$@" > >(tee "$logs/output") 2>&1 || status=$?
 reports=$(find "$logs" -name 'report.*' | wc -l)
 assertions=$(grep -c "Assertion .* failed\|_PyObject_AssertFailed\|Fatal Python error" "$logs/output" || true)
 if [ "$reports" -gt 0 ]; then head -n 60 "$logs"/report.*; fi
-summary=$(grep -E '^(figures:|[0-9]+ (passed|failed))|=== .*(passed|failed)' "$logs/output" || echo "it did not finish")
+summary=$(grep -E '^(figures:|[0-9]+ (passed|failed))|=== .*(passed|failed)' "$logs/output" || echo "no summary was printed")
 figures=$(tail -n 1 <<<"$summary" | sed -E 's/^(figures: |=+ )//; s/ =+$//')
 echo "figures: on the instrumented interpreter: $figures; $reports sanitizer reports, $assertions failed assertions"
 [ "$status" -eq 0 ] && [ "$reports" -eq 0 ] && [ "$assertions" -eq 0 ]
