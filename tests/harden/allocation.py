@@ -118,7 +118,7 @@ class Sweep:
             result = function(*arguments, **keywords) if keywords else function(*arguments)
         except BaseException as error:
             self.disarm()
-            # Making a class, the interpreter puts an error of its own around what __set_name__ raises.
+            # Making a class, the interpreter wraps what __set_name__ raises in an error of its own.
             ran_out = MemoryError in (type(error), type(error.__cause__))
             return "" if ran_out else f"{type(error).__name__}: {error}"
         finally:

@@ -1,7 +1,7 @@
 """Count which lines of the C++ sources run, subprocesses included.
 
 Without a command the tests run, at least 98 % of the lines must be hit, and each of the others
-needs its reason in uncovered.toml. With one (`python -m harden.coverage --json FILE python -m ...`) that
+needs its reason in uncovered.toml. With one (`-m harden.coverage --json FILE python -m ...`) that
 runs on the counting module, and only the report is written, for others to judge.
 """
 

@@ -120,13 +120,9 @@ def hidden_referents() -> list[str]:
         held += [v for v in (function.__defaults__, function.__kwdefaults__) if v is not None]
         shown = {id(value): value for value in gc.get_referents(function)}
         missing = [value for value in held if shown.pop(id(value), shown) is shown]
-        rest = [type(value) for value in shown.values()]
-        if (
-            missing
-            and any(m is not function.__name__ for m in missing)
-            or set(rest) - {tuple, dict}
-        ):
-            faults.append(f"{function.__qualname__}: {missing} not shown, {rest} shown")
+        unknown = [value for value in shown.values() if type(value) not in (tuple, dict)]
+        if unknown or any(value is not function.__name__ for value in missing):
+            faults.append(f"{function.__qualname__}: {missing} not shown, {unknown} shown")
     return faults
 
 

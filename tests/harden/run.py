@@ -50,7 +50,7 @@ HOSTILE_THERE = script("instrumented", "--run", "harden.hostile")
 ROWS = [
     Row(
         "interpreter",
-        "Suite and fuzz on a CPython that hides nothing; suite under ASan and UBSan on the stock one",
+        "Suite and fuzz on a CPython that hides nothing; suite under ASan, UBSan on the stock one",
         [script("instrumented"), FUZZ_THERE, SUITE_THERE],
         [SUITE_THERE],
     ),
