@@ -27,8 +27,7 @@ constexpr const char* kDoc =
 std::int64_t first_interpreter = -1;
 
 void check_interpreter() {
-  const std::int64_t current = PyInterpreterState_GetID(PyInterpreterState_Get());
-  check(current);
+  const std::int64_t current = check(PyInterpreterState_GetID(PyInterpreterState_Get()));
   if (first_interpreter == -1) first_interpreter = current;
   if (first_interpreter != current) {
     raise(PyExc_ImportError,

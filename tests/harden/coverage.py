@@ -66,7 +66,8 @@ def main() -> int:
             if not options.command:
                 print(f"{file['file']}:{number}: {text}   [{reason or 'NO REASON'}]")
     percent = 100 * (total - missed) / total
-    print(f"figures: {percent:.2f} % of {total} lines run, {unknown} without a listed reason")
+    rest = "" if options.command else f", {unknown} without a listed reason"
+    print(f"figures: {percent:.2f} % of {total} lines run{rest}")
     return status or (not options.command and (percent < 98 or unknown > 0))
 
 
