@@ -77,6 +77,7 @@ lint: $(VENV)/installed $(VENV)/lint-tools ## Check format, types and the C++ ru
 	$(BIN)/mypy cli scripts benchmarks/run.py benchmarks/worker.py tests/typing_surface.py
 	$(BIN)/python -m mypy.stubtest quillmere.functions
 	$(BIN)/basedpyright --level error tests/typing_surface.py
+	$(BIN)/python scripts/source_rules.py
 	$(BIN)/python scripts/tidy.py
 
 format: $(VENV)/lint-tools ## Format all sources
