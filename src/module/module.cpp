@@ -74,15 +74,16 @@ void warn_of_other_version() {
 // An entry of sys.modules that is taken back unless the load succeeds.
 class Registration {
  public:
-  explicit Registration(PyObject* module) : modules_(PyImport_GetModuleDict()) {
-    Ref key = own(PyUnicode_FromString(kModuleName));
-    added_ = !contains(modules_, key.get());
-    if (added_) check(PyDict_SetItem(modules_, key.get(), module));
+  explicit Registration(PyObject* module)
+      : modules_(PyImport_GetModuleDict()), name_(own(PyUnicode_FromString(kModuleName))) {
+    added_ = !contains(modules_, name_.get());
+    if (added_) check(PyDict_SetItem(modules_, name_.get(), module));
   }
   ~Registration() {
     if (!added_ || kept_) return;
     const ErrorAside pending;
-    if (PyDict_DelItemString(modules_, kModuleName) < 0) PyErr_Clear();
+    // By the name that was made before: there may be no memory for another.
+    if (PyDict_DelItem(modules_, name_.get()) < 0) PyErr_Clear();
   }
   Registration(const Registration&) = delete;
   Registration& operator=(const Registration&) = delete;
@@ -91,6 +92,7 @@ class Registration {
 
  private:
   PyObject* modules_;
+  Ref name_;
   bool added_ = false;
   bool kept_ = false;
 };

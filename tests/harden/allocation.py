@@ -12,6 +12,7 @@ import dataclasses
 import gc
 import importlib.machinery
 import importlib.util
+import itertools
 import mmap
 import multiprocessing
 import os
@@ -20,6 +21,7 @@ import signal
 import subprocess
 import sys
 import sysconfig
+import traceback
 import typing
 from collections.abc import Callable
 from contextlib import nullcontext
@@ -42,7 +44,6 @@ FOREIGN = [
     (r"crashed in (lib\S+ )+PyObject_GetIter _PyEval_EvalFrameDefault", "PAIRS({1: 2})"),
     (r"crashed in _multiarray_umath", "np.isnan(HALF.view(ArrayChild))"),
 ]
-IMPORT_STRIDE = 1
 
 
 def load(path: Path, name: str, attempt: Any = None) -> Any:
@@ -103,7 +104,7 @@ class Sweep:
     """One call, swept in a process of its own that may crash; the next one goes on from there."""
 
     def __init__(self, call: Any, run: int, repeats: int) -> None:
-        self.call, self.repeats = call, repeats
+        self.call, self.repeats = call, repeats if run == 1 else 0
         self.arm, self.disarm = switches(run)
         self.stride = 1
         self.findings: list[str] = []
@@ -163,12 +164,13 @@ class Sweep:
             reader, writer = os.pipe()
             child = os.fork()
             if child == 0:
-                signal.alarm(300)
+                signal.alarm(900)
                 try:
                     load(LIBRARY, "failing_malloc").report_crashes_to(writer)
                     self.walk(point, lambda text: os.write(writer, text.encode()) and None)
                     os._exit(0)
-                finally:
+                except BaseException:
+                    traceback.print_exc()
                     os._exit(1)
             os.close(writer)
             with os.fdopen(reader) as told:
@@ -221,25 +223,18 @@ def native_names() -> list[str]:
 def report(quick: bool) -> int:
     from harden.catalogue import every_text
 
-    preloaded = "LD_PRELOAD" in os.environ
-    repeats = 0 if quick or preloaded else REPEATS
     words = [word for word in sys.argv[1:] if not word.startswith("--")]
     texts = [text for text in every_text() if not words or any(word in text for word in words)]
     texts = texts[:: 3 if quick and not words else 1]
-    tasks = [
-        (text, canonical, run, repeats)
-        for run in RUNS
-        for canonical in (False, True)
-        for text in texts
-    ]
+    repeats = 0 if quick or "LD_PRELOAD" in os.environ else REPEATS
+    paths = itertools.product(texts, (False, True), RUNS, [repeats])
     with multiprocessing.Pool(2, start_worker, maxtasksperchild=40) as pool:
         shown = pool.map(sweep, [(text, False, run, 0) for run in RUNS for _, text in FOREIGN])
-        results = pool.map(sweep, tasks, 1)
+        results = pool.map(sweep, [*paths], 1)
     # An import is only one in a process that has not made it yet.
     spawn = multiprocessing.get_context("spawn")
     with spawn.Pool(2, start_worker, maxtasksperchild=1) as pool:
-        imports = [("import", False, run, IMPORT_STRIDE * (40 if quick else 1)) for run in RUNS]
-        imported = pool.map(sweep, imports, 1)
+        imported = pool.map(sweep, [("import", False, run, 40 if quick else 1) for run in RUNS], 1)
     known = [
         pattern
         for (pattern, _), (_, lines) in zip([*FOREIGN, *FOREIGN], shown, strict=True)
@@ -247,33 +242,34 @@ def report(quick: bool) -> int:
     ]
     findings = [line for _, lines in [*results, *imported] for line in lines]
     native = re.compile(rf"<function ({'|'.join(native_names())}) at")
-    ours = [
-        line
-        for line in findings
-        if native.search(line) or not any(re.search(pattern, line) for pattern in known)
-    ]
+    foreign = [f for f in findings if any(re.search(pattern, f) for pattern in known)]
+    ours = [f for f in findings if native.search(f) or f not in foreign]
     print(*ours[:40], sep="\n")
     points, import_points = (sum(count for count, _ in part) for part in (results, imported))
     print(
-        f"figures: {points} points in {len(tasks)} sweeps and {import_points} of an import, "
-        f"{'malloc' if preloaded else 'the allocators of the interpreter'}; {len(ours)} faults, "
-        f"{len(findings) - len(ours)} of the interpreter and NumPy"
+        f"{points:,} points of {len(results)} sweeps and {import_points:,} of an import: "
+        f"{len(ours)} faults, {len(findings) - len(ours)} of the interpreter and NumPy"
     )
-    return 1 if ours else 0
+    return bool(ours)
 
 
 def main() -> int:
-    if "--inner" not in sys.argv:
-        LIBRARY.parent.mkdir(parents=True, exist_ok=True)
-        source = Path(__file__).with_name("failing_malloc.c")
-        include = sysconfig.get_path("include")
-        build = [os.environ.get("CC", "cc"), "-O1", "-shared", "-fPIC", f"-I{include}"]
-        subprocess.run([*build, str(source), "-o", str(LIBRARY)], check=True)
-        preload = {"LD_PRELOAD": str(LIBRARY), "PYTHONMALLOC": "malloc"}
-        again = [sys.executable, "-m", "harden.allocation", "--inner", *sys.argv[1:]]
-        statuses = [subprocess.run(again, env={**os.environ, **extra}) for extra in ({}, preload)]
-        return max(done.returncode for done in statuses)
-    return report("--quick" in sys.argv)
+    if "--inner" in sys.argv:
+        return report("--quick" in sys.argv)
+    LIBRARY.parent.mkdir(parents=True, exist_ok=True)
+    source, include = Path(__file__).with_name("failing_malloc.c"), sysconfig.get_path("include")
+    build = [os.environ.get("CC", "cc"), "-O1", "-shared", "-fPIC", f"-I{include}"]
+    subprocess.run([*build, str(source), "-o", str(LIBRARY)], check=True)
+    command = [sys.executable, "-m", "harden.allocation", "--inner", *sys.argv[1:]]
+    preload = {"LD_PRELOAD": str(LIBRARY), "PYTHONMALLOC": "malloc"}
+    failed, figures = False, []
+    for name, extra in ("the interpreter's allocators", {}), ("malloc", preload):
+        done = subprocess.run(command, env={**os.environ, **extra}, stdout=-1, text=True)
+        print(done.stdout)
+        figures.append(f"{name}: {(done.stdout.splitlines() or ['nothing'])[-1]}")
+        failed |= done.returncode != 0
+    print("figures:", "; ".join(figures))
+    return failed
 
 
 if __name__ == "__main__":

@@ -90,7 +90,7 @@ def run(row: Row, quick: bool) -> tuple[bool, list[str], float]:
         done = subprocess.run(command, cwd=ROOT, env=env, text=True, stdout=subprocess.PIPE)
         lines = done.stdout.splitlines() or [""]
         passed &= done.returncode == 0
-        figures.append(lines[-1].removeprefix("figures: "))
+        figures.append(lines[-1].removeprefix("figures: ").strip("= "))
         if done.returncode != 0:
             print(*lines[-60:], f"FAILED with {done.returncode}: {' '.join(command)}", sep="\n")
     return passed, figures, time.monotonic() - began
