@@ -66,9 +66,9 @@ void add_context(PyObject* caught);
 // Sets the Python exception that stands for the C++ exception being handled.
 void translate_current_exception() noexcept;
 
-// Whether an exception can be thrown in this thread without asking for memory first. The C++ runtime
-// keeps them in storage that the dynamic linker makes at a thread's first use, and where there is no
-// memory for it the linker ends the process.
+// Whether an exception can be thrown in this thread without asking for memory first. The C++
+// runtime keeps them in storage that the dynamic linker makes at a thread's first use, and where
+// there is no memory for it the linker ends the process.
 extern thread_local constinit bool thread_can_throw;
 
 // Has that storage made while there is memory; false, with MemoryError set, where there is none.

@@ -40,10 +40,12 @@ Ref call_keywords(PyObject* callable, std::span<PyObject* const> positional,
 Ref iterate(PyObject* iterable) {
   if (!Py_IS_TYPE(iterable, &PyDictItems_Type)) return own(PyObject_GetIter(iterable));
   // CPython 3.11 crashes where it finds no memory for the pair that an iterator over the items of a
-  // dict keeps. With a pair on the free list of tuples, and no collection to empty that, it need not
-  // ask.
+  // dict keeps. With a pair on the free list of tuples, and no collection to empty that, it need
+  // not ask.
   const CollectorPause pause;
-  { const Ref pair = own(PyTuple_New(2)); }
+  {
+    const Ref pair = own(PyTuple_New(2));
+  }
   return own(PyObject_GetIter(iterable));
 }
 
