@@ -74,9 +74,12 @@ lint: $(VENV)/installed $(VENV)/lint-tools ## Check format, types and the C++ ru
 	$(BIN)/clang-format --dry-run --Werror $(wildcard src/*/*.cpp src/*/*.h)
 	$(BIN)/ruff format --check $(PYTHON_TREES) functions
 	$(BIN)/ruff check $(PYTHON_TREES) functions
-	$(BIN)/mypy cli scripts benchmarks/run.py benchmarks/worker.py tests/typing_surface.py
+	$(BIN)/mypy cli scripts examples benchmarks/run.py benchmarks/worker.py tests/typing_surface.py
 	$(BIN)/python -m mypy.stubtest quillmere.functions
-	$(BIN)/basedpyright --level error tests/typing_surface.py
+	$(BIN)/basedpyright --level error tests/typing_surface.py examples
+	$(BIN)/python scripts/doc_code.py
+	$(BIN)/mypy build/doc_code
+	$(BIN)/basedpyright --level error build/doc_code
 	$(BIN)/python scripts/source_rules.py
 	$(BIN)/python scripts/tidy.py
 

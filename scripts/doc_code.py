@@ -9,6 +9,8 @@ from pathlib import Path
 
 ROOT = Path(__file__).resolve().parent.parent
 TARGET = ROOT / "build" / "doc_code"
+# Those that show how the records are used; others misuse them to show what is refused.
+PAGES = ["README.md", "docs/quickstart.md", "docs/reading_records.md"]
 BLOCK = re.compile(r"^```python\n(.*?)^```", re.MULTILINE | re.DOTALL)
 
 
@@ -20,7 +22,7 @@ def code_of(block: str) -> str:
 
 def main() -> None:
     TARGET.mkdir(parents=True, exist_ok=True)
-    for page in [ROOT / "README.md", *sorted((ROOT / "docs").glob("**/*.md"))]:
+    for page in map(ROOT.joinpath, PAGES):
         code = "\n".join(map(code_of, BLOCK.findall(page.read_text())))
         if code:
             (TARGET / f"{page.stem.lower()}.py").write_text(code)

@@ -75,8 +75,9 @@ void warn_of_other_version() {
 class Registration {
  public:
   explicit Registration(PyObject* module)
-      : modules_(PyImport_GetModuleDict()), name_(own(PyUnicode_FromString(kModuleName))) {
-    added_ = !contains(modules_, name_.get());
+      : modules_(PyImport_GetModuleDict()),
+        name_(own(PyUnicode_FromString(kModuleName))),
+        added_(!contains(modules_, name_.get())) {
     if (added_) check(PyDict_SetItem(modules_, name_.get(), module));
   }
   ~Registration() {
@@ -93,7 +94,7 @@ class Registration {
  private:
   PyObject* modules_;
   Ref name_;
-  bool added_ = false;
+  bool added_;
   bool kept_ = false;
 };
 
