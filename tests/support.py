@@ -136,12 +136,16 @@ def agree_on(make: Any, first: int, count: int) -> Counter[str]:
 # --- Payload parts that only look like the builtin ones ---
 
 
-class DictChild(dict):
-    pass
+class DictChild(dict): ...
 
 
-class ListChild(list):
-    pass
+class ListChild(list): ...
+
+
+class FloatChild(float): ...
+
+
+class ArrayChild(np.ndarray): ...
 
 
 class StrChild(str):
@@ -155,14 +159,6 @@ class StrChild(str):
 class EmptyLookingStr(str):
     def __bool__(self) -> bool:
         return False
-
-
-class FloatChild(float):
-    pass
-
-
-class ArrayChild(np.ndarray):
-    pass
 
 
 class Nameless:
