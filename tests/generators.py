@@ -131,20 +131,20 @@ def arrays(rng: random.Random, log: list[str]) -> Any:
 # --- Things that only look as if they fit ---
 
 
+ACTIONS = functions(
+    "walked",
+    """[getattr(container, "clear", int)() for container in walked]; gc.collect(0);
+    states_equal([1, {"a": 2}], [1, {"a": 2}]); coerce_graph({"op": "x", "children": [{"op": "y"}]})
+    """,
+)
+
+
 def hostile(rng: random.Random, log: list[str], walked: list[Any]) -> Hostile:
     def act() -> None:
-        action = rng.randrange(5)
-        if action == 0:
-            raise rng.choice([LookupError, TypeError, ValueError, KeyboardInterrupt])("hostile")
-        if action == 1:
-            for container in walked:
-                getattr(container, "clear", lambda: None)()
-        elif action == 2:
-            ts.states_equal([1, {"a": 2}], [1, {"a": 2}])
-        elif action == 3:
-            ts.coerce_graph({"op": "x", "children": [{"op": "y"}]})
+        if action := rng.randrange(5):
+            ACTIONS[action - 1](walked)
         else:
-            gc.collect(0)
+            raise rng.choice([LookupError, TypeError, ValueError, KeyboardInterrupt])("hostile")
 
     return Hostile(log, rng.choice(SLOTS), rng.randrange(3), act)
 
@@ -342,10 +342,8 @@ AggregationOutput.from_raw(raw) | a.b:array c.d:array
 [*AggregationOutput(raw)] | a.b:array c.d:array
 StateArray(*raw.values()) | a:array
 validate_function_state(FunctionState(**raw), expected_name="f", expected_version=3) |\
- \
-function_name:"f" function_version:3 data:dict
+ function_name:"f" function_version:3 data:dict
 """.strip().splitlines()
-
 
 KINDS_OF_VALUES: dict[str, Callable[[random.Random], Any]] = {
     "any": lambda rng: random_scalar(rng, 0.0),
@@ -355,9 +353,7 @@ KINDS_OF_VALUES: dict[str, Callable[[random.Random], Any]] = {
     "array": random_array,
     "arrays": lambda rng: {"a": random_array(rng), "b": random_array(rng)},
     "matrix": lambda rng: rng.choice([np.zeros((2, 3)), np.ones((3, 2)).T, np.zeros((0, 3))]),
-    "mask": lambda rng: np.array(rng.choice(MASKS[-rng.choice([3, 3, 3, 7]) :])).astype(
-        rng.choice("ed?")
-    ),
+    "mask": lambda rng: np.array(rng.choice(MASKS[-rng.choice([3, 3, 3, 7]) :]), rng.choice("ed?")),
     "window": lambda rng: rng.choice([None, ts.WindowSpec(1, 5)]),
     "param": lambda rng: rng.choice([5, None, ts.WindowSpec(1, 2), {"min": 1, "default": 2}]),
     "ParamSpec": lambda rng: ts.ParamSpec(rng.choice("ab")),

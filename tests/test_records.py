@@ -27,12 +27,10 @@ from test_refusals import NAMES
 
 # What the documentation's examples leave open; indented lines go on.
 FACTS = """
-kind(type="feature", name="close") == ("feature", "close")
 kind(type="signal", function_name="f", op="x") == ("signal", "f")
 kind(type="signal", node=None, name=0) == ("signal", 0)
 kind(op="feature", name="volume", node="other") == ("feature", "volume")
 kind(op="feature", node="other") == ("feature", None)
-kind(type="expression", op="zscore") == ("rotation", "zscore")
 kind(type="expression", op="", node="n") == ("expression", "n")
 kind(type="my_op", function_name="f") == ("rotation", "f")
 kind(type="") == ("rotation", "")
@@ -76,7 +74,6 @@ type(UniverseMasks.from_raw(DictChild(a=HALF), n_alloc=3).by_tag) is dict
 list(dict(masks(c=HALF, b=np.ones(3)).items())) == ["c", "b"]
 UniverseMasks({"a": np.ones(1)}, True).n_alloc is True
 type(HistoryData.from_raw(DictChild(close=np.zeros((2, 3)).T)).by_feature) is dict
-"close" in HistoryData({"close": np.zeros((2, 3)).T})
 Evidence.from_raw(MappingProxyType({"a": 1})) == Evidence({"a": 1})
 Evidence.from_raw(None) == Evidence.from_raw({}) == Evidence()
 [5 in (e := Evidence({5: 6})), e.get("x", 7), *e.values(), *e.items()] == [True, 7, 6, (5, 6)]
@@ -116,8 +113,8 @@ coerce_state(namedtuple("point", "x y")(1, ListChild([2]))) == sequence(1, seque
 list(coerce_state({1: 0, "b": 0, "1": 3, None: 1, False: 2, 1.5: 4}).entries.items()) == [
     (key, StateScalar(n)) for key, n in {"1": 3, "b": 0, "None": 1, "False": 2, "1.5": 4}.items()]
 coerce_state(DictChild(a=[1, (2,)])) == StateMapping({"a": sequence(1, sequence(2))})
-coerce_state(OrderedDict(a=[])) == StateMapping({"a": sequence()})
 coerce_state(HALF).data is coerce_state(HALF.view(ArrayChild)).data.base is HALF
+vars(t := coerce_state([HALF])) and vars(t.items_[0]) and states_equal(t, [HALF])
 coerce_state([typed := coerce_state([HALF])]).items_[0] is typed
 """
 FORMS = dict, DictChild, NAMES["MappingProxyType"], Registered, OrderedDict
@@ -167,8 +164,7 @@ def test_slices() -> None:
         assert cut.nested["b"] is not INNER
         assert cut.nested["b"]["deep"] is INNER["deep"]
         assert cut.nested["e"] is WITHOUT
-        assert cut.opaque == stage.opaque
-        assert cut.opaque is not stage.opaque
+        assert cut.opaque == stage.opaque and cut.opaque is not stage.opaque
 
 
 @pytest.mark.filterwarnings("ignore:__array__ implementation:DeprecationWarning")
@@ -215,8 +211,12 @@ def test_is_a_dataclass_in_full(record: Any) -> None:
     values = {field.name: getattr(record, field.name) for field in dataclasses.fields(record)}
     assert (cls.__bases__, cls.__qualname__) == ((object,), cls.__name__)
     assert cls.__module__ == ts.__name__
-    for names in (cls.__match_args__, cls.__annotations__, inspect.signature(cls).parameters):
-        assert list(names) == list(values)
+    for names in (
+        cls.__match_args__,
+        inspect.signature(cls).parameters,
+        dataclasses.asdict(record),
+    ):
+        assert [*names] == [*values] == [*cls.__annotations__]
     assert {type(text) for text in cls.__annotations__.values()} == {str}
     assert parameters.frozen == (cls.__name__ in FROZEN)
     assert parameters.eq == (cls is not ts.FunctionGraphNode)
@@ -236,7 +236,6 @@ def test_is_a_dataclass_in_full(record: Any) -> None:
         assert (type(clone), list(vars(clone))) == (cls, list(values))
         assert describe(clone) == describe(record)
     assert python_calls(lambda: cls(**values)) == []  # copies leave __slotnames__ in the class
-    assert list(dataclasses.asdict(record)) == list(values)
     if parameters.frozen:
         pytest.raises(dataclasses.FrozenInstanceError, setattr, record, next(iter(values)), 1)
 
