@@ -168,26 +168,20 @@ class Nameless:
         return "nameless"
 
 
+DICT_METHODS = "__contains__ __getitem__ get keys items".split()
+
+
+def of_data(name: str) -> Callable[..., Any]:
+    return lambda self, *arguments: getattr(self.data, name)(*arguments)
+
+
 class Registered(Nameless):
     """A mapping by registration only."""
 
     def __init__(self, data: dict[Any, Any]) -> None:
         self.data = data
 
-    def __contains__(self, key: object) -> bool:
-        return key in self.data
-
-    def __getitem__(self, key: object) -> Any:
-        return self.data[key]
-
-    def get(self, key: object, default: Any = None) -> Any:
-        return self.data.get(key, default)
-
-    def keys(self) -> Any:
-        return self.data.keys()
-
-    def items(self) -> Any:
-        return self.data.items()
+    __contains__, __getitem__, get, keys, items = map(of_data, DICT_METHODS)
 
 
 Mapping.register(Registered)
