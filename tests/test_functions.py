@@ -18,15 +18,10 @@ import pytest
 from quillmere.functions import _typed_shapes as ts
 
 NATIVE = type(ts.coerce_graph)
-
-
 CLASSES = [v for v in vars(ts).values() if getattr(v, "__module__", "") == ts.__name__]
 VALUES = [*vars(ts).values(), *(v for cls in CLASSES for v in vars(cls).values())]
-FUNCTIONS = [
-    function
-    for value in VALUES
-    if type(function := getattr(value, "__func__", getattr(value, "fget", value))) is NATIVE
-]
+INNER = [getattr(value, "__func__", getattr(value, "fget", value)) for value in VALUES]
+FUNCTIONS = [function for function in INNER if type(function) is NATIVE]
 
 
 def parsed(function: Any) -> Any:
@@ -121,11 +116,7 @@ def test_works_with_the_tools_for_functions() -> None:
     assert copy.deepcopy(function) is function
     assert weakref.ref(function)() is function
     assert functools.partial(function, raw=2)().value == 2
-
-    @functools.wraps(function)
-    def wrapper(raw: object) -> object:
-        return function(raw)
-
+    wrapper = functools.wraps(function)(lambda raw: raw)
     assert wrapper.__name__ == "coerce_state"
     assert inspect.signature(wrapper) == inspect.signature(function)
     assert isinstance(ts.WindowSpec().picked, types.MethodType)

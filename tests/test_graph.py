@@ -27,13 +27,9 @@ def test_texts_of_the_old_c_api() -> None:
             assert fast == canonical and fast[0][0] == "returns"
 
 
-class OtherError(Exception):
-    pass
-
-
 REBOUND = [  # a global, what it is bound to, a call and what it raises then
-    ("SchemaError", OtherError, lambda: ts.coerce_graph([]), OtherError, "mapping payload"),
-    ("SchemaError", OtherError, lambda: Node(""), OtherError, "non-empty str"),
+    ("SchemaError", OSError, lambda: ts.coerce_graph([]), OSError, "mapping payload"),
+    ("SchemaError", OSError, lambda: Node(""), OSError, "non-empty str"),
     ("SchemaError", lambda text: 5, lambda: Node(""), TypeError, "must derive from BaseException"),
     ("FunctionGraphNode", type("Child", (Node,), {}), lambda: Node("x", None, [Node("y")]),
      ts.SchemaError, r"children\[0\] must be FunctionGraphNode"),

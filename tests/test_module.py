@@ -58,8 +58,7 @@ def test_constants() -> None:
     assert type(ts._MISSING) is object
     kinds = "feature signal aggregation rotation reduction filtration int float string bool list"
     assert frozenset(kinds.split()) == ts._GRAPH_RUNTIME_TYPES
-    required = ("tick_timestamp", "dag_metadata", "canonical_id_to_filename")
-    assert required == ts._CHECKPOINT_REQUIRED
+    assert ts._CHECKPOINT_REQUIRED == ("tick_timestamp", "dag_metadata", "canonical_id_to_filename")
     members = (ts.StateScalar, ts.StateArray, ts.StateMapping, ts.StateSequence)
     assert ts.StateValue.__args__ == members
     lines = (ts.__doc__ or "").split("\n")

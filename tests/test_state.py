@@ -121,14 +121,12 @@ def test_a_scalar_result_is_handed_on_as_it_is() -> None:
 
 def test_payloads_that_contain_themselves() -> None:
     a: list[Any] = [1]
+    b: dict[str, Any] = {"x": 1, "op": "x"}
     a.append(a)
-    b: dict[str, Any] = {"x": 1}
-    b["y"] = b
-    graph: dict[str, Any] = {"op": "x"}
-    graph["children"] = [graph]
+    b.update(y=b, children=[b])
     for call in (
         lambda: ts.coerce_state(a),
-        lambda: ts.coerce_graph(graph),
+        lambda: ts.coerce_graph(b),
         lambda: ts.states_equal(a, a),
         lambda: ts.states_equal([2, a], [3, a]),
         lambda: ts.states_equal(b, {"x": 2, "y": {}}),
