@@ -80,13 +80,11 @@ def misaligned(array: np.ndarray) -> np.ndarray:
     return view
 
 
-FORMS = functions(
-    "array",
-    """array.astype(array.dtype.newbyteorder()); np.repeat(np.atleast_1d(array), 2, axis=0)[::2];
+FORMS = functions("array", """
+    array.astype(array.dtype.newbyteorder()); np.repeat(np.atleast_1d(array), 2, axis=0)[::2];
     np.atleast_1d(array)[::-1]; np.asfortranarray(array); array.T; misaligned(array);
     np.broadcast_to(array[..., :1], array.shape) if array.ndim else array; array.view(ArrayChild);
-    np.ma.masked_array(array, np.resize([False, True], array.shape))""",
-)
+    np.ma.masked_array(array, np.resize([False, True], array.shape))""")  # fmt: skip
 
 
 def random_array(rng: random.Random, dtype: Any = None) -> np.ndarray:
@@ -131,33 +129,30 @@ def arrays(rng: random.Random, log: list[str]) -> Any:
 # --- Things that only look as if they fit ---
 
 
+ACTIONS = functions("walked", """
+    [getattr(container, "clear", int)() for container in walked]; gc.collect(0);
+    states_equal([1, {"a": 2}], [1, {"a": 2}]);
+    coerce_graph({"op": "x", "children": [{"op": "y"}]})""")  # fmt: skip
+
+
 def hostile(rng: random.Random, log: list[str], walked: list[Any]) -> Hostile:
     def act() -> None:
-        action = rng.randrange(5)
-        if action == 0:
-            raise rng.choice([LookupError, TypeError, ValueError, KeyboardInterrupt])("hostile")
-        if action == 1:
-            for container in walked:
-                getattr(container, "clear", lambda: None)()
-        elif action == 2:
-            ts.states_equal([1, {"a": 2}], [1, {"a": 2}])
-        elif action == 3:
-            ts.coerce_graph({"op": "x", "children": [{"op": "y"}]})
+        if action := rng.randrange(5):
+            ACTIONS[action - 1](walked)
         else:
-            gc.collect(0)
+            raise rng.choice([LookupError, TypeError, ValueError, KeyboardInterrupt])("hostile")
 
     return Hostile(log, rng.choice(SLOTS), rng.randrange(3), act)
 
 
 CLAIMED = [dict, list, str, np.ndarray, ts.StateScalar]
-ODD = functions(
-    "",
-    """DictChild(op="x"); OrderedDict(a=[1]); Registered({"op": "x"}); ListChild([{"op": "y"}]);
+ODD = functions("", """
+    DictChild(op="x"); OrderedDict(a=[1]); Registered({"op": "x"}); ListChild([{"op": "y"}]);
     MappingProxyType({"op": "x"}); [("k", 1)]; {"feature"}; StrChild("feature");
     EmptyLookingStr("zscore"); np.zeros((2, 3)).view(ArrayChild); np.array([NAN, 1.0], object);
     WindowSpec(1, 2); ParamSpec("p"); SimpleNamespace(name="n"); StateMapping({1: StateScalar(1)});
-    StateSequence([StateScalar(1), 2]); StateScalar(np.zeros(2)); object.__new__(StateArray)""",
-)
+    StateSequence([StateScalar(1), 2]); StateScalar(np.zeros(2)); object.__new__(StateArray)
+    """)  # fmt: skip
 
 
 def odd(rng: random.Random, log: list[str], walked: list[Any]) -> Any:
@@ -233,11 +228,9 @@ def spoil(rng: random.Random, state: Any) -> None:
         state = inner if state[place] is inner else None
 
 
-COMPARISONS = functions(
-    "a, b",
-    """states_equal(a, b); states_equal(a, b); _states_value_equal(a, b);
-    _states_value_equal(coerce_state(a), coerce_state(b))""",
-)
+COMPARISONS = functions("a, b", """
+    states_equal(a, b); states_equal(a, b); _states_value_equal(a, b);
+    _states_value_equal(coerce_state(a), coerce_state(b))""")  # fmt: skip
 
 
 def states(rng: random.Random, log: list[str]) -> Any:
@@ -342,10 +335,8 @@ AggregationOutput.from_raw(raw) | a.b:array c.d:array
 [*AggregationOutput(raw)] | a.b:array c.d:array
 StateArray(*raw.values()) | a:array
 validate_function_state(FunctionState(**raw), expected_name="f", expected_version=3) |\
- \
-function_name:"f" function_version:3 data:dict
+ function_name:"f" function_version:3 data:dict
 """.strip().splitlines()
-
 
 KINDS_OF_VALUES: dict[str, Callable[[random.Random], Any]] = {
     "any": lambda rng: random_scalar(rng, 0.0),
@@ -355,9 +346,7 @@ KINDS_OF_VALUES: dict[str, Callable[[random.Random], Any]] = {
     "array": random_array,
     "arrays": lambda rng: {"a": random_array(rng), "b": random_array(rng)},
     "matrix": lambda rng: rng.choice([np.zeros((2, 3)), np.ones((3, 2)).T, np.zeros((0, 3))]),
-    "mask": lambda rng: np.array(rng.choice(MASKS[-rng.choice([3, 3, 3, 7]) :])).astype(
-        rng.choice("ed?")
-    ),
+    "mask": lambda r: np.array(r.choice(MASKS[-r.choice([3, 3, 3, 7]) :]), r.choice("ed?")),
     "window": lambda rng: rng.choice([None, ts.WindowSpec(1, 5)]),
     "param": lambda rng: rng.choice([5, None, ts.WindowSpec(1, 2), {"min": 1, "default": 2}]),
     "ParamSpec": lambda rng: ts.ParamSpec(rng.choice("ab")),
@@ -367,12 +356,10 @@ KINDS_OF_VALUES: dict[str, Callable[[random.Random], Any]] = {
 MASKS = [[0, 1], [[1]] * 3, [0, 0.5, 1], [1, -0.0, 1], [0, 1, 1], [1, NAN, 0], [NAN, 0, -NAN]]
 
 # What is done with the result.
-USES = functions(
-    "result",
-    """result; result; result; result; repr(result); copy.copy(result); copy.deepcopy(result);
+USES = functions("result", """
+    result; result; result; result; repr(result); copy.copy(result); copy.deepcopy(result);
     result == copy.copy(result); {result: 1}[result]; pickle.loads(pickle.dumps(result, 5));
-    dataclasses.replace(result)""",
-)
+    dataclasses.replace(result)""")  # fmt: skip
 
 
 def record(text: str) -> Callable[[random.Random, list[str]], Any]:

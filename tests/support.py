@@ -136,12 +136,16 @@ def agree_on(make: Any, first: int, count: int) -> Counter[str]:
 # --- Payload parts that only look like the builtin ones ---
 
 
-class DictChild(dict):
-    pass
+class DictChild(dict): ...
 
 
-class ListChild(list):
-    pass
+class ListChild(list): ...
+
+
+class FloatChild(float): ...
+
+
+class ArrayChild(np.ndarray): ...
 
 
 class StrChild(str):
@@ -157,19 +161,18 @@ class EmptyLookingStr(str):
         return False
 
 
-class FloatChild(float):
-    pass
-
-
-class ArrayChild(np.ndarray):
-    pass
-
-
 class Nameless:
     """What any two of a class show themselves as."""
 
     def __repr__(self) -> str:
         return "nameless"
+
+
+DICT_METHODS = "__contains__ __getitem__ get keys items".split()
+
+
+def of_data(name: str) -> Callable[..., Any]:
+    return lambda self, *arguments: getattr(self.data, name)(*arguments)
 
 
 class Registered(Nameless):
@@ -178,20 +181,7 @@ class Registered(Nameless):
     def __init__(self, data: dict[Any, Any]) -> None:
         self.data = data
 
-    def __contains__(self, key: object) -> bool:
-        return key in self.data
-
-    def __getitem__(self, key: object) -> Any:
-        return self.data[key]
-
-    def get(self, key: object, default: Any = None) -> Any:
-        return self.data.get(key, default)
-
-    def keys(self) -> Any:
-        return self.data.keys()
-
-    def items(self) -> Any:
-        return self.data.items()
+    __contains__, __getitem__, get, keys, items = map(of_data, DICT_METHODS)
 
 
 Mapping.register(Registered)
@@ -208,6 +198,31 @@ class Claims(Nameless):
         return self.claimed
 
 
+# What the slots of a Hostile give.
+RESULTS: dict[str, Callable[..., Any]] = {
+    "eq": lambda self, other: self is other,
+    "hash": lambda self: hash("type"),
+    "str": lambda self: "hostile",
+    "repr": lambda self: "hostile",
+    "bool": lambda self: True,
+    "class": lambda self: Hostile,
+}
+SLOTS = tuple(RESULTS)
+
+
+def meeting(slot: str) -> Callable[..., Any]:
+    def method(self: Any, *other: object) -> Any:
+        if Hostile.armed:
+            self.log.append(slot)
+            if slot == self.slot:
+                if self.delay == 0:
+                    self.action()
+                self.delay -= 1
+        return RESULTS[slot](self, *other)
+
+    return method
+
+
 class Hostile:
     """Raises, or runs an action, in the slot it is told to, after a delay; logs every call.
 
@@ -215,43 +230,8 @@ class Hostile:
     """
 
     armed = False
+    __eq__, __hash__, __str__, __repr__, __bool__ = map(meeting, SLOTS[:5])
+    __class__ = property(meeting("class"))  # type: ignore[assignment]
 
     def __init__(self, log: list[str], slot: str, delay: int, action: Callable[[], None]) -> None:
         self.log, self.slot, self.delay, self.action = log, slot, delay, action
-
-    def _meet(self, slot: str) -> None:
-        if not Hostile.armed:
-            return
-        self.log.append(slot)
-        if slot == self.slot:
-            if self.delay == 0:
-                self.action()
-            self.delay -= 1
-
-    def __eq__(self, other: object) -> bool:
-        self._meet("eq")
-        return self is other
-
-    def __hash__(self) -> int:
-        self._meet("hash")
-        return hash("type")
-
-    def __str__(self) -> str:
-        self._meet("str")
-        return "hostile"
-
-    def __repr__(self) -> str:
-        self._meet("repr")
-        return "hostile"
-
-    def __bool__(self) -> bool:
-        self._meet("bool")
-        return True
-
-    @property  # type: ignore[misc]
-    def __class__(self) -> type:  # type: ignore[override]
-        self._meet("class")
-        return Hostile
-
-
-SLOTS = ("eq", "hash", "str", "repr", "bool", "class")

@@ -20,10 +20,7 @@ STATES = EXAMPLES / "payloads" / "states"
 FITTING = sorted(f for d in ("graphs", "payloads") for f in (EXAMPLES / d).iterdir() if f.is_file())
 MISFITS = {
     "graphs/broken/child_is_a_name.json": ("got str", "children[2].children[0].children[0]"),
-    "graphs/broken/children_is_an_object.json": (
-        "children must be a list; got dict",
-        "args[0].args",
-    ),
+    "graphs/broken/children_is_an_object.json": ("must be a list; got dict", "args[0].args"),
     "graphs/broken/node_without_kind.json": ("'type' field; got None", "children[0].children[0]"),
     "payloads/broken/aggregation.json": ("must be np.ndarray", "['risk_parity.weights']"),
     "payloads/broken/checkpoint.json": ("has length 24; 2 is required", "nodes"),
@@ -33,10 +30,7 @@ MISFITS = {
     "payloads/broken/manifest.json": ("['canonical_id_to_filename', 'dag_metadata']", None),
     "payloads/broken/masks.npz": ("invalid float16 state value at index 2", "tradable"),
     "payloads/broken/metaparameters.json": ("not metaparameters per pool", "features"),
-    "payloads/broken/params.json": (
-        "WindowSpec.minimum must be int or None; got float",
-        "decay.min",
-    ),
+    "payloads/broken/params.json": ("minimum must be int or None; got float", "decay.min"),
     "payloads/broken/stage.json": ("producer boundary mapping required; got list", None),
     "payloads/broken/target_instruments.json": ("target_instruments[1] must be an object", "[1]"),
     "payloads/broken/window.json": ("WindowSpec.maximum must be int or None; got str", "max"),

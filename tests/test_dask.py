@@ -53,16 +53,10 @@ def left_of(session: int) -> set[int]:
 
 def run(*words: str) -> str:
     """Run Python in a session of its own, and see that it leaves no process behind."""
-    with (
-        tempfile.TemporaryFile("w+") as log,  # a pipe would stay open as long as anything is left
-        subprocess.Popen(
-            [sys.executable, *words],
-            env={**os.environ, "PYTHONPATH": PATH},
-            stdout=log,
-            stderr=subprocess.STDOUT,
-            start_new_session=True,
-        ) as child,
-    ):
+    env = {**os.environ, "PYTHONPATH": PATH}
+    with tempfile.TemporaryFile("w+") as log:  # a pipe stays open as long as anything is left
+        command = [sys.executable, *words]
+        child = subprocess.Popen(command, env=env, stdout=log, stderr=log, start_new_session=True)
         try:
             child.wait(timeout=150)
             until = time.monotonic() + 20

@@ -18,90 +18,62 @@ import pytest
 from quillmere.functions import _typed_shapes as ts
 
 NATIVE = type(ts.coerce_graph)
+CLASSES = [v for v in vars(ts).values() if getattr(v, "__module__", "") == ts.__name__]
+VALUES = [*vars(ts).values(), *(v for cls in CLASSES for v in vars(cls).values())]
+INNER = [getattr(value, "__func__", getattr(value, "fget", value)) for value in VALUES]
+FUNCTIONS = [function for function in INNER if type(function) is NATIVE]
 
 
-def native_functions() -> list[Any]:
-    found = [value for value in vars(ts).values() if type(value) is NATIVE]
-    for cls in (value for value in vars(ts).values() if isinstance(value, type)):
-        if cls.__module__ != ts.__name__:
-            continue
-        for value in vars(cls).values():
-            inner = getattr(value, "__func__", getattr(value, "fget", value))
-            if type(inner) is NATIVE:
-                found.append(inner)
-    return found
-
-
-FUNCTIONS = native_functions()
-
-
-def signature_line(function: Any) -> str:
-    return str(function.__doc__).split("\n")[0]
-
-
-class Parsed:
+def parsed(function: Any) -> Any:
     """The signature line, read by Python's own parser."""
-
-    def __init__(self, line: str) -> None:
-        head, _, rest = line.partition("(")
-        namespace: dict[str, Any] = {"_MISSING": ts._MISSING}
-        code = f"from __future__ import annotations\ndef f({rest}: pass"
-        exec(compile(code, "signature", "exec"), namespace)
-        self.function = namespace["f"]
-        self.name = head.rpartition(".")[2]
-        self.qualname = head
-        self.signature = inspect.signature(self.function)
+    head, _, rest = function.__doc__.split("\n")[0].partition("(")
+    namespace: dict[str, Any] = {"_MISSING": ts._MISSING, "__name__": ts.__name__}
+    exec(f"from __future__ import annotations\ndef f({rest}: pass", namespace)
+    made = namespace["f"]
+    made.__name__, made.__qualname__ = head.rpartition(".")[2], head
+    return made
 
 
 @pytest.mark.parametrize("function", FUNCTIONS, ids=lambda f: f.__qualname__)
 def test_shows_what_its_signature_line_says(function: Any) -> None:
-    parsed = Parsed(signature_line(function))
-    assert function.__name__ == parsed.name
-    assert function.__qualname__ == parsed.qualname
-    assert function.__module__ == ts.__name__
+    line = parsed(function)
+    for name in "name qualname module annotations defaults kwdefaults".split():
+        assert getattr(function, f"__{name}__") == getattr(line, f"__{name}__")
     assert function.__globals__ is vars(ts)
-    assert function.__annotations__ == parsed.function.__annotations__
-    assert list(function.__annotations__) == list(parsed.function.__annotations__)
-    assert function.__defaults__ == parsed.function.__defaults__
-    assert function.__kwdefaults__ == parsed.function.__kwdefaults__
-    assert inspect.signature(function) == parsed.signature
+    assert list(function.__annotations__) == list(line.__annotations__)
+    assert inspect.signature(function) == inspect.signature(line)
     assert set(typing.get_type_hints(function)) == set(function.__annotations__)
 
 
 # --- Binding ---
 
 
-def expected_error(parsed: Parsed, given: int, keywords: tuple[str, ...]) -> str | None:
-    parameters = list(parsed.signature.parameters.values())
-    positional = [p for p in parameters if p.kind is not p.KEYWORD_ONLY]
-    required = sum(1 for p in positional if p.default is p.empty)
-    filled = {p.name for p in positional[:given]}
+def expected_error(name: str, parameters: Any, given: int, keywords: tuple[str, ...]) -> str:
+    positional = [p for p in parameters.values() if p.kind is not p.KEYWORD_ONLY]
+    required = sum(p.default is p.empty for p in positional)
+    filled = [p.name for p in positional[:given]]
 
     def count_error(number: int) -> str:
         low = number < required
         quantity = "exactly" if required == len(positional) else ("at least" if low else "at most")
         bound = required if low else len(positional)
         plural = "" if bound == 1 else "s"
-        return (
-            f"{parsed.name}() takes {quantity} {bound} positional argument{plural} ({number} given)"
-        )
+        return f"{name}() takes {quantity} {bound} positional argument{plural} ({number} given)"
 
     if given > len(positional):
         return count_error(given)
-    for index, parameter in enumerate(positional):
-        missing = parameter.name not in filled and parameter.name not in keywords
-        if missing and parameter.default is parameter.empty:
-            return count_error(index)
-    for parameter in parameters[len(positional) :]:
-        if parameter.default is parameter.empty and parameter.name not in keywords:
-            return f"{parsed.name}() needs keyword-only argument {parameter.name}"
+    for index, parameter in enumerate(parameters.values()):
+        if parameter.default is parameter.empty and parameter.name not in (*filled, *keywords):
+            if parameter in positional:
+                return count_error(index)
+            return f"{name}() needs keyword-only argument {parameter.name}"
     for keyword in keywords:
         if keyword in filled:
-            return f"{parsed.name}() got multiple values for keyword argument '{keyword}'"
+            return f"{name}() got multiple values for keyword argument '{keyword}'"
     for keyword in keywords:
-        if keyword not in parsed.signature.parameters:
-            return f"{parsed.name}() got an unexpected keyword argument '{keyword}'"
-    return None
+        if keyword not in parameters:
+            return f"{name}() got an unexpected keyword argument '{keyword}'"
+    return ""
 
 
 BINDING_ERROR = re.compile(r"\w+\(\) (takes|needs|got) ")
@@ -109,19 +81,17 @@ BINDING_ERROR = re.compile(r"\w+\(\) (takes|needs|got) ")
 
 @pytest.mark.parametrize("function", FUNCTIONS, ids=lambda f: f.__qualname__)
 def test_arguments_bind_as_the_line_says(function: Any) -> None:
-    parsed = Parsed(signature_line(function))
-    names = [*parsed.signature.parameters, "bogus", "other"]
-    for given in range(len(parsed.signature.parameters) + 2):
+    name, parameters = function.__name__, inspect.signature(function).parameters
+    names = [*parameters, "bogus", "other"]
+    for given in range(len(parameters) + 2):
         for count in range(min(len(names), 4) + 1):
             for keywords in itertools.permutations(names, count):
-                arguments = [object() for _ in range(given)]
+                error = ""
                 try:
-                    function(*arguments, **{keyword: object() for keyword in keywords})
-                    error = None
+                    function(*[object()] * given, **dict.fromkeys(keywords, object()))
                 except Exception as raised:
-                    text = str(raised)
-                    error = text if BINDING_ERROR.match(text) else None
-                assert error == expected_error(parsed, given, keywords), (given, keywords)
+                    error = str(raised) if BINDING_ERROR.match(str(raised)) else ""
+                assert error == expected_error(name, parameters, given, keywords), (given, keywords)
 
 
 def test_keywords_are_matched_by_value() -> None:
@@ -146,18 +116,15 @@ def test_works_with_the_tools_for_functions() -> None:
     assert copy.deepcopy(function) is function
     assert weakref.ref(function)() is function
     assert functools.partial(function, raw=2)().value == 2
-
-    @functools.wraps(function)
-    def wrapper(raw: object) -> object:
-        return function(raw)
-
+    wrapper = functools.wraps(function)(lambda raw: raw)
     assert wrapper.__name__ == "coerce_state"
     assert inspect.signature(wrapper) == inspect.signature(function)
     assert isinstance(ts.WindowSpec().picked, types.MethodType)
     assert function.__get__(None, object) is function
     assert repr(function).startswith("<function coerce_state at 0x")
-    with pytest.raises(TypeError):
-        NATIVE()
+    pytest.raises(TypeError, NATIVE)
+    shown = {id(function.__doc__), id(function.__annotations__), id(function.__globals__)}
+    assert gc.is_tracked(function) and shown <= set(map(id, gc.get_referents(function)))
 
 
 def test_attributes_can_be_changed_as_on_functions() -> None:
@@ -173,11 +140,3 @@ def test_attributes_can_be_changed_as_on_functions() -> None:
         with pytest.raises(TypeError, match=name):
             setattr(function, name, value)
     function.__doc__, function.__annotations__, function.__module__ = saved
-
-
-def test_takes_part_in_garbage_collection() -> None:
-    function: Any = ts.coerce_graph
-    referents = {id(o) for o in gc.get_referents(function)}
-    for shown in (function.__doc__, function.__annotations__, function.__globals__):
-        assert id(shown) in referents
-    assert gc.is_tracked(function)

@@ -2,15 +2,13 @@
 
 from __future__ import annotations
 
-import importlib
 import os
 import subprocess
 import sys
-import textwrap
-import types
 from pathlib import Path
 
 import pytest
+import quillmere.functions
 from quillmere.functions import _typed_shapes as ts
 
 EXPORTED = """SchemaError InvalidFunctionStateError FunctionState validate_function_state
@@ -28,21 +26,19 @@ TargetInstrumentEntry AggregationOutput StateScalar StateArray StateMapping Stat
 StateValue coerce_state states_equal _states_value_equal""".split()
 
 OTHER_PYTHONS = sorted(Path("build").glob("python3.*/venv/bin/python"))
-
-
-def run(code: str, python: str | Path = sys.executable) -> subprocess.CompletedProcess[str]:
-    code = textwrap.dedent(code).replace("MODULE_FILE", repr(ts.__file__))
-    # A failed allocation of a sanitizer's is no verdict here: children run without one.
-    environment = {
-        k: v for k, v in os.environ.items() if k != "PYTHONPATH" or python == sys.executable
-    }
-    return subprocess.run(
-        [python, "-c", code], capture_output=True, text=True, timeout=120, env=environment
-    )
+BEFORE = """
+def refusal(call, *arguments):
+    try:
+        call(*arguments)
+    except BaseException as error:
+        return f"{type(error).__name__}: {error}"
+"""
 
 
 def check(code: str, python: str | Path = sys.executable) -> str:
-    done = run(code, python)
+    env = {k: v for k, v in os.environ.items() if k != "PYTHONPATH" or python == sys.executable}
+    command = [python, "-c", BEFORE + code]
+    done = subprocess.run(command, capture_output=True, text=True, timeout=120, env=env)
     assert done.returncode == 0, done.stderr
     return done.stdout
 
@@ -54,330 +50,223 @@ def test_names() -> None:
     assert set(namespace) - {"__builtins__"} == set(EXPORTED)
     # In a process of its own: tests that take a name away put it back at the end.
     names = check("import quillmere.functions._typed_shapes as ts; print(*vars(ts))").split()
-    assert [
-        name for name in names if not name.endswith("__") or name == "__all__"
-    ] == BOUND_IN_ORDER
+    assert [n for n in names if not n.endswith("__") or n == "__all__"] == BOUND_IN_ORDER
+    assert quillmere.functions.__file__ is None  # our files live beside the platform's
 
 
 def test_constants() -> None:
     assert type(ts._MISSING) is object
-    assert type(ts._GRAPH_RUNTIME_TYPES) is frozenset
-    assert len(ts._GRAPH_RUNTIME_TYPES) == 11
-    assert "list" in ts._GRAPH_RUNTIME_TYPES
-    assert "expression" not in ts._GRAPH_RUNTIME_TYPES
-    required = ("tick_timestamp", "dag_metadata", "canonical_id_to_filename")
-    assert required == ts._CHECKPOINT_REQUIRED
+    kinds = "feature signal aggregation rotation reduction filtration int float string bool list"
+    assert frozenset(kinds.split()) == ts._GRAPH_RUNTIME_TYPES
+    assert ts._CHECKPOINT_REQUIRED == ("tick_timestamp", "dag_metadata", "canonical_id_to_filename")
     members = (ts.StateScalar, ts.StateArray, ts.StateMapping, ts.StateSequence)
     assert ts.StateValue.__args__ == members
-
-
-def test_module_docstring() -> None:
     lines = (ts.__doc__ or "").split("\n")
-    assert len(lines) == 12
-    assert lines[1] == lines[7] == lines[11] == ""
+    assert (len(lines), lines[1], lines[7], lines[11]) == (12, "", "", "")
     assert lines[0] == "Typed dataclasses used at simulator_engine + functions boundaries."
     assert lines[10] == "exists after coercion."
 
 
-def test_one_module_object_in_a_process() -> None:
-    check(
-        """
-        import importlib, importlib.util, sys
-        name = "quillmere.functions._typed_shapes"
-        first = importlib.import_module(name)
-        assert importlib.reload(first) is first
-        del sys.modules[name]
-        assert importlib.import_module(name) is first
-        assert first.__loader__ and first.__file__ and first.__package__ == "quillmere.functions"
-        """
-    )
-
-
-def test_another_module_object_is_refused() -> None:
-    check(
-        """
-        import ctypes, types
-        import quillmere.functions._typed_shapes as ts
-        api = ctypes.pythonapi
-        api.PyModule_GetDef.restype = ctypes.c_void_p
-        api.PyModule_GetDef.argtypes = [ctypes.py_object]
-        api.PyModule_ExecDef.argtypes = [ctypes.py_object, ctypes.c_void_p]
-        try:
-            api.PyModule_ExecDef(types.ModuleType("other"), api.PyModule_GetDef(ts))
-        except RuntimeError as error:
-            text = "Module '_typed_shapes' has already been imported. "
-            assert str(error) == text + "Re-initialisation is not supported.", error
-        else:
-            raise AssertionError("initialised twice")
-        """
-    )
-
-
-def test_a_second_interpreter_is_refused() -> None:
-    check(
-        """
-        import _xxsubinterpreters as interpreters
-        import quillmere.functions._typed_shapes
-        other = interpreters.create()
-        text = ("Interpreter change detected - this module can only be loaded into one "
-                "interpreter per process.")
-        interpreters.run_string(other, f'''
-        try:
-            import quillmere.functions._typed_shapes
-        except ImportError as error:
-            assert str(error) == {text!r}, error
-        else:
-            raise AssertionError("loaded twice")
-        '''.replace("        ", ""))
-        """
-    )
-
-
-@pytest.mark.parametrize("missing", ["numpy", "dataclasses", "typing"])
-def test_a_failed_import_leaves_nothing_behind(missing: str) -> None:
-    check(
-        f"""
-        import sys, gc
-        name = "quillmere.functions._typed_shapes"
-        kept = sys.modules.get({missing!r})
-        for _ in range(3):
-            sys.modules[{missing!r}] = None
-            try:
-                import quillmere.functions._typed_shapes
-            except ImportError:
-                pass
-            else:
-                raise AssertionError("imported without {missing}")
-            assert name not in sys.modules
-            gc.collect()
-        sys.modules.pop({missing!r})
-        if kept is not None:
-            sys.modules[{missing!r}] = kept
-        import quillmere.functions._typed_shapes as ts
-        assert ts.coerce_graph({{"op": "zscore"}}).type == "rotation"
-        """
-    )
-
-
-def test_an_error_in_the_body_can_be_recovered_from() -> None:
-    check(
-        """
-        import dataclasses, gc, numpy, weakref
-        original, seen = dataclasses.dataclass, []
-        def failing(cls=None, **options):
-            if cls is None:
-                return original(**options)
-            seen.append(cls)
-            if cls.__name__ == "CostResult":
-                raise KeyError("stop here")
-            return original(cls, **options)
-        dataclasses.dataclass = failing
-        try:
-            import quillmere.functions._typed_shapes
-        except KeyError:
-            dataclasses.dataclass = original
-        stale = seen[0]
-        for cls in gc.get_objects():
-            if isinstance(cls, type) and cls.__name__ == "InvalidFunctionStateError":
-                try:
-                    cls("text")
-                except RuntimeError as error:
-                    assert str(error).endswith("is not loaded")
-                else:
-                    raise AssertionError("a class without its module")
-        masks = next(cls for cls in seen if cls.__name__ == "UniverseMasks")
-        for call in (
-            lambda: stale.from_raw({}),
-            lambda: stale.from_raw(None),
-            lambda: masks.keys(object.__new__(masks)),
-        ):
-            try:
-                call()
-            except RuntimeError as error:
-                assert str(error) == "module 'quillmere.functions._typed_shapes' is not loaded"
-        import quillmere.functions._typed_shapes as ts
-        assert ts.LiveCheckpoint is not stale
-        assert ts.states_equal({"a": [1]}, {"a": [1]}) is True
-        gone = weakref.ref(stale)
-        function = vars(stale)["__post_init__"]
-        function.me = function
-        del function, stale, seen, failing, cls, call, masks
+# Each in a process of its own.
+SCRIPTS = {
+    "one_module_object_in_a_process": """
+import importlib, importlib.util, sys
+name = "quillmere.functions._typed_shapes"
+first = importlib.import_module(name)
+assert importlib.reload(first) is first
+del sys.modules[name]
+assert importlib.import_module(name) is first
+assert first.__loader__ and first.__file__ and first.__package__ == "quillmere.functions"
+""",
+    "another_module_object_is_refused": """
+import ctypes, types
+import quillmere.functions._typed_shapes as ts
+api = ctypes.pythonapi
+api.PyModule_GetDef.restype = ctypes.c_void_p
+api.PyModule_GetDef.argtypes = [ctypes.py_object]
+api.PyModule_ExecDef.argtypes = [ctypes.py_object, ctypes.c_void_p]
+assert refusal(api.PyModule_ExecDef, types.ModuleType("other"), api.PyModule_GetDef(ts)) == (
+    "RuntimeError: Module '_typed_shapes' has already been imported. "
+    "Re-initialisation is not supported.")
+""",
+    "a_second_interpreter_is_refused": """
+import _xxsubinterpreters as interpreters
+import quillmere.functions._typed_shapes
+assert refusal(interpreters.run_string, interpreters.create(),
+    "import quillmere.functions._typed_shapes") == (
+    "RunFailedError: <class 'ImportError'>: Interpreter change detected - this module "
+    "can only be loaded into one interpreter per process.")
+""",
+    "a_failed_import_leaves_nothing_behind": """
+import gc, importlib, sys
+name = "quillmere.functions._typed_shapes"
+for missing in ("numpy", "dataclasses", "typing"):
+    kept = sys.modules.get(missing)
+    for _ in range(3):
+        sys.modules[missing] = None
+        assert "halted" in refusal(importlib.import_module, name)
+        assert name not in sys.modules
         gc.collect()
-        assert gone() is None
-        """
-    )
+    sys.modules.pop(missing)
+    if kept is not None:
+        sys.modules[missing] = kept
+ts = importlib.import_module(name)
+assert ts.coerce_graph({"op": "zscore"}).type == "rotation"
+""",
+    "an_error_in_the_body_can_be_recovered_from": """
+import dataclasses, gc, importlib, weakref
+original, seen, name = dataclasses.dataclass, [], "quillmere.functions._typed_shapes"
+def failing(cls=None, **options):
+    if cls is None:
+        return original(**options)
+    seen.append(cls)
+    if cls.__name__ == "CostResult":
+        raise KeyError("stop here")
+    return original(cls, **options)
+dataclasses.dataclass = failing
+assert refusal(importlib.import_module, name) == "KeyError: 'stop here'"
+dataclasses.dataclass = original
+stale, masks = seen[0], next(cls for cls in seen if cls.__name__ == "UniverseMasks")
+errors = [cls for cls in gc.get_objects() if isinstance(cls, type)
+          and cls.__name__ == "InvalidFunctionStateError"]
+for call, *arguments in [(stale.from_raw, {}), (stale.from_raw, None),
+                         (masks.keys, object.__new__(masks)), *((cls, "text") for cls in errors)]:
+    assert refusal(call, *arguments) == f"RuntimeError: module '{name}' is not loaded"
+ts = importlib.import_module(name)
+assert ts.LiveCheckpoint is not stale
+assert ts.states_equal({"a": [1]}, {"a": [1]}) is True
+gone = weakref.ref(stale)
+function = vars(stale)["__post_init__"]
+function.me = function
+del function, stale, seen, failing, call, arguments, masks, errors
+gc.collect()
+assert gone() is None
+""",
+    "an_odd_key_among_the_names_may_raise": """
+import numpy as np
+import quillmere.functions._typed_shapes as ts
+raised = ["at insertion"]
+class Key:
+    def __hash__(self):
+        return hash("np")
+    def __eq__(self, other):
+        if not raised:
+            raised.append(other)
+            raise KeyboardInterrupt
+        return False
+bound = vars(ts).pop("np")
+vars(ts).update({Key(): None, "np": bound})
+del raised[0]
+assert refusal(ts.coerce_state, np.ones(1)) == "KeyboardInterrupt: " and raised == ["np"]
+""",
+    "a_class_patched_before_its_first_use_is_followed": """
+import quillmere.functions._typed_shapes as ts
+for cls in vars(ts).values():
+    if not isinstance(cls, type) or "__post_init__" not in vars(cls):
+        continue
+    calls = []
+    # Nothing may look an attribute up on the class before this.
+    cls.__post_init__ = lambda self: calls.append(self)
+    arguments = [None] * len(vars(cls)["__annotations__"])
+    assert type(cls(*arguments)) is type(cls(*arguments)) is cls
+    assert len(calls) == 2, cls
+""",
+    "a_stack_that_the_thread_library_does_not_know": """
+import ctypes
+import quillmere.functions._typed_shapes as ts
+results = []
+@ctypes.CFUNCTYPE(None)
+def entry():
+    results.append(ts.coerce_state([1]))
+outside, inside = ctypes.create_string_buffer(4096), ctypes.create_string_buffer(4096)
+stack = ctypes.create_string_buffer(2**20)
+library = ctypes.PyDLL(None)
+library.getcontext(inside)
+# uc_link, uc_stack.ss_sp, uc_stack.ss_size
+for at, value in (8, outside), (16, stack), (32, len(stack)):
+    word = value if isinstance(value, int) else ctypes.addressof(value)
+    ctypes.c_size_t.from_buffer(inside, at).value = word
+library.makecontext(inside, entry, 0)
+library.swapcontext(outside, inside)
+assert results == [ts.coerce_state([1])]
+""",
+    "a_stack_that_ends_at_another_mapping": """
+import ctypes, os, resource, sys
+# Without randomisation there are 128 MiB below the main thread's stack.
+if ctypes.CDLL(None).personality(0x40000) == 0 and not os.environ.get("AGAIN"):
+    os.environ["AGAIN"] = "yes"
+    os.execv(sys.executable, sys.orig_argv)
+import quillmere.functions._typed_shapes as ts
+most = resource.getrlimit(resource.RLIMIT_STACK)[1]
+resource.setrlimit(resource.RLIMIT_STACK, (most, most))
+sys.setrecursionlimit(10**6)
+node = {"op": "x"}
+for _ in range(400_000):
+    node = {"op": "x", "children": [node]}
+assert "RecursionError" in refusal(ts.coerce_graph, node)
+""",
+    "daemon_threads_in_our_middle_when_the_interpreter_shuts_down": """
+import threading, time
+import quillmere.functions._typed_shapes as ts
+class Slow:
+    def slow(self, *_):
+        time.sleep(0.001)
+        return NotImplemented if _ else "slow"
+    __hash__, __eq__, __str__, __repr__, __del__ = object.__hash__, slow, slow, slow, slow
+calls = [
+    lambda: ts.states_equal([[Slow()]], [[Slow()]]),
+    lambda: ts.coerce_state({"a": {Slow(): 1}}),
+    lambda: ts.coerce_graph({"type": "rank", "children": [{"type": Slow()}]}),
+    lambda: ts.CostResult({"a": Slow()}),
+]
+def work(call):
+    while True:
+        refusal(call)
+for call in calls * 3:
+    threading.Thread(target=work, args=(call,), daemon=True).start()
+time.sleep(0.05)
+""",
+}
 
 
-def test_an_odd_key_among_the_names_may_raise() -> None:
-    check(
-        """
-        import numpy as np
-        import quillmere.functions._typed_shapes as ts
-        raised = ["at insertion"]
-        class Key:
-            def __hash__(self):
-                return hash("np")
-            def __eq__(self, other):
-                if not raised:
-                    raised.append(other)
-                    raise KeyboardInterrupt
-                return False
-        bound = vars(ts).pop("np")
-        vars(ts).update({Key(): None, "np": bound})
-        del raised[0]
-        try:
-            ts.coerce_state(np.ones(1))
-        except KeyboardInterrupt:
-            assert raised == ["np"]
-        else:
-            raise AssertionError("dropped")
-        """
-    )
-
-
-def test_a_class_patched_before_its_first_use_is_followed() -> None:
-    check(
-        """
-        import quillmere.functions._typed_shapes as ts
-        for cls in vars(ts).values():
-            if not isinstance(cls, type) or "__post_init__" not in vars(cls):
-                continue
-            calls = []
-            # Nothing may look an attribute up on the class before this.
-            cls.__post_init__ = lambda self: calls.append(self)
-            arguments = [None] * len(vars(cls)["__annotations__"])
-            assert type(cls(*arguments)) is type(cls(*arguments)) is cls
-            assert len(calls) == 2, cls
-        """
-    )
-
-
-def test_a_stack_that_the_thread_library_does_not_know() -> None:
-    check(
-        """
-        import ctypes
-        import quillmere.functions._typed_shapes as ts
-        results = []
-        @ctypes.CFUNCTYPE(None)
-        def entry():
-            results.append(ts.coerce_state([1]))
-        outside, inside = ctypes.create_string_buffer(4096), ctypes.create_string_buffer(4096)
-        stack = ctypes.create_string_buffer(2**20)
-        library = ctypes.PyDLL(None)
-        library.getcontext(inside)
-        # uc_link, uc_stack.ss_sp, uc_stack.ss_size
-        for at, value in (8, outside), (16, stack), (32, len(stack)):
-            word = value if isinstance(value, int) else ctypes.addressof(value)
-            ctypes.c_size_t.from_buffer(inside, at).value = word
-        library.makecontext(inside, entry, 0)
-        library.swapcontext(outside, inside)
-        assert results == [ts.coerce_state([1])]
-        """
-    )
-
-
-def test_a_stack_that_ends_at_another_mapping() -> None:
-    if os.environ.get("TYPED_SHAPES_SANITIZED"):
+@pytest.mark.parametrize("name", SCRIPTS)
+def test_in_a_process_of_its_own(name: str) -> None:
+    if "TYPED_SHAPES_SANITIZED" in os.environ and "another_mapping" in name:
         pytest.skip("the sanitizer keeps to the stack's first limits")
-    check(
-        """
-        import ctypes, os, resource, sys
-        # Without randomisation there are 128 MiB below the main thread's stack.
-        if ctypes.CDLL(None).personality(0x40000) == 0 and not os.environ.get("AGAIN"):
-            os.environ["AGAIN"] = "yes"
-            os.execv(sys.executable, sys.orig_argv)
-        import quillmere.functions._typed_shapes as ts
-        most = resource.getrlimit(resource.RLIMIT_STACK)[1]
-        resource.setrlimit(resource.RLIMIT_STACK, (most, most))
-        sys.setrecursionlimit(10**6)
-        node = {"op": "x"}
-        for _ in range(400_000):
-            node = {"op": "x", "children": [node]}
-        try:
-            ts.coerce_graph(node)
-        except RecursionError:
-            pass
-        """
-    )
+    check(SCRIPTS[name])
 
 
-def test_daemon_threads_in_our_middle_when_the_interpreter_shuts_down() -> None:
-    check(
-        """
-        import threading, time
-        import quillmere.functions._typed_shapes as ts
-        class Slow:
-            __hash__ = object.__hash__
-            def __eq__(self, other):
-                time.sleep(0.001)
-                return NotImplemented
-            def __str__(self):
-                time.sleep(0.001)
-                return "slow"
-            __repr__ = __str__
-            def __del__(self):
-                time.sleep(0.001)
-        calls = [
-            lambda: ts.states_equal([[Slow()]], [[Slow()]]),
-            lambda: ts.coerce_state({"a": {Slow(): 1}}),
-            lambda: ts.coerce_graph({"type": "rank", "children": [{"type": Slow()}]}),
-            lambda: ts.CostResult({"a": Slow()}),
-        ]
-        def work(call):
-            while True:
-                try:
-                    call()
-                except (TypeError, ValueError):
-                    pass
-        for call in calls * 3:
-            threading.Thread(target=work, args=(call,), daemon=True).start()
-        time.sleep(0.05)
-        """
-    )
+OTHER_VERSION = """
+import importlib.machinery, importlib.util, pathlib, sys, warnings, copy, pickle
+sys.path.append(str(pathlib.Path(MODULE_FILE).parents[2]))
+name = "quillmere.functions._typed_shapes"
+loader = importlib.machinery.ExtensionFileLoader(name, MODULE_FILE)
+spec = importlib.util.spec_from_loader(name, loader)
+with warnings.catch_warnings(record=True) as caught:
+    warnings.simplefilter("always")
+    ts = importlib.util.module_from_spec(spec)
+    loader.exec_module(ts)
+print([str(w.message) for w in caught if w.category is RuntimeWarning][0])
+import numpy as np
+node = ts.coerce_graph({"type": "rotation", "name": "rank", "children": [{"op": "x"}]})
+assert node.children[0].node == "x" and copy.deepcopy(node).type == "rotation"
+state = {"a": [1, (2.5, None)], "b": np.array([1.0, np.nan])}
+assert ts.states_equal(state, copy.deepcopy(state)) is True
+assert ts.UniverseMasks({"a": np.ones(3, np.float16)}, 3).get("b") is None
+assert pickle.loads(pickle.dumps(ts.WindowSpec(1, 5))) == ts.WindowSpec(1, 5)
+stage = ts.StageData.from_mapping({"x": np.zeros((4, 2)), "n": {"y": np.ones(4)}, "o": 1})
+assert stage.slice_t(1, 3).flat["x"].shape == (2, 2) and stage.has_value("o")
+assert refusal(ts.WindowSpec, 1.5) == (
+    "SchemaError: WindowSpec.minimum must be int or None; got float")
+"""
 
 
 @pytest.mark.parametrize("python", OTHER_PYTHONS, ids=lambda path: path.parts[1])
 def test_another_minor_version_warns_and_works(python: Path) -> None:
     if os.environ.get("TYPED_SHAPES_SANITIZED"):
         pytest.skip("the sanitizer's runtime is preloaded for one interpreter")
-    out = check(
-        """
-        import importlib.machinery, importlib.util, pathlib, sys, warnings, copy, pickle
-        sys.path.append(str(pathlib.Path(MODULE_FILE).parents[2]))
-        name = "quillmere.functions._typed_shapes"
-        loader = importlib.machinery.ExtensionFileLoader(name, MODULE_FILE)
-        spec = importlib.util.spec_from_loader(name, loader)
-        with warnings.catch_warnings(record=True) as caught:
-            warnings.simplefilter("always")
-            ts = importlib.util.module_from_spec(spec)
-            loader.exec_module(ts)
-        print([str(w.message) for w in caught if w.category is RuntimeWarning][0])
-        import numpy as np
-        node = ts.coerce_graph({"type": "rotation", "name": "rank", "children": [{"op": "x"}]})
-        assert node.children[0].node == "x" and copy.deepcopy(node).type == "rotation"
-        state = {"a": [1, (2.5, None)], "b": np.array([1.0, np.nan])}
-        assert ts.states_equal(state, copy.deepcopy(state)) is True
-        assert ts.UniverseMasks({"a": np.ones(3, np.float16)}, 3).get("b") is None
-        assert pickle.loads(pickle.dumps(ts.WindowSpec(1, 5))) == ts.WindowSpec(1, 5)
-        stage = ts.StageData.from_mapping({"x": np.zeros((4, 2)), "n": {"y": np.ones(4)}, "o": 1})
-        assert stage.slice_t(1, 3).flat["x"].shape == (2, 2) and stage.has_value("o")
-        try:
-            ts.WindowSpec(1.5)
-        except ts.SchemaError as error:
-            assert str(error) == "WindowSpec.minimum must be int or None; got float"
-        else:
-            raise AssertionError("accepted")
-        """,
-        python,
-    )
     version = python.parts[1].removeprefix("python")
-    assert out.strip() == (
+    assert check(f"MODULE_FILE = {ts.__file__!r}{OTHER_VERSION}", python).strip() == (
         "compile time Python version 3.11 of module 'quillmere.functions._typed_shapes' "
         f"does not match runtime version {version}"
     )
-
-
-def test_our_files_live_beside_the_platforms() -> None:
-    package = importlib.import_module("quillmere.functions")
-    assert isinstance(package, types.ModuleType)
-    assert package.__file__ is None
