@@ -54,7 +54,9 @@ def describe(*values: Any) -> Any:
         if numbers.setdefault(id(value), number) != number:
             return numbers[id(value)]
         if issubclass(kind, np.ndarray):
-            items = [*map(look, value.flat)] if value.dtype.hasobject else np.ndarray.tobytes(value)
+            items: Any = np.ndarray.tobytes(value)
+            if value.dtype.hasobject or value.dtype.char in "gG":  # long doubles are padded
+                items = [*map(look, value.flat)]
             base = numbers.get(id(value.base))
             return kind.__name__, value.shape, value.strides, value.dtype.str, items, base
         if issubclass(kind, dict):

@@ -302,7 +302,10 @@ void create_function_type() {
                           Py_TPFLAGS_METHOD_DESCRIPTOR | Py_TPFLAGS_IMMUTABLETYPE |
                           Py_TPFLAGS_DISALLOW_INSTANTIATION,
                       slots};
-  function_type.set(own(PyType_FromSpec(&spec)));
+  Ref type = Ref::steal(PyType_FromSpec(&spec));
+  // CPython 3.11 does not say so where it has no memory for the name.
+  if (!type && PyErr_Occurred() == nullptr) PyErr_NoMemory();
+  function_type.set(own(type.release()));
 }
 
 Ref make_function(const FunctionTable& table) {

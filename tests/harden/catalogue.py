@@ -245,7 +245,8 @@ class Call:
 
         self.text = text
         self.function = evaluate(tree.func)
-        self.arguments = [evaluate(argument) for argument in tree.args]
+        # A tuple: f(*list, **names) leaks in the interpreter when memory runs out.
+        self.arguments = tuple(evaluate(argument) for argument in tree.args)
         self.keywords = {keyword.arg: evaluate(keyword.value) for keyword in tree.keywords}
 
     def __call__(self) -> Any:
