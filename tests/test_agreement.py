@@ -16,6 +16,7 @@ from support import CASES, SEED, agree_on, both_paths
 @pytest.mark.parametrize("name", GENERATORS)
 def test_paths_agree(name: str) -> None:
     seen = agree_on(GENERATORS[name], SEED, CASES // 8 if "(" in name else CASES)
+    assert gc.isenabled()
     assert CASES < 100 or seen["raises"] < 0.9 * seen.total()
     if name in ("states", "arrays"):
         assert CASES < 100 or min(seen["True"], seen["False"]) > CASES // 8

@@ -9,6 +9,7 @@ import inspect
 import itertools
 import pickle
 import re
+import threading
 import types
 import typing
 import weakref
@@ -103,6 +104,24 @@ def test_keywords_are_matched_by_value() -> None:
     assert ts.coerce_state(**{Name("raw"): 1}).value == 1
     with pytest.raises(TypeError, match="unexpected keyword argument 'r\ud800'"):
         ts.coerce_state(1, **{"r\ud800": 1})
+
+
+def test_a_thread_is_refused_before_it_has_memory_to_throw() -> None:
+    memory = pytest.importorskip("_testcapi")
+    caught: list[Any] = [None]
+
+    def work() -> None:
+        try:
+            memory.set_nomemory(0, 0)
+            ts.states_equal(None, None)
+        except MemoryError as error:
+            caught[0] = error
+        finally:
+            memory.remove_mem_hooks()
+
+    (thread := threading.Thread(target=work)).start()
+    thread.join()
+    assert type(caught[0]) is MemoryError
 
 
 # --- Standing in for Python functions ---

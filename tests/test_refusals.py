@@ -48,9 +48,9 @@ UniverseMasks({}, 0)  # UniverseMasks.n_alloc must be a positive int; got 0
 UniverseMasks({}, 5.0)  # UniverseMasks.n_alloc must be a positive int; got 5.0
 UniverseMasks({"": 1}, 3)  # UniverseMasks tag must be a non-empty str; got ''
 UniverseMasks({StrChild("t"): [1]}, 3)  # UniverseMasks['shown otherwise'] must be np.ndarray; got list
-masks(a=np.ones(4))  # UniverseMasks['a'] has shape (4,), expected (3,)
+masks(a=np.ones(4, np.float32))  # UniverseMasks['a'] has shape (4,), expected (3,)
 masks(a=np.ones(()))  # UniverseMasks['a'] has shape (), expected (3,)
-masks(a=np.ones(3, ">f8").astype(">i4"))  # UniverseMasks['a'] has dtype >i4, expected float64, float16, or bool
+masks(a=np.ones(3, np.float32))  # UniverseMasks['a'] has dtype float32, expected float64, float16, or bool
 masks(a=np.ones(6)[::2])  # UniverseMasks['a'] must be C-contiguous
 UniverseMasks.from_raw(masks(), n_alloc=6)  # UniverseMasks coerced with n_alloc=6 but payload has n_alloc=3
 UniverseMasks.from_raw(None, n_alloc=5)  # UniverseMasks payload must be dict[str, np.ndarray]; got NoneType
@@ -150,6 +150,7 @@ def test_refusals(call: str, text: str) -> None:
 
 RAISES = type("Raises", (), {"__iter__": lambda self: 1 / 0})
 UNPACKED = [list, iter, str, lambda text: {}, lambda text: 5, lambda text: RAISES(), Registered]
+UNPACKED.append(lambda text: (1 / 0 for _ in text))
 
 
 @pytest.mark.parametrize("make", UNPACKED)

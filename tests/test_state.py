@@ -98,6 +98,7 @@ EQUAL = [
     (np.zeros(0, np.int8), np.zeros(0, np.int8), True),
     (np.array(2**53 + 1), np.array(2**53), True),  # float64 cannot tell them apart
     (np.array([2**62, 1]), np.array([2**62, 2]), False),
+    (np.array([complex(NAN, 1)]), np.array([complex(NAN, 2)]), True),
     *[(np.array([0, NAN], t), np.array([-0.0, -NAN], t), True) for t in ("f2", "f4", "f8", "c16")],
 ]
 
