@@ -119,18 +119,18 @@ Ref slice_t(PyObject* const* arguments) {
 
 // --- Values ---
 
-// The first bucket that has the key; null where none has.
-Ref bucket_with(PyObject* self, PyObject* key) {
-  for (std::size_t field = 0; field < std::size(kFields); ++field) {
-    Ref bucket = record.attribute(self, field);
-    if (contains(bucket.get(), key)) return bucket;
-  }
-  return {};
+// The number of the first bucket that has the key; that of no field where none has.
+std::size_t bucket_with(PyObject* self, PyObject* key) {
+  std::size_t field = 0;
+  while (field < std::size(kFields) && !contains(record.attribute(self, field).get(), key)) ++field;
+  return field;
 }
 
 Ref value(PyObject* const* arguments) {
   const auto [self, key, fallback] = unpack<3>(arguments);
-  if (Ref bucket = bucket_with(self, key)) return get_item(bucket.get(), key);
+  const std::size_t field = bucket_with(self, key);
+  // The bucket is read anew: to compare the key may have put another one in its place.
+  if (field < std::size(kFields)) return get_item(record.attribute(self, field).get(), key);
   if (fallback != globals::lookup(names.MISSING).get()) return Ref::borrow(fallback);
   raise_exception(call(PyExc_KeyError, key).get());
 }
@@ -146,7 +146,7 @@ Ref set_value(PyObject* const* arguments) {
 }
 
 Ref has_value(PyObject* const* arguments) {
-  return boolean(static_cast<bool>(bucket_with(arguments[0], arguments[1])));
+  return boolean(bucket_with(arguments[0], arguments[1]) < std::size(kFields));
 }
 
 Ref is_empty(PyObject* const* arguments) {

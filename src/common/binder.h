@@ -20,8 +20,15 @@ struct CallArguments {
   CallArguments(PyObject* const* args, std::size_t nargsf, PyObject* kwnames) noexcept
       : values(args), positional(PyVectorcall_NARGS(nargsf)), keywords(kwnames) {}
 
-  [[nodiscard]] Py_ssize_t keyword_count() const {
+  [[nodiscard]] Py_ssize_t keyword_count() const noexcept {
     return keywords == nullptr ? 0 : PyTuple_GET_SIZE(keywords);
+  }
+  // Whether every keyword is an exact str; the interpreter lets a child of str have a say.
+  [[nodiscard]] bool has_plain_keywords() const noexcept {
+    for (Py_ssize_t i = 0; i < keyword_count(); ++i) {
+      if (!PyUnicode_CheckExact(PyTuple_GET_ITEM(keywords, i))) return false;
+    }
+    return true;
   }
 };
 

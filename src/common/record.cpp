@@ -186,7 +186,7 @@ Ref Record::build_checked(Values& values) const {
 
 Ref Record::construct_natively(const CallArguments& arguments) const {
   const std::size_t count = table_.fields.size();
-  if (std::cmp_greater(arguments.positional, count)) return {};
+  if (std::cmp_greater(arguments.positional, count) || !arguments.has_plain_keywords()) return {};
   Values values{};
   if (match_arguments(field_names(), arguments, {values.data(), count}).any()) return {};
   return build_checked(values);
