@@ -167,7 +167,7 @@ masks(a=np.array([1.0, -0.0, 0.5], np.float16))
 setattr(coerce_graph, "__name__", 1)
 delattr(coerce_graph, "__qualname__")
 setattr(WindowSpec(), "minimum", 5)
-rebound("SchemaError", int, coerce_graph, [])
+rebound("SchemaError", str, coerce_graph, [])
 rebound("WindowSpec", None, WindowSpec.from_raw, 5)
 rebound("coerce_state", next, coerce_state, [iter(())])
 """

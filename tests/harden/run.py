@@ -109,7 +109,6 @@ def main() -> int:
     parser.add_argument("--quick", action="store_true")
     parser.add_argument("rows", nargs="*", choices=[[], *(row.name for row in ROWS)])
     options = parser.parse_args()
-    results = json.loads(RESULTS.read_text()) if RESULTS.exists() else {}
     failed = []
     for row in ROWS:
         if (options.rows and row.name not in options.rows) or (options.quick and not row.quick):
@@ -122,8 +121,9 @@ def main() -> int:
         failed += [] if passed else [row.name]
         taken = f"{datetime.date.today()}, {seconds / 60:.0f} min"
         state = "" if passed else "FAILED: "
-        results[row.name] = {"figures": state + "; ".join(figures), "taken": taken}
         if not options.quick:
+            results = json.loads(RESULTS.read_text()) if RESULTS.exists() else {}
+            results[row.name] = {"figures": state + "; ".join(figures), "taken": taken}
             RESULTS.parent.mkdir(parents=True, exist_ok=True)
             RESULTS.write_text(json.dumps(results, indent=1))
             before, _, rest = PAGE.read_text().partition(START)
