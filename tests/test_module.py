@@ -113,6 +113,26 @@ for missing in ("numpy", "dataclasses", "typing"):
 ts = importlib.import_module(name)
 assert ts.coerce_graph({"op": "zscore"}).type == "rotation"
 """,
+    "an_import_that_runs_out_of_memory_leaves_nothing_behind": """
+import dataclasses, importlib.util, sys
+try:
+    import _testcapi
+except ImportError:  # some distributions leave it out
+    sys.exit()
+original = dataclasses.dataclass
+spec = importlib.util.find_spec("quillmere.functions._typed_shapes")
+def failing(*arguments, **options):
+    _testcapi.set_nomemory(0, 1000)
+    raise MemoryError
+dataclasses.dataclass, module = failing, importlib.util.module_from_spec(spec)
+try:
+    spec.loader.exec_module(module)
+except MemoryError:
+    _testcapi.remove_mem_hooks()
+assert spec.name not in sys.modules
+dataclasses.dataclass = original
+assert importlib.import_module(spec.name).coerce_graph({"op": "zscore"}).type == "rotation"
+""",
     "an_error_in_the_body_can_be_recovered_from": """
 import dataclasses, gc, importlib, weakref
 original, seen, name = dataclasses.dataclass, [], "quillmere.functions._typed_shapes"
