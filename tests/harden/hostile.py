@@ -328,7 +328,7 @@ def note_unraisable(info: Any) -> None:
 
 def main() -> int:
     parser = argparse.ArgumentParser()
-    parser.add_argument("--quick", action="store_const", dest="cells", const=5_000, default=40_000)
+    parser.add_argument("--quick", action="store_const", dest="cells", const=5_000, default=20_000)
     parser.add_argument("--cells", type=int)
     parser.add_argument("--seed", type=int, default=1)
     options = parser.parse_args()
