@@ -29,16 +29,21 @@ void *realloc(void *block, size_t size) { return fails() ? NULL : __libc_realloc
 
 static void *frames[8];
 
+static void tell(const char *text) {
+  if (write(report_descriptor, text, strlen(text)) < 0) _exit(1);
+}
+
 // The innermost frames: the symbol of each, or the library where it has none.
 static void report(int number) {
   const int count = backtrace(frames, 8);
+  tell("crashed in");
   for (int i = 2; i < count; ++i) {
     Dl_info place = {0};
     dladdr(frames[i], &place);
     const char *name = place.dli_sname != NULL ? place.dli_sname : place.dli_fname;
     if (name == NULL) name = "nowhere";
-    if (strrchr(name, '/') != NULL) name = strrchr(name, '/') + 1;
-    if (write(report_descriptor, name, strlen(name)) < 0 || write(report_descriptor, " ", 1) < 0) break;
+    tell(" ");
+    tell(strrchr(name, '/') != NULL ? strrchr(name, '/') + 1 : name);
   }
   _exit(128 + number);
 }

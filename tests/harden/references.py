@@ -102,7 +102,7 @@ def unseen_by_the_collector() -> list[str]:
         shown = gc.get_referents(owner)
         shown += [v for part in shown if isinstance(part, dict) for v in part.values()]
         if not any(value is part for part in shown):
-            faults.append(f"{owner!r:.80}.{name} is not shown")
+            faults.append(f"{type(owner).__name__}.{name} is not shown")
         holders.append((f"{type(owner).__name__}.{name}", weakref.ref(holder)))
         del owner, holder, value, shown
     gc.collect()
