@@ -47,6 +47,7 @@ FOREIGN = [
     (r"crashed in (lib\S+ )+PyObject_GetIter _PyEval_EvalFrameDefault", "PAIRS({1: 2})"),
     (r"crashed in _multiarray_umath", "np.isnan(HALF.view(ArrayChild))"),
 ]
+FRAME = re.compile(r"(.*/)?(?P<library>.*)\((?P<symbol>\w*).*\) ?\[0x\w+\]")
 
 
 def load(path: Path, name: str) -> Any:
@@ -115,7 +116,6 @@ class Sweep:
         self.is_import = type(call) is Import
         self.arm, self.disarm = switches(run)
         self.progress = multiprocessing.RawValue(Progress)  # shared with the processes
-        self.told = tempfile.TemporaryFile("w+")  # noqa: SIM115
 
     def tell(self, text: str) -> None:
         os.write(self.told.fileno(), f"{text}\n".encode())
@@ -180,15 +180,20 @@ class Sweep:
 
     def run(self) -> tuple[int, list[str]]:
         """How often memory ran out, and what was found."""
-        now = self.progress
+        now, findings = self.progress, []
         while now.settled < SETTLED:
-            status = self.walk_in_a_process()
+            with tempfile.TemporaryFile("w+") as self.told:
+                status = self.walk_in_a_process()
+                self.told.seek(0)
+                lines = self.told.read().splitlines()
             assert status != 1, f"no sweep of {self.call.text}"
+            frames = [frame for frame in map(FRAME.fullmatch, lines) if frame]
+            findings += [line for line in lines if not FRAME.fullmatch(line)]
             if status != 0:
-                self.tell(f" at {now.point}, {status}")
+                crash = " ".join(frame["symbol"] or frame["library"] for frame in frames)
+                findings.append(f"at {now.point}: crashed in {crash}, {status}")
                 now.point, now.settled = now.point + self.stride, 0
-        self.told.seek(0)
-        return now.met, self.told.read().splitlines()
+        return now.met, findings
 
 
 def sweep(text: str, path: Any, run: int, stride: int = 1) -> tuple[int, list[str]]:
