@@ -27,7 +27,6 @@ FunctionState("f", 3, {"a": 1})
 validate_function_state(FunctionState("f", 3, {}), expected_name="f", expected_version=3)
 InvalidFunctionStateError("text", function_name="f", reason="r")
 FunctionGraphNode("rotation", "rank", [FunctionGraphNode("a")], {"w": 5}, family="f")
-FunctionGraphNode(type="rotation")
 coerce_graph(GRAPH)
 coerce_graph(DictChild(GRAPH))
 coerce_graph(Registered(GRAPH))
@@ -129,8 +128,6 @@ repr(coerce_graph)
 
 # Beside what the tests refuse.
 RAISED = """
-coerce_graph()
-coerce_graph({}, 1)
 coerce_graph({"type": "x"}, raw=1)
 coerce_graph({"type": "x"}, odd=1)
 StageData().value()

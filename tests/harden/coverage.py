@@ -5,7 +5,6 @@ others needs its reason in uncovered.toml.
 """
 
 import json
-import os
 import re
 import subprocess
 import sys
@@ -14,12 +13,12 @@ from dataclasses import dataclass
 from pathlib import Path
 
 ROOT = Path(__file__).resolve().parents[2]
-BIN = Path(sys.executable).parent
 BUILD = ROOT / "build" / "coverage"
 REPORT = BUILD / "coverage.json"
-CONFIGURE = f"""{BIN}/cmake -S {ROOT} -B {BUILD} -G Ninja -DCMAKE_BUILD_TYPE=Debug
-    -DTYPED_SHAPES_COVERAGE=ON -DPython_EXECUTABLE={sys.executable}
-    -DCMAKE_MAKE_PROGRAM={BIN}/ninja -DCMAKE_INSTALL_PREFIX={BUILD}/site"""
+ON_COUNTING_MODULE = f""". scripts/build_for.sh
+build_for {sys.executable} coverage -DCMAKE_BUILD_TYPE=Debug -DTYPED_SHAPES_COVERAGE=ON
+find {BUILD} -name '*.gcda' -delete
+exec {sys.executable} "$@" """
 
 
 @dataclass
@@ -32,15 +31,11 @@ class Line:
 
 def lines_run_by(*command: str) -> tuple[int, list[Line]]:
     """The status of a command that runs on the counting module, and all lines with their counts."""
-    for step in CONFIGURE, f"{BIN}/cmake --build {BUILD} --target install":
-        subprocess.run(step.split(), check=True, stdout=subprocess.DEVNULL)
-    for counts in BUILD.rglob("*.gcda"):
-        counts.unlink()
-    path = [f"{BUILD}/site", f"{ROOT}/cli", f"{ROOT}/tests"]
-    env = {**os.environ, "PYTHONPATH": os.pathsep.join(path)}
-    status = subprocess.run([sys.executable, *command], cwd=ROOT, env=env).returncode
-    gcovr = f"{BIN}/gcovr --root {ROOT} --filter {ROOT}/src/ {BUILD} --json {REPORT}"
-    subprocess.run([*gcovr.split(), "--merge-mode-functions=merge-use-line-min"], check=True)
+    script = ["bash", "-ec", ON_COUNTING_MODULE, "bash", *command]
+    status = subprocess.run(script, cwd=ROOT).returncode
+    gcovr = f"{Path(sys.executable).parent}/gcovr --root {ROOT} --filter {ROOT}/src/ {BUILD}"
+    options = f"--json {REPORT} --merge-mode-functions=merge-use-line-min"
+    subprocess.run([*gcovr.split(), *options.split()], check=True)
     reasons = tomllib.loads((ROOT / "tests/harden/uncovered.toml").read_text())
     lines: dict[str, Line] = {}  # a line of a template is counted once for each instance
     for file in json.loads(REPORT.read_text())["files"]:
