@@ -1,4 +1,12 @@
-# To be sourced: build_for PYTHON NAME [CMake options] builds the module for an interpreter of this version
+# To be sourced. need PACKAGE ... installs those of Debian's packages that are missing.
+need() {
+  local missing
+  missing=$(for p in "$@"; do dpkg -s "$p" >/dev/null 2>&1 || echo "$p"; done)
+  [ -z "$missing" ] || apt-get install -qq -y --no-install-recommends $missing >/dev/null \
+    || { echo "These packages are missing and could not be installed:" $missing; exit 1; }
+}
+
+# build_for PYTHON NAME [CMake options] builds the module for an interpreter of this version
 # in build/NAME and puts it, the tests and the packages of .venv on that interpreter's path.
 build_for() {
   local python=$1 build=$PWD/build/$2 bin=$PWD/.venv/bin packages

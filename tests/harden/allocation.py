@@ -1,4 +1,4 @@
-"""Every allocation of every call fails: one alone, and then all from there on.
+"""Every allocation of every call fails: one alone, two in a row, and all from there on.
 
 Out may come MemoryError or what the call gives otherwise; the inputs stay as they were, and nothing
 is kept. The interpreter's own allocators are made to fail, and in a second run the malloc below
@@ -8,12 +8,12 @@ Words that are given choose the calls with these in their texts.
 
 from __future__ import annotations
 
+import ctypes
 import dataclasses
 import gc
 import importlib.machinery
 import importlib.util
 import itertools
-import mmap
 import multiprocessing
 import os
 import re
@@ -21,6 +21,7 @@ import signal
 import subprocess
 import sys
 import sysconfig
+import tempfile
 import traceback
 import typing
 from collections.abc import Callable
@@ -28,14 +29,16 @@ from contextlib import nullcontext
 from pathlib import Path
 from typing import Any
 
+QUICK = "--quick" in sys.argv
 LIBRARY = Path("build/harden/failing_malloc.so").absolute()
-SETTLED = 6  # so many calls in a row that go through: the point lies behind the last allocation
-REPEATS = 200
+IS_PRELOADED = os.environ.get("LD_PRELOAD") == str(LIBRARY)
+SETTLED = 24  # so many calls in a row that go through: the point lies behind the last allocation
+REPEATS = 0 if QUICK or IS_PRELOADED else 200
 # How many allocations fail in a row. Without an end to them the interpreter would spin for ever in
 # the `with` statements of NumPy's Python code: it needs memory to leave one by an exception.
-RUNS = (1, 10_000)
+RUNS = (1, 2, 10_000)
 # What the interpreter and NumPy do wrong without memory: the outcome, and a call without our module
-# that shows it. An outcome is only put down to them where this run has seen the call give it, too.
+# that shows it. An outcome is put down to them only where this run has seen such a call give it.
 FOREIGN = [
     (r"SystemError: <function .* returned NULL", "PLAIN(1)"),
     (r"SystemError: error return without exception set", "np.allclose(HALF, HALF)"),
@@ -44,20 +47,19 @@ FOREIGN = [
     (r"crashed in (lib\S+ )+PyObject_GetIter _PyEval_EvalFrameDefault", "PAIRS({1: 2})"),
     (r"crashed in _multiarray_umath", "np.isnan(HALF.view(ArrayChild))"),
 ]
+FRAME = re.compile(r"(.*/)?(?P<library>.*)\((?P<symbol>\w*).*\) ?\[0x\w+\]")
 
 
-def load(path: Path, name: str, attempt: Any = None) -> Any:
+def load(path: Path, name: str) -> Any:
     loader = importlib.machinery.ExtensionFileLoader(name, str(path))
     module = importlib.util.module_from_spec(importlib.util.spec_from_loader(name, loader))  # type: ignore[arg-type]
-    if attempt is not None:
-        attempt.module = module
     loader.exec_module(module)
     return module
 
 
 def switches(run: int) -> tuple[Callable[[int], None], Callable[[], None]]:
     """How allocations are made to fail from the nth on, and how that ends."""
-    if "LD_PRELOAD" in os.environ:
+    if IS_PRELOADED:
         library = load(LIBRARY, "failing_malloc")
         return lambda n: library.fail(n, run), library.stop
     import _testcapi  # type: ignore[import-not-found]
@@ -72,8 +74,7 @@ class Import:
     CPython 3.11 frees twice, with plain classes, too.
     """
 
-    text = "import"
-    arguments, keywords = (), {}  # type: ignore[var-annotated]
+    text, arguments, keywords = "import", (), {}  # type: ignore[var-annotated]
 
     def __init__(self) -> None:
         import numpy  # noqa: F401
@@ -94,21 +95,30 @@ class Import:
             typing.Union = union
 
     def function(self) -> None:
-        load(self.path, "quillmere.functions._typed_shapes", self)
+        load(self.path, "quillmere.functions._typed_shapes")
 
     def snapshot(self) -> None:
         return None
 
 
+class Progress(ctypes.Structure):
+    """The next point, how many ran out of memory, and how many in a row did not."""
+
+    _fields_ = [(name, ctypes.c_long) for name in ("point", "met", "settled")]
+
+
 class Sweep:
     """One call, swept in a process of its own that may crash; the next one goes on from there."""
 
-    def __init__(self, call: Any, run: int, repeats: int) -> None:
-        self.call, self.repeats = call, repeats if run == 1 else 0
+    def __init__(self, call: Any, run: int, stride: int) -> None:
+        self.call, self.stride = call, stride
+        self.repeats = REPEATS if run == 1 else 0
+        self.is_import = type(call) is Import
         self.arm, self.disarm = switches(run)
-        self.stride = 1
-        self.findings: list[str] = []
-        self.shared = mmap.mmap(-1, 16)  # the point, and how many of them ran out of memory
+        self.progress = multiprocessing.RawValue(Progress)  # shared with the processes
+
+    def tell(self, text: str) -> None:
+        os.write(self.told.fileno(), f"{text}\n".encode())
 
     def attempt(self, point: int) -> Any:
         """What a call gives with the allocation at this point failing; "" where memory ran out."""
@@ -128,82 +138,74 @@ class Sweep:
 
         return describe(result)
 
-    def walk(self, point: int, tell: Callable[[str], None]) -> None:
-        before, expected = self.call.snapshot(), None
-        once = isinstance(self.call, Import)
-        if not once:
-            expected = self.attempt(2**30)
-        settled = met = 0
-        while settled < SETTLED:
-            self.shared[:16] = point.to_bytes(8) + met.to_bytes(8)
+    def walk(self) -> None:
+        now, before = self.progress, self.call.snapshot()
+        expected = [None] if self.is_import else self.attempt(2**30)
+        while now.settled < SETTLED:
             gc.collect()  # else the interpreter's free lists answer where an allocation would
-            outcome = self.attempt(point)
-            settled = 0 if outcome == "" else settled + 1
-            met += outcome == ""
+            outcome = self.attempt(now.point)
             if outcome == "":
-                if self.keeps_blocks(point):
-                    tell(f"at {point}: keeps blocks\n")
-            elif once and outcome == [None]:
-                break
-            elif outcome != expected:
-                tell(f"at {point}: {outcome}\n")
-            point += self.stride
+                now.met, now.settled = now.met + 1, 0
+                if self.keeps_blocks():
+                    self.tell(f"at {now.point}: keeps blocks")
+            else:
+                now.settled += 1
+                if outcome != expected:
+                    self.tell(f"at {now.point}: {outcome}")
+            now.point += self.stride
+            if self.is_import and outcome:
+                break  # it is there now, in this process
         if self.call.snapshot() != before and "set" not in self.call.text:
-            tell("the inputs changed\n")
-        self.shared[:16] = point.to_bytes(8) + met.to_bytes(8)
+            self.tell("the inputs changed")
 
-    def keeps_blocks(self, point: int) -> bool:
+    def keeps_blocks(self) -> bool:
         blocks = sys.getallocatedblocks()
         for _ in range(self.repeats):
-            self.attempt(point)
+            self.attempt(self.progress.point)
         gc.collect()
         return sys.getallocatedblocks() - blocks > 8 + self.repeats // 8
 
+    def walk_in_a_process(self) -> int:
+        child = os.fork()
+        if child != 0:
+            return os.waitstatus_to_exitcode(os.waitpid(child, 0)[1])
+        signal.alarm(900)
+        try:
+            load(LIBRARY, "failing_malloc").report_crashes_to(self.told.fileno())
+            self.walk()
+            os._exit(0)
+        finally:
+            traceback.print_exc()
+            os._exit(1)
+
     def run(self) -> tuple[int, list[str]]:
-        points = point = settled = 0
-        while True:
-            reader, writer = os.pipe()
-            child = os.fork()
-            if child == 0:
-                signal.alarm(900)
-                try:
-                    load(LIBRARY, "failing_malloc").report_crashes_to(writer)
-                    self.walk(point, lambda text: os.write(writer, text.encode()) and None)
-                    os._exit(0)
-                except BaseException:
-                    traceback.print_exc()
-                    os._exit(1)
-            os.close(writer)
-            with os.fdopen(reader) as told:
-                lines = told.read().splitlines()
-            status = os.waitstatus_to_exitcode(os.waitpid(child, 0)[1])
-            point = int.from_bytes(self.shared[:8])
-            met = int.from_bytes(self.shared[8:16])
-            points += met
+        """How often memory ran out, and what was found."""
+        now, findings = self.progress, []
+        while now.settled < SETTLED:
+            with tempfile.TemporaryFile("w+") as self.told:
+                status = self.walk_in_a_process()
+                self.told.seek(0)
+                lines = self.told.read().splitlines()
             assert status != 1, f"no sweep of {self.call.text}"
+            frames = [frame for frame in map(FRAME.fullmatch, lines) if frame]
+            findings += [line for line in lines if not FRAME.fullmatch(line)]
             if status != 0:
-                lines[-1:] = [f"at {point}: crashed in {''.join(lines[-1:])}, {status}"]
-            self.findings += lines
-            settled = settled + 1 if met == 0 else 0
-            if status == 0 and (not isinstance(self.call, Import) or settled > 4 * SETTLED):
-                return points, self.findings
-            point += self.stride
+                crash = " ".join(frame["symbol"] or frame["library"] for frame in frames)
+                findings.append(f"at {now.point}: crashed in {crash}, {status}")
+                now.point, now.settled = now.point + self.stride, 0
+        return now.met, findings
 
 
-def sweep(task: tuple[str, bool, int, int]) -> tuple[int, list[str]]:
-    text, canonical, run, repeats = task
+def sweep(text: str, path: Any, run: int, stride: int = 1) -> tuple[int, list[str]]:
     if text == "import":
-        imported = Sweep(Import(), run, 0)
-        imported.stride = repeats
-        return imported.run()
-    from support import canonical_path
+        call: Any = Import()
+    else:
+        from harden.catalogue import Call
 
-    from harden.catalogue import Call
-
-    call = Call(text)
-    with canonical_path() if canonical else nullcontext():
-        points, findings = Sweep(call, run, repeats).run()
-    return points, [f"{text}{' (canonical)' * canonical} {finding}" for finding in findings]
+        call = Call(text)
+    with path():
+        points, findings = Sweep(call, run, stride).run()
+    return points, [f"{text} ({path.__name__}) {finding}" for finding in findings]
 
 
 def start_worker() -> None:
@@ -212,67 +214,58 @@ def start_worker() -> None:
     gc.freeze()
 
 
-def native_names() -> list[str]:
-    """The names of our own functions: what is said of them is said of us."""
+def report() -> tuple[bool, str]:
+    # An import is only one in a process that has not made it yet.
+    with multiprocessing.Pool(2, start_worker, maxtasksperchild=1) as pool:
+        imports = itertools.product(["import"], [nullcontext], RUNS, [40 if QUICK else 1])
+        imported = pool.starmap(sweep, imports, 1)
     from quillmere.functions import _typed_shapes as ts
 
-    found = [vars(value) if isinstance(value, type) else {"": value} for value in vars(ts).values()]
-    members = [getattr(member, "__func__", member) for part in found for member in part.values()]
-    return [re.escape(m.__qualname__) for m in members if type(m) is type(ts.coerce_graph)]
+    from harden.catalogue import PATHS, chosen_texts
 
-
-def report(quick: bool) -> int:
-    from harden.catalogue import every_text
-
-    words = [word for word in sys.argv[1:] if not word.startswith("--")]
-    texts = [text for text in every_text() if not words or any(word in text for word in words)]
     # Binding a name of the module again is not to fail in the middle.
-    texts = [text for text in texts if not text.startswith("rebound")]
-    texts = texts[:: 3 if quick and not words else 1]
-    repeats = 0 if quick or "LD_PRELOAD" in os.environ else REPEATS
-    paths = itertools.product(texts, (False, True), RUNS, [repeats])
+    texts = [text for text in chosen_texts() if not text.startswith("rebound")]
+    if QUICK and len(texts) > 20:  # no words chose them
+        texts = texts[::3]
     with multiprocessing.Pool(2, start_worker, maxtasksperchild=40) as pool:
-        shown = pool.map(sweep, [(text, False, run, 0) for run in RUNS for _, text in FOREIGN])
-        results = pool.map(sweep, [*paths], 1)
-    # An import is only one in a process that has not made it yet.
-    spawn = multiprocessing.get_context("spawn")
-    with spawn.Pool(2, start_worker, maxtasksperchild=1) as pool:
-        imported = pool.map(sweep, [("import", False, run, 40 if quick else 1) for run in RUNS], 1)
-    known = [
-        pattern
-        for (pattern, _), (_, lines) in zip([*FOREIGN, *FOREIGN], shown, strict=True)
-        if any(re.search(pattern, line) for line in lines)
-    ]
+        witnesses = {text for _, text in FOREIGN}
+        shown = pool.starmap(sweep, itertools.product(witnesses, [nullcontext], RUNS), 1)
+        results = pool.starmap(sweep, itertools.product(texts, PATHS, RUNS), 1)
+    seen = "\n".join(line for _, lines in shown for line in lines)
+    known = [pattern for pattern, _ in FOREIGN if re.search(pattern, seen)]
+    native = [f for f in gc.get_objects() if type(f) is type(ts.coerce_graph)]
+    named = re.compile(rf"<function ({'|'.join(re.escape(f.__qualname__) for f in native)}) at")
     findings = [line for _, lines in [*results, *imported] for line in lines]
-    native = re.compile(rf"<function ({'|'.join(native_names())}) at")
-    foreign = [f for f in findings if any(re.search(pattern, f) for pattern in known)]
-    ours = [f for f in findings if native.search(f) or f not in foreign]
+    ours = [
+        line
+        for line in findings
+        if named.search(line) or not any(re.search(pattern, line) for pattern in known)
+    ]
     print(*ours[:40], sep="\n")
     points, import_points = (sum(count for count, _ in part) for part in (results, imported))
-    print(
+    return bool(ours), (
         f"{points:,} points of {len(results)} sweeps and {import_points:,} of an import: "
         f"{len(ours)} faults, {len(findings) - len(ours)} of the interpreter and NumPy"
     )
-    return bool(ours)
 
 
 def main() -> int:
-    if "--inner" in sys.argv:
-        return report("--quick" in sys.argv)
+    if IS_PRELOADED:
+        failed, figures = report()
+        print(figures)
+        return failed
     LIBRARY.parent.mkdir(parents=True, exist_ok=True)
     source, include = Path(__file__).with_name("failing_malloc.c"), sysconfig.get_path("include")
     build = [os.environ.get("CC", "cc"), "-O1", "-shared", "-fPIC", f"-I{include}"]
     subprocess.run([*build, str(source), "-o", str(LIBRARY)], check=True)
-    command = [sys.executable, "-m", "harden.allocation", "--inner", *sys.argv[1:]]
-    preload = {"LD_PRELOAD": str(LIBRARY), "PYTHONMALLOC": "malloc"}
-    failed, figures = False, []
-    for name, extra in ("the interpreter's allocators", {}), ("malloc", preload):
-        done = subprocess.run(command, env={**os.environ, **extra}, stdout=-1, text=True)
-        print(done.stdout)
-        figures.append(f"{name}: {(done.stdout.splitlines() or ['nothing'])[-1]}")
-        failed |= done.returncode != 0
-    print("figures:", "; ".join(figures))
-    return failed
+    failed, figures = report()
+    env = {**os.environ, "LD_PRELOAD": str(LIBRARY), "PYTHONMALLOC": "malloc"}
+    command = [sys.executable, "-m", "harden.allocation", *sys.argv[1:]]
+    again = subprocess.run(command, env=env, stdout=subprocess.PIPE, text=True)
+    *lines, preloaded = again.stdout.splitlines() or ["nothing"]
+    print(*lines, sep="\n")
+    print(f"figures: the interpreter's allocators: {figures}; malloc: {preloaded}")
+    return failed or again.returncode != 0
 
 
 if __name__ == "__main__":

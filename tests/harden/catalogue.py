@@ -4,10 +4,12 @@ ones that are refused, ones that raise something else."""
 from __future__ import annotations
 
 import ast
+import contextlib
 import dataclasses
 import inspect
 import operator
 import pickle
+import sys
 from collections import OrderedDict
 from collections.abc import Iterator
 from types import MappingProxyType, SimpleNamespace
@@ -15,17 +17,16 @@ from typing import Any
 
 import numpy as np
 from quillmere.functions import _typed_shapes as ts
-from support import ArrayChild, Claims, DictChild, ListChild, Registered, StrChild
-from test_refusals import LINES, NAMES
+from support import *
+from test_refusals import NAMES, OTHERWISE, REFUSED, rows
 
-REFUSED = LINES[::2]
+PATHS = contextlib.nullcontext, canonical_path
 
 TAKEN = """
 FunctionState("f", 3, {"a": 1})
 validate_function_state(FunctionState("f", 3, {}), expected_name="f", expected_version=3)
 InvalidFunctionStateError("text", function_name="f", reason="r")
 FunctionGraphNode("rotation", "rank", [FunctionGraphNode("a")], {"w": 5}, family="f")
-FunctionGraphNode(type="rotation")
 coerce_graph(GRAPH)
 coerce_graph(DictChild(GRAPH))
 coerce_graph(Registered(GRAPH))
@@ -125,45 +126,28 @@ pickle.loads(PICKLED)
 repr(coerce_graph)
 """
 
+# Beside what the tests refuse.
 RAISED = """
-coerce_graph()
-coerce_graph({}, 1)
 coerce_graph({"type": "x"}, raw=1)
 coerce_graph({"type": "x"}, odd=1)
 StageData().value()
-StageData().value("x")
 UniverseMasks.from_raw({})
-FunctionGraphNode()
-FunctionGraphNode("x", odd=1)
-coerce_graph({"type": []})
 coerce_graph({"type": {"feature"}, "children": [[]]})
 coerce_graph(LOOP)
 coerce_state(RING)
 states_equal(RING, RING)
-states_equal([1, {10**5000: 1}], [2, 3])
-LiveCheckpoint.from_raw({"nodes": "text"})
-CheckpointManifest.from_raw({**MANIFEST, "canonical_id_to_filename": 5})
 coerce_graph(Registered(5))
 AggregationOutput(Items([5]))
 AggregationOutput(Items([(1,)]))
 AggregationOutput(Items([(1, 2, 3)]))
 AggregationOutput(Items([Claims(tuple)]))
-StageData({"x": 5}).slice_t(0, 1)
-StageData({"x": int}).slice_t(0, 1)
-StageData({}, {"x": 5}).slice_t(0, 1)
-StageData({"x": 5}).feature_names()
-StageData({}).set_value([], 1)
 operator.getitem(masks(a=HALF), "b")
 operator.getitem(Evidence({}), "x")
 operator.getitem(CostResult(HALF), "x")
-len(CostResult(np.zeros(())))
-WindowSpec(1, 2).picked("x")
-TargetInstrumentEntry.from_raw("x", 3)
 validate_function_state({}, expected_name="f", expected_version=3)
 validate_function_state(FunctionState("g", 3, {}), expected_name="f", expected_version=3)
 validate_function_state(FunctionState("f", 2, {}), expected_name="f", expected_version=3)
 validate_function_state(FunctionState("f", 3, []), expected_name="f", expected_version=3)
-masks(a=np.array([1.0, -0.0, 0.5], np.float16))
 setattr(coerce_graph, "__name__", 1)
 delattr(coerce_graph, "__qualname__")
 setattr(WindowSpec(), "minimum", 5)
@@ -213,11 +197,8 @@ def fresh_names() -> dict[str, Any]:
     half, loose = np.array([np.nan, 0.0, 1.0], np.float16), np.arange(8.0)[::2]
     state = {"a": [1, (2.5, None)], "b": {"c": half, "d": float("nan")}, "e": loose}
     return {
-        **{name: globals()[name] for name in ("inspect", "np", "operator", "pickle", "rebound")},
-        **{cls.__name__: cls for cls in (ArrayChild, Claims, Items, ListChild, OrderedDict)},
+        **globals(),
         **NAMES,
-        "DictChild": DictChild,
-        "Registered": Registered,
         "GRAPH": {"op": "zscore", "args": [leaf, {"op": "x", "children": []}], "params": {"w": 5}},
         "HALF": half,
         "LOOP": loop,
@@ -225,7 +206,6 @@ def fresh_names() -> dict[str, Any]:
         "MANIFEST": {**{name: {"a": "b"} for name in ts._CHECKPOINT_REQUIRED}, "x": 2},
         "OTHER": {"a": (1, [2.5, None]), "b": {"c": half.copy(), "d": float("nan")}, "e": loose},
         "PAIRS": lambda items: [[(items, n) for n in range(9)], [p[0] for p in items.items()]],
-        "PLAIN": PLAIN,
         "PICKLED": pickle.dumps(ts.ParamSpec("p", window=ts.WindowSpec(1, 5)), 5),
         "RING": ring,
         "STAGE": {"a": np.zeros((5, 2)), "b": {"v": np.zeros(5), "deep": {}}, "c": 7},
@@ -241,12 +221,13 @@ class Call:
         assert isinstance(tree, ast.Call), text
 
         def evaluate(node: ast.expr) -> Any:
-            return eval(compile(ast.Expression(node), text, "eval"), names)
+            expression = ast.fix_missing_locations(ast.Expression(node))
+            return eval(compile(expression, text, "eval"), names)
 
         self.text = text
         self.function = evaluate(tree.func)
         # A tuple: f(*list, **names) leaks in the interpreter when memory runs out.
-        self.arguments = tuple(evaluate(argument) for argument in tree.args)
+        self.arguments = evaluate(ast.Tuple(tree.args, ast.Load()))
         self.keywords = {keyword.arg: evaluate(keyword.value) for keyword in tree.keywords}
 
     def __call__(self) -> Any:
@@ -283,4 +264,11 @@ def parts(value: Any) -> Iterator[Any]:
 
 
 def every_text() -> list[str]:
-    return [*TAKEN.strip().splitlines(), *REFUSED, *RAISED.strip().splitlines()]
+    refused = [call for call, _ in rows(REFUSED) + rows(OTHERWISE) if call[-1] == ")"]
+    return [*TAKEN.strip().splitlines(), *refused, *RAISED.strip().splitlines()]
+
+
+def chosen_texts() -> list[str]:
+    """Those with one of the words of the command line in them, or all where there is none."""
+    words = [word for word in sys.argv[1:] if not word.startswith("--")]
+    return [text for text in every_text() if not words or any(word in text for word in words)]

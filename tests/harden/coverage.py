@@ -1,75 +1,66 @@
 """Count which lines of the C++ sources run, subprocesses included.
 
-Without a command the tests run, at least 98 % of the lines must be hit, and each of the others
-needs its reason in uncovered.toml. With one (`-m harden.coverage --json FILE python -m ...`) that
-runs on the counting module, and only the report is written, for others to judge.
+The tests run on a module that counts. At least 98 % of the lines must be hit, and each of the
+others needs its reason in uncovered.toml.
 """
 
-import argparse
 import json
-import os
 import re
 import subprocess
 import sys
 import tomllib
+from dataclasses import dataclass
 from pathlib import Path
 
 ROOT = Path(__file__).resolve().parents[2]
-BIN = Path(sys.executable).parent
 BUILD = ROOT / "build" / "coverage"
-CONFIGURE = f"""{BIN}/cmake -S {ROOT} -B {BUILD} -G Ninja -DCMAKE_BUILD_TYPE=Debug
-    -DTYPED_SHAPES_COVERAGE=ON -DPython_EXECUTABLE={sys.executable}
-    -DCMAKE_MAKE_PROGRAM={BIN}/ninja -DCMAKE_INSTALL_PREFIX={BUILD}/site"""
-TESTS = f"{sys.executable} -m pytest -q -p no:cacheprovider".split()
+REPORT = BUILD / "coverage.json"
+ON_COUNTING_MODULE = f""". scripts/build_for.sh
+build_for {sys.executable} coverage -DCMAKE_BUILD_TYPE=Debug -DTYPED_SHAPES_COVERAGE=ON
+find {BUILD} -name '*.gcda' -delete
+exec {sys.executable} "$@" """
 
 
-def measure(command: list[str], report: Path) -> int:
-    for step in CONFIGURE, f"{BIN}/cmake --build {BUILD} --target install":
-        subprocess.run(step.split(), check=True, stdout=subprocess.DEVNULL)
-    for counts in BUILD.rglob("*.gcda"):
-        counts.unlink()
-    path = [f"{BUILD}/site", f"{ROOT}/cli", os.environ.get("PYTHONPATH", f"{ROOT}/tests")]
-    env = {**os.environ, "PYTHONPATH": os.pathsep.join(path)}
-    status = subprocess.run(command, cwd=ROOT, env=env).returncode
-    gcovr = f"{BIN}/gcovr --root {ROOT} --filter {ROOT}/src/ {BUILD} --json {report}"
-    subprocess.run([*gcovr.split(), "--merge-mode-functions=merge-use-line-min"], check=True)
-    return status
+@dataclass
+class Line:
+    place: str
+    text: str
+    reason: str | None  # to be missed
+    count: int = 0
+
+
+def lines_run_by(*command: str) -> tuple[int, list[Line]]:
+    """The status of a command that runs on the counting module, and all lines with their counts."""
+    script = ["bash", "-ec", ON_COUNTING_MODULE, "bash", *command]
+    status = subprocess.run(script, cwd=ROOT).returncode
+    gcovr = f"{Path(sys.executable).parent}/gcovr --root {ROOT} --filter {ROOT}/src/ {BUILD}"
+    options = f"--json {REPORT} --merge-mode-functions=merge-use-line-min"
+    subprocess.run([*gcovr.split(), *options.split()], check=True)
+    reasons = tomllib.loads((ROOT / "tests/harden/uncovered.toml").read_text())
+    lines: dict[str, Line] = {}  # a line of a template is counted once for each instance
+    for file in json.loads(REPORT.read_text())["files"]:
+        texts = (ROOT / file["file"]).read_text().splitlines()
+        known = {**reasons["*"], **reasons.get(file["file"], {})}
+        for line in file["lines"]:
+            place, text = f"{file['file']}:{line['line_number']}", texts[line["line_number"] - 1]
+            name = re.sub(r"\(anonymous .*?::|[<(](?!anonymous).*", "", line["function_name"])
+            reason = known.get(text.strip(), known.get(name.split("::")[-1] + "()"))
+            lines.setdefault(place, Line(place, text.strip(), reason)).count += line["count"]
+    return status, list(lines.values())
 
 
 def main() -> int:
-    parser = argparse.ArgumentParser(description=__doc__)
-    parser.add_argument("--json", type=Path, default=BUILD / "coverage.json")
-    parser.add_argument("--quick", action="store_true", help="the same; the job is quick")
-    parser.add_argument("command", nargs=argparse.REMAINDER, help="instead of the tests")
-    options = parser.parse_args()
-    status = measure(options.command or TESTS, options.json)
-    if status and not options.command:
+    status, lines = lines_run_by("-m", "pytest", "-q", "-p", "no:cacheprovider")
+    if status:
         print("figures: the tests fail, so their lines were not counted")
         return status
-    reasons = tomllib.loads((ROOT / "tests/harden/uncovered.toml").read_text())
-    total = missed = unknown = 0
-    for file in json.loads(options.json.read_text())["files"]:
-        texts = (ROOT / file["file"]).read_text().splitlines()
-        known = {**reasons["*"], **reasons.get(file["file"], {})}
-        counts: dict[int, int] = {}  # a line of a template is there once for each instance
-        names: dict[int, str] = {}
-        for line in file["lines"]:
-            number, name = line["line_number"], line["function_name"]
-            counts[number] = counts.get(number, 0) + line["count"]
-            name = re.sub(r"\(anonymous .*?::|[<(](?!anonymous).*", "", name)
-            names[number] = name.split("::")[-1] + "()"
-        total += len(counts)
-        for number in sorted(number for number, count in counts.items() if count == 0):
-            missed += 1
-            text = texts[number - 1].strip()
-            reason = known.get(text, known.get(names[number]))
-            unknown += reason is None
-            if not options.command:
-                print(f"{file['file']}:{number}: {text}   [{reason or 'NO REASON'}]")
-    percent = 100 * (total - missed) / total
-    rest = "" if options.command else f", {unknown} without a listed reason"
-    print(f"figures: {percent:.2f} % of {total} lines run{rest}")
-    return status or (not options.command and (percent < 98 or unknown > 0))
+    missed = [line for line in lines if line.count == 0]
+    for line in missed:
+        print(f"{line.place}: {line.text}   [{line.reason or 'NO REASON'}]")
+    percent = 100 * (1 - len(missed) / len(lines))
+    unknown = sum(line.reason is None for line in missed)
+    print(f"figures: {percent:.2f} % of {len(lines)} lines run, {unknown} without a listed reason")
+    return int(percent < 98 or unknown > 0)
 
 
 if __name__ == "__main__":

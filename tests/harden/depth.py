@@ -7,6 +7,7 @@ excuse. Then greedy callbacks run at the deepest level that is permitted, and le
 
 from __future__ import annotations
 
+import bisect
 import copy
 import dataclasses
 import pickle
@@ -97,10 +98,10 @@ ALL_CELLS = [(*row, shape, levels, path, classes)
 CELLS = [[cell for cell in ALL_CELLS if place[1] > 0 or not cell[4]] for place in PLACES]
 
 
-def on_thread(size: int, job: Callable[[], Any]) -> None:
+def on_thread(size: int, job: Callable[[], Any]) -> Any:
     threading.stack_size(size)
-    (thread := threading.Thread(target=job)).start()
-    thread.join()
+    with ThreadPoolExecutor(1) as pool:
+        return pool.submit(job).result()
 
 
 def run_cells(place: int, first: int) -> None:
@@ -133,15 +134,15 @@ def sweep(place: int) -> Counter[str]:
         command = [sys.executable, "-m", "harden.depth", f"{place}", f"{len(outcomes)}", *QUICK]
         done = subprocess.run(command, stdout=subprocess.PIPE, text=True, preexec_fn=limit)
         outcomes += [*done.stdout.split(), f"CRASH {done.returncode}"]
-    excused = []
+    counts = Counter[str]()
     for i, (name, _, _, _, may_crash, shape, levels, path, classes) in enumerate(cells):
         if may_crash and classes is OURS and outcomes[i - 1 : i + 1] == ["CRASH -11"] * 2:
             outcomes[i] = "crash as of plain classes"
-            excused.append(f"{name} {shape} {levels}")
-        elif outcomes[i] not in FINE and classes is OURS:
-            print(outcomes[i], PLACES[place], name, shape, levels, path.__name__)
-    print(PLACES[place], "crashes as of plain classes:", ", ".join(excused) or "none", flush=True)
-    return Counter(o for o, cell in zip(outcomes, cells, strict=False) if cell[-1] is OURS)
+        if classes is OURS:
+            counts[outcomes[i]] += 1
+            if outcomes[i] not in FINE:
+                print(outcomes[i], PLACES[place], name, shape, levels, path.__name__, flush=True)
+    return counts
 
 
 class Greedy:
@@ -161,19 +162,16 @@ class Greedy:
 
 def deepest(size: int, shape: str, call: Callable[..., Any], leaf: Any = None) -> int:
     """The most levels that a call takes on a stack of this size."""
-    bounds = [10, 20_000]
 
-    def search() -> None:
-        while bounds[1] - bounds[0] > 1:
-            middle = sum(bounds) // 2
-            try:
-                call(build(shape, middle, leaf=leaf))
-                bounds[0] = middle
-            except RecursionError:
-                bounds[1] = middle
+    def is_too_deep(levels: int) -> bool:
+        try:
+            call(build(shape, levels, leaf=leaf))
+        except RecursionError:
+            return True
+        return False
 
-    on_thread(size, search)
-    return bounds[0]
+    levels = range(20_000)
+    return on_thread(size, lambda: bisect.bisect_left(levels, True, 10, key=is_too_deep)) - 1
 
 
 def look_at_the_stack() -> str:

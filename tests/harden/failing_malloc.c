@@ -1,9 +1,7 @@
 // A malloc that fails when told to. Preloaded, it is the allocator of the whole process; imported as
 // an extension module, it is the handle to it. It also tells where a process crashed.
-#define _GNU_SOURCE
 #define PY_SSIZE_T_CLEAN
 #include <Python.h>
-#include <dlfcn.h>
 #include <errno.h>
 #include <execinfo.h>
 #include <signal.h>
@@ -29,17 +27,8 @@ void *realloc(void *block, size_t size) { return fails() ? NULL : __libc_realloc
 
 static void *frames[8];
 
-// The innermost frames: the symbol of each, or the library where it has none.
 static void report(int number) {
-  const int count = backtrace(frames, 8);
-  for (int i = 2; i < count; ++i) {
-    Dl_info place = {0};
-    dladdr(frames[i], &place);
-    const char *name = place.dli_sname != NULL ? place.dli_sname : place.dli_fname;
-    if (name == NULL) name = "nowhere";
-    if (strrchr(name, '/') != NULL) name = strrchr(name, '/') + 1;
-    if (write(report_descriptor, name, strlen(name)) < 0 || write(report_descriptor, " ", 1) < 0) break;
-  }
+  backtrace_symbols_fd(frames + 2, backtrace(frames, 8) - 2, report_descriptor);
   _exit(128 + number);
 }
 

@@ -41,13 +41,10 @@ def status_of(job: str) -> int:
 
 
 def main() -> int:
-    words = [word for word in sys.argv[1:] if word != "--quick"]
+    words = sys.argv[1:]
     table = tomllib.loads((ROOT / "tests/harden/faults.toml").read_text())
     faults = [(TREE / file, *fault) for file, named in table.items() for fault in named.items()]
     faults = [fault for fault in faults if not words or any(word in fault[1] for word in words)]
-    if "--quick" in sys.argv:
-        print(f"figures: none of {len(faults)} faults planted, that takes the full run")
-        return 0
     os.nice(10)
     copy_tree()
     subprocess.run(["ln", "-sfn", ROOT / ".venv", TREE / ".venv"], check=True)

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Evolve calls from bytes (fuzz_bytes.py) by the coverage of the C++, under AddressSanitizer.
-#   fuzz_bytes.sh [--quick | --seconds N]   evolve the corpus; what is found stays in build/found
-#   fuzz_bytes.sh <file> ...                run files once more, each alone
+#   fuzz_bytes.sh              evolve the corpus for ten minutes; what is found stays in build/found
+#   fuzz_bytes.sh <file> ...   run files once more, each alone
 #   fuzz_bytes.sh -merge=1 <new folder> build/found   pick the smallest set with all the coverage
 set -euo pipefail
 cd "$(dirname "$0")/../.."
@@ -9,11 +9,7 @@ bin=$PWD/.venv/bin
 build=$PWD/build/atheris
 command -v clang++ >/dev/null || { echo "clang is missing (Debian: the package clang)"; exit 1; }
 
-case "${1-}" in
-  --quick) set -- -max_total_time=20 build/found tests/harden/corpus ;;
-  --seconds) set -- "-max_total_time=$2" build/found tests/harden/corpus ;;
-  "") set -- -max_total_time=600 build/found tests/harden/corpus ;;
-esac
+[ $# -gt 0 ] || set -- -max_total_time=600 build/found tests/harden/corpus
 
 # The runtimes are not linked in: atheris has its own with libFuzzer inside, and that is preloaded.
 "$bin/cmake" -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \

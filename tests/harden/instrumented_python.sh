@@ -4,17 +4,13 @@
 # build/instrumented; the last line printed is its path.
 set -euo pipefail
 cd "$(dirname "$0")/../.."
+. scripts/build_for.sh
 mkdir -p "${TYPED_SHAPES_INSTRUMENTED:=build/instrumented}"
 cache=$(cd "$TYPED_SHAPES_INSTRUMENTED" && pwd)
 stock=$PWD/.venv/bin/python
 if [ -e "$cache/python" ]; then echo "$cache/python"; exit; fi
 
-need=(dpkg-dev g++ make libssl-dev libffi-dev zlib1g-dev libbz2-dev liblzma-dev libsqlite3-dev)
-missing=$(for p in "${need[@]}"; do dpkg -s "$p" >/dev/null 2>&1 || echo "$p"; done)
-if [ -n "$missing" ]; then
-  apt-get install -qq -y --no-install-recommends $missing >/dev/null \
-    || { echo "These packages are missing and could not be installed:" $missing; exit 1; }
-fi
+need dpkg-dev g++ make libssl-dev libffi-dev zlib1g-dev libbz2-dev liblzma-dev libsqlite3-dev
 
 # A package list of its own: the machine's settings stay as they are.
 mkdir -p "$cache/apt/lists/partial" "$cache/apt/archives/partial"

@@ -1,26 +1,25 @@
 """No call keeps or loses a reference, and the collector sees all that our objects hold.
 
 Every call of the catalogue, or those with the words given in their texts, is made 10,000 times on
-either path. With `--sites` the lines of the C++
-sources that raise are listed that no call reaches; their counts come from a run of this job on the
-module that counts its lines.
+either path. With `--sites` the lines of the C++ sources that raise are listed that no call reaches.
 """
 
 from __future__ import annotations
 
 import contextlib
+import dataclasses
 import gc
-import json
+import importlib
+import itertools
 import multiprocessing
 import re
-import subprocess
 import sys
-import tomllib
+import typing
 import weakref
-from pathlib import Path
 from typing import Any
 
-ROOT = Path(__file__).resolve().parents[2]
+import numpy  # noqa: F401  # while it can: an import below is made to fail
+
 WARM, CALLS, BLOCKS = 300, 10_000, 8
 SHARED = (int, type(None))  # everybody has references to None and to small numbers
 # Lines that raise once in a process or on a stack of its own: tests of the suite reach them.
@@ -36,17 +35,15 @@ RAISES = re.compile(
 )
 
 
-def keeps(text: str, canonical: bool, count: int) -> str:
+def keeps(text: str, path: Any, count: int) -> str:
     """What a call keeps or loses; "" where that is nothing."""
-    from support import canonical_path
-
     from harden.catalogue import Call
 
     call = Call(text)
     inputs = call.inputs()
     # Recursion that ends by the limit is made shorter, and any call may raise.
     sys.setrecursionlimit(150)
-    with canonical_path() if canonical else contextlib.nullcontext():
+    with path():
         for turn in range(6):  # caches of others fill up in the first ones, a leak goes on
             counts = [sys.getrefcount(value) for value in inputs]
             gc.collect()
@@ -64,39 +61,37 @@ def keeps(text: str, canonical: bool, count: int) -> str:
             ]
             if turn and not changed and abs(moved) <= BLOCKS:
                 return ""
-    return f"{text}{' (canonical)' * canonical}: {moved} blocks, references to {changed}"
+    return f"{text} ({path.__name__}): {moved} blocks, references to {changed}"
 
 
 class Holder:
     """What a field is bound to, so that its object is in a cycle."""
 
 
-def native_functions(members: Any) -> list[Any]:
-    found = [vars(value) if isinstance(value, type) else {"": value} for value in members]
-    values = [getattr(value, "__func__", value) for part in found for value in part.values()]
-    return [value for value in values if type(value).__name__ == "native_function"]
+def native_functions() -> list[Any]:
+    return [value for value in gc.get_objects() if type(value).__name__ == "native_function"]
 
 
-def uncollected_cycles(_: object = None) -> list[str]:
-    """The fields through which a cycle is not seen, of records and of functions."""
-    from harden.allocation import Import
-
-    # The classes and functions of an import that failed can go; those of a module never do.
-    dead = vars(Import().module)
-    functions = {f.__qualname__: f for f in native_functions(dead.values())}
-    dead.clear()
-    import dataclasses
+def unseen_by_the_collector() -> list[str]:
+    """Fields that hide a cycle, and functions that show more or less than they hold."""
+    # The functions of a module never go; those of an import that failed do.
+    union, typing.Union = typing.Union, None  # type: ignore[assignment]
+    gc.disable()
+    with contextlib.suppress(TypeError):
+        importlib.import_module("quillmere.functions._typed_shapes")
+    typing.Union, dead = union, native_functions()
+    gc.enable()
+    dead[0].__globals__.clear()
 
     from quillmere.functions import _typed_shapes as ts
 
-    owners: list[tuple[Any, str]] = []
-    for cls in (v for v in vars(ts).values() if dataclasses.is_dataclass(v)):
-        owners += [(object.__new__(cls), field.name) for field in dataclasses.fields(cls)]
+    owners: list[tuple[Any, str]] = [(dead.pop(), "__annotations__")]
     for name in ("__doc__", "__module__", "attribute"):
-        owners += [(functions.popitem()[1], name) for _ in range(4)]
-    owners.append((functions.popitem()[1], "__annotations__"))
-    functions.clear()
-    holders: list[tuple[str, Any]] = []
+        owners += [(dead.pop(), name) for _ in range(4)]
+    for cls in filter(dataclasses.is_dataclass, vars(ts).values()):
+        owners += [(object.__new__(cls), field.name) for field in dataclasses.fields(cls)]
+    dead.clear()
+    faults, holders = [], []
     while owners:
         owner, name = owners.pop()
         holder: Any = Holder()
@@ -104,88 +99,57 @@ def uncollected_cycles(_: object = None) -> list[str]:
         value = {"": holder} if name == "__annotations__" else holder
         set_attribute = object.__setattr__ if dataclasses.is_dataclass(owner) else setattr
         set_attribute(owner, name, value)
-        if not any(value is seen for seen in [*gc.get_referents(owner), *attributes(owner)]):
-            holders.append((f"{owner!r:.80}.{name} is not shown", holder))
+        shown = gc.get_referents(owner)
+        shown += [v for part in shown if isinstance(part, dict) for v in part.values()]
+        if not any(value is part for part in shown):
+            faults.append(f"{type(owner).__name__}.{name} is not shown")
         holders.append((f"{type(owner).__name__}.{name}", weakref.ref(holder)))
-        del owner, holder, value
+        del owner, holder, value, shown
     gc.collect()
-    return [name for name, holder in holders if holder() is not None]
-
-
-def attributes(owner: Any) -> Any:
-    """What an instance holds through its dictionary, where it has one by now."""
-    return (v for d in gc.get_referents(owner) if isinstance(d, dict) for v in d.values())
-
-
-def hidden_referents() -> list[str]:
-    """Functions of which the collector is told more or less than they hold."""
-    from quillmere.functions import _typed_shapes as ts
-
-    faults = []
-    for function in native_functions(vars(ts).values()):
+    faults += [f"not collected: {name}" for name, holder in holders if holder() is not None]
+    for function in native_functions():
         held = [type(function), function.__name__, function.__qualname__, function.__module__]
         held += [function.__doc__, function.__annotations__, function.__globals__]
         held += [v for v in (function.__defaults__, function.__kwdefaults__) if v is not None]
-        shown = {id(value): value for value in gc.get_referents(function)}
-        missing = [value for value in held if shown.pop(id(value), shown) is shown]
-        unknown = [value for value in shown.values() if type(value) not in (tuple, dict)]
+        left = {id(value): value for value in gc.get_referents(function)}
+        missing = [value for value in held if left.pop(id(value), left) is left]
+        unknown = [value for value in left.values() if type(value) not in (tuple, dict)]
         if unknown or any(value is not function.__name__ for value in missing):
             faults.append(f"{function.__qualname__}: {missing} not shown, {unknown} shown")
     return faults
 
 
-def unreached_sites(report: Path) -> list[str]:
-    """The lines that raise and were not reached, without a reason in uncovered.toml."""
-    reasons = tomllib.loads((ROOT / "tests/harden/uncovered.toml").read_text())
-    sites, missed = 0, []
-    for file in json.loads(report.read_text())["files"]:
-        texts = (ROOT / file["file"]).read_text().splitlines()
-        counts: dict[int, int] = {}
-        for line in file["lines"]:
-            number = line["line_number"]
-            counts[number] = counts.get(number, 0) + line["count"]
-        for number, count in counts.items():
-            text = texts[number - 1].strip()
-            if not RAISES.search(text.partition("//")[0]):
-                continue
-            sites += 1
-            listed = [*reasons.get(file["file"], {}), *ELSEWHERE]
-            if count == 0 and not any(part in text for part in listed):
-                missed.append(f"{file['file']}:{number}: {text}")
-    print(f"{sites} lines raise")
-    return missed
+def look_at_sites() -> int:
+    from harden.coverage import lines_run_by
+
+    status, lines = lines_run_by("-m", "harden.references", "--once")
+    sites = [line for line in lines if RAISES.search(line.text.partition("//")[0])]
+    print(f"{len(sites)} lines raise")
+    missed = [line for line in sites if line.count == 0 and line.reason is None]
+    missed = [line for line in missed if not any(part in line.text for part in ELSEWHERE)]
+    print(*(f"{line.place}: {line.text}" for line in missed), sep="\n")
+    print(f"figures: {len(missed)} lines that raise are reached by no call")
+    return status or bool(missed)
 
 
 def main() -> int:
-    quick = "--quick" in sys.argv
     if "--sites" in sys.argv:
-        report = ROOT / "build/coverage/references.json"
-        again = [sys.executable, "-m", "harden.coverage", "--json", str(report)]
-        job = [sys.executable, "-m", "harden.references", "--once"]
-        subprocess.run([*again, *job], check=True)
-        missed = unreached_sites(report)
-        print(*missed, sep="\n")
-        print(f"figures: {len(missed)} lines that raise are reached by no call")
-        return bool(missed)
-    from harden.catalogue import every_text
+        return look_at_sites()
+    with multiprocessing.Pool(1) as pool:  # while this process has not imported the module
+        faults = pool.apply(unseen_by_the_collector)
+    from harden.catalogue import PATHS, chosen_texts
 
-    if "--once" in sys.argv:  # in this process: those of a pool end without writing the counts
-        for text in every_text():
-            for path in (False, True):
-                keeps(text, path, 1)
+    once = "--once" in sys.argv
+    count = 1 if once else CALLS // 20 if "--quick" in sys.argv else CALLS
+    tasks = [*itertools.product(chosen_texts(), PATHS, [count])]
+    if once:  # in this process: those of a pool end without writing how often lines ran
+        for task in tasks:
+            keeps(*task)
         return 0
-    words = [word for word in sys.argv[1:] if not word.startswith("--")]
-    texts = [text for text in every_text() if not words or any(word in text for word in words)]
-    tasks = [
-        (text, path, CALLS // 20 if quick else CALLS) for text in texts for path in (False, True)
-    ]
-    with multiprocessing.get_context("spawn").Pool(1) as pool:
-        cycles = pool.map(uncollected_cycles, [None])[0]
     with multiprocessing.Pool(2) as pool:
-        faults = [fault for fault in pool.starmap(keeps, tasks, 8) if fault]
-    faults += [f"not collected: {name}" for name in cycles] + hidden_referents()
+        faults += filter(None, pool.starmap(keeps, tasks, 8))
     print(*faults, sep="\n")
-    print(f"figures: {len(tasks)} calls made {tasks[0][2]:,} times each, {len(faults)} faults")
+    print(f"figures: {len(tasks)} calls made {count:,} times each, {len(faults)} faults")
     return bool(faults)
 
 

@@ -9,126 +9,81 @@ from __future__ import annotations
 
 import argparse
 import datetime
-import json
 import os
+import re
 import subprocess
 import sys
 import time
-from dataclasses import dataclass
 from pathlib import Path
 
 ROOT = Path(__file__).resolve().parents[2]
 PAGE = ROOT / "docs" / "reliability.md"
-RESULTS = ROOT / "build" / "harden" / "results.json"
-START, END = "<!-- figures: written by `make harden` -->", "<!-- end of the figures -->"
-PYTHON = sys.executable
+PATH = f"{Path(sys.executable).parent}:{os.environ['PATH']}"
+ENVIRONMENT = {**os.environ, "PATH": PATH, "PYTHONPATH": f"{ROOT / 'tests'}"}
+SUITE = "scripts/sanitize.sh -q"
+FUZZ_THERE = "env TYPED_SHAPES_CASES=20000 tests/harden/instrumented.sh --run harden.fuzz"
+HOSTILE_THERE = "tests/harden/instrumented.sh --run harden.hostile"
 
 
-def job(name: str, *options: str) -> list[str]:
-    return [PYTHON, "-m", f"harden.{name}", *options]
+def job(words: str) -> str:
+    return f"python -m harden.{words}"
 
 
-def script(name: str, *options: str) -> list[str]:
-    return [f"tests/harden/{name}.sh", *options]
+# The rows of the page, in its order: what is run for the figures, and what in every CI run.
+ROWS: dict[str, tuple[list[str], list[str]]] = {
+    "interpreter": (["tests/harden/instrumented.sh", FUZZ_THERE, SUITE], [SUITE]),
+    "valgrind": (["tests/harden/valgrind.sh"], []),
+    "allocation": ([job("allocation")], [job("allocation --quick")]),
+    "references": ([job("references"), job("references --sites")], [job("references --quick")]),
+    "hostile": ([HOSTILE_THERE], [job("hostile --quick")]),
+    "depth": ([job("depth")], [job("depth --quick")]),
+    "threads": ([job("threads")], [job("threads --quick")]),
+    "fuzz": ([job("fuzz"), "tests/harden/fuzz_bytes.sh"], [job("fuzz --quick")]),
+    "coverage": ([job("coverage")], [job("coverage")]),
+    "faults": ([job("faults")], []),
+    "rules": (["python scripts/source_rules.py"], []),
+}
 
 
-@dataclass
-class Row:
-    name: str
-    what: str
-    full: list[list[str]]
-    quick: list[list[str]]
-
-
-def plain(name: str, what: str) -> Row:
-    return Row(name, what, [job(name)], [job(name, "--quick")])
-
-
-FUZZ_THERE = ["env", "TYPED_SHAPES_CASES=20000", *script("instrumented", "--run", "harden.fuzz")]
-SUITE_THERE = ["scripts/sanitize.sh", "-q"]
-HOSTILE_THERE = script("instrumented", "--run", "harden.hostile")
-ROWS = [
-    Row(
-        "interpreter",
-        "Suite and fuzz on a CPython that hides nothing; suite under ASan, UBSan on the stock one",
-        [script("instrumented"), FUZZ_THERE, SUITE_THERE],
-        [SUITE_THERE],
-    ),
-    Row("valgrind", "Suite under memcheck on Debian's interpreter", [script("valgrind")], []),
-    plain("allocation", "Every allocation of every call and of an import fails"),
-    Row(
-        "references",
-        "Blocks and reference counts over 10,000 calls; lines that raise; cycles",
-        [job("references"), job("references", "--sites")],
-        [job("references", "--quick")],
-    ),
-    Row(
-        "hostile",
-        "Hostile callbacks, on the instrumented interpreter",
-        [HOSTILE_THERE],
-        [job("hostile", "--quick")],
-    ),
-    plain("depth", "Depth, on every kind of stack"),
-    plain("threads", "Twelve threads on shared payloads; the suite in eight"),
-    Row(
-        "fuzz",
-        "Seeded calls down both paths; calls evolved from bytes under ASan",
-        [job("fuzz"), script("fuzz_bytes", "--seconds", "600")],
-        [job("fuzz", "--quick")],
-    ),
-    plain("coverage", "Lines of C++ that the suite runs"),
-    Row("faults", "Planted faults, each killed by a named job", [job("faults")], []),
-    Row("rules", "Rules over the C++ sources", [[PYTHON, "scripts/source_rules.py"]], []),
-]
-
-
-def run(row: Row, quick: bool) -> tuple[bool, list[str], float]:
-    """Whether every command of the row passed, their figures, and the seconds they took."""
-    began, passed, figures = time.monotonic(), True, []
-    env = {**os.environ, "PYTHONPATH": f"{ROOT / 'tests'}"}
-    for command in row.quick if quick else row.full:
-        done = subprocess.run(command, cwd=ROOT, env=env, text=True, stdout=subprocess.PIPE)
+def run(commands: list[str]) -> tuple[bool, str]:
+    """Whether all of them passed, and their figures."""
+    passed, figures = True, []
+    for command in commands:
+        words = command.split()
+        done = subprocess.run(words, cwd=ROOT, env=ENVIRONMENT, text=True, stdout=subprocess.PIPE)
         lines = done.stdout.splitlines() or [""]
         passed &= done.returncode == 0
         figures.append(lines[-1].removeprefix("figures: ").strip("= "))
         if done.returncode != 0:
-            print(*lines[-60:], f"FAILED with {done.returncode}: {' '.join(command)}", sep="\n")
-    return passed, figures, time.monotonic() - began
+            print(*lines[-60:], f"FAILED with {done.returncode}: {command}", sep="\n")
+    return passed, "; ".join(figures)
 
 
-def table(results: dict[str, dict[str, str]]) -> str:
-    lines = ["| | what | figures | taken |", "|---|---|---|---|"]
-    for number, row in enumerate(ROWS, 1):
-        result = results.get(row.name, {"figures": "not run", "taken": ""})
-        lines.append(f"| {number} | {row.what} | {result['figures']} | {result['taken']} |")
-    return "\n".join(lines)
+def write(number: int, figures: str, taken: str) -> None:
+    before = PAGE.read_text()
+    row = re.compile(rf"^(\| {number} \| [^|]*) \|.*", re.MULTILINE)
+    after, found = row.subn(lambda old: f"{old[1]} | {figures} | {taken} |", before)
+    assert found == 1, f"{found} rows {number} in {PAGE}"
+    PAGE.write_text(after)
 
 
 def main() -> int:
     parser = argparse.ArgumentParser(description=__doc__)
     parser.add_argument("--quick", action="store_true")
-    parser.add_argument("rows", nargs="*", choices=[[], *(row.name for row in ROWS)])
+    parser.add_argument("rows", nargs="*", choices=[[], *ROWS])
     options = parser.parse_args()
     failed = []
-    for row in ROWS:
-        if (options.rows and row.name not in options.rows) or (options.quick and not row.quick):
+    for number, (name, commands) in enumerate(ROWS.items(), 1):
+        if (options.rows and name not in options.rows) or not commands[options.quick]:
             continue
-        passed, figures, seconds = run(row, options.quick)
-        print(
-            f"{'ok  ' if passed else 'FAIL'} {row.name}, {seconds:.0f} s: {'; '.join(figures)}",
-            flush=True,
-        )
-        failed += [] if passed else [row.name]
-        taken = f"{datetime.date.today()}, {seconds / 60:.0f} min"
-        state = "" if passed else "FAILED: "
+        began = time.monotonic()
+        passed, figures = run(commands[options.quick])
+        seconds = time.monotonic() - began
+        print(f"{'ok  ' if passed else 'FAIL'} {name}, {seconds:.0f} s: {figures}", flush=True)
+        failed += [] if passed else [name]
         if not options.quick:
-            results = json.loads(RESULTS.read_text()) if RESULTS.exists() else {}
-            results[row.name] = {"figures": state + "; ".join(figures), "taken": taken}
-            RESULTS.parent.mkdir(parents=True, exist_ok=True)
-            RESULTS.write_text(json.dumps(results, indent=1))
-            before, _, rest = PAGE.read_text().partition(START)
-            after = rest.partition(END)[2]
-            PAGE.write_text(f"{before}{START}\n\n{table(results)}\n\n{END}{after}")
+            taken = f"{datetime.date.today()}, {seconds / 60:.0f} min"
+            write(number, figures if passed else f"FAILED: {figures}", taken)
     print(f"{len(failed)} rows failed {failed}" if failed else "every row passed")
     return bool(failed)
 
