@@ -115,9 +115,32 @@ FunctionGraphNode()  # TypeError: FunctionGraphNode.__init__() missing 1 require
 FunctionGraphNode("x", bogus=1)  # TypeError: FunctionGraphNode.__init__() got an unexpected keyword argument 'bogus'
 FunctionGraphNode("x", type="y")  # TypeError: FunctionGraphNode.__init__() got multiple values for argument 'type'
 FunctionGraphNode(*range(10))  # TypeError: FunctionGraphNode.__init__() takes from 2 to 10 positional arguments but 11 were
+type("Child", (FunctionGraphNode,), {})("")  # SchemaError: FunctionGraphNode.type must be a non-empty str; got ''
+coerce_state({"a": {STOPS: 1}})  # StopIteration:
+coerce_state({"a": [{STOPS: 1}]})  # RuntimeError: generator raised StopIteration
+coerce_state(RING)  # RecursionError:
+coerce_graph(LOOP)  # RecursionError:
+states_equal(RING, RING)  # RecursionError:
+states_equal([2, RING], [3, RING])  # RecursionError:
+states_equal(LOOP, {"op": "y", "children": []})  # RecursionError:
+states_equal(1, LOOP)  # RecursionError:
+coerce_graph()  # TypeError: coerce_graph() takes exactly 1 positional argument (0 given)
+coerce_graph(odd=1)  # TypeError: coerce_graph() takes exactly 1 positional argument (0 given)
+coerce_graph(1, 2, raw=1)  # TypeError: coerce_graph() takes exactly 1 positional argument (2 given)
+coerce_graph(1, odd=1, raw=1)  # TypeError: coerce_graph() got multiple values for keyword argument 'raw'
+coerce_graph(1, odd=1, bogus=1)  # TypeError: coerce_graph() got an unexpected keyword argument 'odd'
+coerce_graph(1, **{"r\\ud800": 1})  # TypeError: coerce_graph() got an unexpected keyword argument 'r\ud800'
+states_equal(b=1)  # TypeError: states_equal() takes exactly 2 positional arguments (0 given)
+StageData().value(default=1)  # TypeError: value() takes at least 2 positional arguments (1 given)
+StageData().value(1, 2, 3)  # TypeError: value() takes at most 3 positional arguments (4 given)
+UniverseMasks.from_raw({}, odd=1)  # TypeError: from_raw() needs keyword-only argument n_alloc
 """
 
 PARTS = None, 1, [("a", "b")]
+RING: list[Any] = [1]
+RING.append(RING)
+LOOP: dict[str, Any] = {"op": "x"}
+LOOP["children"] = [LOOP]
 NAMES: dict[str, Any] = {
     **vars(ts),
     **{cls.__name__: cls for cls in (EmptyLookingStr, SimpleNamespace, StrChild)},
@@ -126,6 +149,9 @@ NAMES: dict[str, Any] = {
     "ERA": {"schema_version": 2, "bundle_kind": "era_index"},
     "MANIFEST": {**dict(zip(ts._CHECKPOINT_REQUIRED, PARTS, strict=True)), "x": 2, 5: 6},
     "masks": lambda **by_tag: ts.UniverseMasks(by_tag, 3),
+    "RING": RING,
+    "LOOP": LOOP,
+    "STOPS": type("Stops", (), {"__str__": lambda self: next(iter(()))})(),
 }
 
 
@@ -162,16 +188,7 @@ def test_an_item_is_unpacked_as_python_does(make: Any) -> None:
         assert taken == outcome(lambda: {key: value for key, value in one.items()})  # noqa: C416
 
 
-# --- The restore contract ---
-
-
-Loose = type("Loose", (), {"__ne__": lambda *_: False})  # equal to anything
-RESTORE = [  # texts stand in the documentation
-    ({}, "not_function_state"),
-    (("g", 9, []), "function_name_mismatch"),
-    (("f", 2, []), "function_version_mismatch"),
-    (("f", 3, []), "data_not_dict"),
-]
+# --- The restore contract; the documentation shows the texts ---
 
 
 def restored(record: Any) -> Any:
@@ -179,22 +196,21 @@ def restored(record: Any) -> Any:
 
 
 def test_restoring(monkeypatch: pytest.MonkeyPatch) -> None:
-    for version in (3, 3.0, Loose()):
+    loose = type("Loose", (), {"__ne__": lambda *_: False})()  # equal to anything
+    for version in (3, 3.0, loose):
         for cls in (ts.FunctionState, type("Child", (ts.FunctionState,), {})):
             assert restored(cls("f", version, NAMES["ERA"])) is NAMES["ERA"]
-    for raw, reason in RESTORE:
-        state = ts.FunctionState(*raw) if raw else raw
-        with pytest.raises(ts.InvalidFunctionStateError) as caught:
-            restored(state)
-        names = ("function_name", "expected_function_version", "state_type", "reason")
-        wanted = zip(names, ("f", 3, type(state).__name__, reason), strict=True)
-        assert list(vars(caught.value).items()) == list(wanted)
+    with pytest.raises(ts.InvalidFunctionStateError) as caught:
+        restored({})
+    names = ("function_name", "expected_function_version", "state_type", "reason")
+    wanted = zip(names, ("f", 3, "dict", "not_function_state"), strict=True)
+    assert list(vars(caught.value).items()) == list(wanted)
     # A rejection that returns lets the checks go on.
     reasons: list[str] = []
     reject = lambda text, **options: reasons.append(options["reason"])  # noqa: E731
     monkeypatch.setattr(ts, "_reject_function_state", reject)
     assert restored(ts.FunctionState("g", 2, [5])) == [5]
-    assert reasons == [row[1] for row in RESTORE[1:]]
+    assert reasons == ["function_name_mismatch", "function_version_mismatch", "data_not_dict"]
 
 
 def test_the_error_classes() -> None:

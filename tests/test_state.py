@@ -11,23 +11,10 @@ from unittest import mock
 import numpy as np
 import pytest
 from quillmere.functions import _typed_shapes as ts
-from support import canonical_path, outcome
+from support import canonical_path
 
 Scalar, Map, Seq = ts.StateScalar, ts.StateMapping, ts.StateSequence
 NAN = float("nan")
-
-
-def test_stop_iteration_below_an_item() -> None:
-    class Key:
-        def __str__(self) -> str:
-            raise StopIteration("key")
-
-    with pytest.raises(StopIteration):
-        ts.coerce_state({"a": {Key(): 1}})
-    with pytest.raises(RuntimeError, match="generator raised StopIteration") as caught:
-        ts.coerce_state({"a": [{Key(): 1}]})
-    assert isinstance(caught.value.__cause__, StopIteration)
-    assert caught.value.__context__ is caught.value.__cause__
 
 
 def test_errors_on_the_way_leave_no_trace(monkeypatch: pytest.MonkeyPatch) -> None:
@@ -72,9 +59,6 @@ def test_contexts_are_chained_as_in_an_except_clause(monkeypatch: pytest.MonkeyP
 # --- Equality ---
 
 EQUAL = [
-    (None, None, True),
-    (None, 0, False),
-    (None, Scalar(None), False),
     (np.float64("nan"), NAN, True),
     ([np.float32("nan")], [np.float32("nan")], False),
     (1, 1.0, True),
@@ -107,36 +91,9 @@ EQUAL = [
 @pytest.mark.parametrize(("a", "b", "expected"), EQUAL)
 def test_equality(a: Any, b: Any, expected: bool) -> None:
     for x, y in ((a, b), (b, a), ([a], [b]), ({"k": a}, {"k": b})):
-        below = x is not a and x is not b and (a is None) != (b is None)
-        wanted = isinstance(b if a is None else a, Scalar) if below else expected
         for path in (contextlib.nullcontext(), canonical_path()):
             with path:
-                assert bool(ts.states_equal(x, y)) is wanted
-
-
-def test_a_scalar_result_is_handed_on_as_it_is() -> None:
-    assert type(ts.states_equal(np.float64(1), np.float64(1))) is np.bool_
-    assert type(ts.states_equal(Scalar(np.int64(1)), 1)) is np.bool_
-    assert ts.states_equal([np.float64(1)], [1.0]) is True
-    assert ts._states_value_equal(1, 1) is False
-
-
-def test_payloads_that_contain_themselves() -> None:
-    a: list[Any] = [1]
-    b: dict[str, Any] = {"x": 1, "op": "x"}
-    a.append(a)
-    b.update(y=b, children=[b])
-    for call in (
-        lambda: ts.coerce_state(a),
-        lambda: ts.coerce_graph(b),
-        lambda: ts.states_equal(a, a),
-        lambda: ts.states_equal([2, a], [3, a]),
-        lambda: ts.states_equal(b, {"x": 2, "y": {}}),
-        lambda: ts.states_equal(1, b),
-    ):
-        for path in (contextlib.nullcontext(), canonical_path()):
-            with path:
-                assert outcome(call)[0][1] == "RecursionError"
+                assert bool(ts.states_equal(x, y)) is expected
 
 
 def test_rebound_collaborators_are_followed() -> None:
