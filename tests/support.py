@@ -6,7 +6,6 @@ import contextlib
 import dataclasses
 import os
 import random
-import sys
 import threading
 import warnings
 from collections import Counter
@@ -85,17 +84,6 @@ def outcome(function: Callable[..., Any], *arguments: Any) -> Any:
             cause, context = type(error.__cause__).__name__, type(error.__context__).__name__
             came = ("raises", type(error).__name__, str(error), cause, context)
     return (*came, describe(arguments, returned)), sorted(str(w.message) for w in caught)
-
-
-def python_calls(call: Callable[[], Any]) -> list[str]:
-    """The Python functions that run during a call: none, where the fast path took all of it."""
-    entered: list[str] = []
-    sys.setprofile(lambda frame, event, _: event == "call" and entered.append(frame.f_code.co_name))
-    try:
-        call()
-    finally:
-        sys.setprofile(None)
-    return entered[1:]
 
 
 def both_paths(make: Callable[[], Any]) -> tuple[Any, Any]:

@@ -45,9 +45,6 @@ def check(code: str, python: str | Path = sys.executable) -> str:
 
 def test_names() -> None:
     assert ts.__all__ == EXPORTED
-    namespace: dict[str, object] = {}
-    exec("from quillmere.functions._typed_shapes import *", namespace)
-    assert set(namespace) - {"__builtins__"} == set(EXPORTED)
     # In a process of its own: tests that take a name away put it back at the end.
     names = check("import quillmere.functions._typed_shapes as ts; print(*vars(ts))").split()
     assert [n for n in names if not n.endswith("__") or n == "__all__"] == BOUND_IN_ORDER
@@ -134,7 +131,7 @@ dataclasses.dataclass = original
 assert importlib.import_module(spec.name).coerce_graph({"op": "zscore"}).type == "rotation"
 """,
     "an_error_in_the_body_can_be_recovered_from": """
-import dataclasses, gc, importlib, weakref
+import dataclasses, gc, importlib
 original, seen, name = dataclasses.dataclass, [], "quillmere.functions._typed_shapes"
 def failing(cls=None, **options):
     if cls is None:
@@ -155,12 +152,6 @@ for call, *arguments in [(stale.from_raw, {}), (stale.from_raw, None),
 ts = importlib.import_module(name)
 assert ts.LiveCheckpoint is not stale
 assert ts.states_equal({"a": [1]}, {"a": [1]}) is True
-gone = weakref.ref(stale)
-function = vars(stale)["__post_init__"]
-function.me = function
-del function, stale, seen, failing, call, arguments, masks, errors
-gc.collect()
-assert gone() is None
 """,
     "an_odd_key_among_the_names_may_raise": """
 import numpy as np
