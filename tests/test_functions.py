@@ -74,15 +74,6 @@ def test_arguments_bind_as_the_line_says(function: Any) -> None:
                 assert binds(function, *arguments, **named) == expected, (given, keywords)
 
 
-def test_keywords_are_matched_by_value() -> None:
-    class Name(str):
-        __slots__ = ()
-
-    name = "".join(["r", "a", "w"])
-    assert ts.coerce_state(**{name: 1}).value == 1
-    assert ts.coerce_state(**{Name("raw"): 1}).value == 1
-
-
 def test_a_thread_is_refused_before_it_has_memory_to_throw() -> None:
     memory = pytest.importorskip("_testcapi")
 

@@ -71,6 +71,8 @@ Evidence.from_raw(None) == Evidence.from_raw({}) == Evidence()
 CostResult(np.zeros((3, 2)), {"Total": np.zeros(1), "fee": np.zeros(5, int)}).shape == (3, 2)
 np.shares_memory(CostResult(HALF)[1:], HALF)
 np.asarray(CostResult(HALF), dtype="f4").dtype == "f4"
+not np.shares_memory(np.array(CostResult(HALF)), HALF)
+CostResult.shape.__doc__.strip().endswith("for direct engine tests and diagnostics.")
 all(CheckpointManifest.from_raw(form(MANIFEST)) ==
     CheckpointManifest(None, 1, {"a": "b"}, {"x": 2, 5: 6}) for form in FORMS)
 list(CheckpointManifest.from_raw(MANIFEST).extras) == ["x", 5]
@@ -86,6 +88,18 @@ list(dict(AggregationOutput.from_raw({"c.d": HALF, "abc": np.zeros(())}).items()
 all([list(bucket) for bucket in vars(StageData.from_mapping(form(STAGE))).values()] ==
     [["a", 5], ["b", "e"], ["c", "d"]] for form in FORMS)
 StageData({"x": "abc"}).slice_t(0, 2).flat == {"x": "ab"}
+all(np.array_equal(cut(start, end).flat["a"], ARRAY[start:end])
+    for start, end in ((1, 3), (-2, None), (np.int64(1), 99)))
+np.shares_memory(cut(1, 3).flat["a"], ARRAY)
+np.array_equal(cut(1, 3).nested["b"]["v"], ARRAY[1:3])
+cut(1, 3).nested["b"]["deep"] is INNER["deep"]
+cut(1, 3).nested["e"] is WITHOUT
+[s := StageData({}, {}, RAW), s.slice_t(0, 1) == s, s.slice_t(0, 1).opaque is s.opaque][1:] == [
+    True, False]
+StageData().flat is not StageData().flat
+repr(StageData()) == "StageData(flat={}, nested={}, opaque={})"
+[setattr(s := StageData(), "extra", 1), vars(s)][1] == {
+    "flat": {}, "nested": {}, "opaque": {}, "extra": 1}
 type(type("Child", (StageData,), {})().slice_t(0, 1)) is StageData
 [StageData({"k": 1}, {"k": 2}, {"k": 3}).value("k"), StageData().value("x", None)] == [1, None]
 [(s := StageData({"k": 1}, {}, {"k": 3})).set_value("k", RAW), s][1] ==
@@ -100,6 +114,8 @@ all(coerce_state(x) == StateScalar(x)
 coerce_state(namedtuple("point", "x y")(1, ListChild([2]))) == sequence(1, sequence(2))
 list(coerce_state({1: 0, "b": 0, "1": 3, None: 1, False: 2, 1.5: 4}).entries.items()) == [
     (key, StateScalar(n)) for key, n in {"1": 3, "b": 0, "None": 1, "False": 2, "1.5": 4}.items()]
+coerce_state(**{"".join(["r", "a", "w"]): 1}) == StateScalar(1)
+coerce_state(**{StrChild("raw"): 1}) == StateScalar(1)
 coerce_state(DictChild(a=[1, (2,)])) == StateMapping({"a": sequence(1, sequence(2))})
 coerce_state(HALF).data is coerce_state(HALF.view(ArrayChild)).data.base is HALF
 vars(t := coerce_state([HALF])) and vars(t.items_[0]) and states_equal(t, [HALF])
@@ -128,55 +144,39 @@ def kind(**raw: Any) -> Any:
     return nodes[0].type, nodes[0].node
 
 
+def cut(start: Any, end: Any) -> ts.StageData:
+    return ts.StageData.from_mapping(STAGE).slice_t(start, end)
+
+
 def sequence(*items: Any) -> ts.StateSequence:
     states = [x if type(x) is ts.StateSequence else ts.StateScalar(x) for x in items]
     return ts.StateSequence(tuple(states))
 
 
-HERE = ArrayChild, DictChild, ListChild, OrderedDict, Registered, kind, namedtuple, sequence
+HERE = ArrayChild, DictChild, ListChild, OrderedDict, Registered, cut, kind, namedtuple, sequence
 NAMES = {
     **NAMES,
     **{value.__name__: value for value in HERE},
+    "ARRAY": ARRAY,
     "CHILD": type("Child", (ts.FunctionGraphNode,), {}),
     "FORMS": FORMS,
     "GRAPH": {"op": "x", "children": [{"op": "y"}]},
+    "INNER": INNER,
     "NAMED": NAMES["SimpleNamespace"](name="row", default=3),
     "PARAM": ts.ParamSpec("n", "int", 20, 5, 50, True, ts.WindowSpec(5, 50, 20)),
     "dataclasses": dataclasses,
     "RAW": {"s": {"a": 1}},
     "STAGE": {**STAGE, 5: np.zeros(5)},
+    "WITHOUT": WITHOUT,
 }
 
 
 @pytest.mark.parametrize("fact", re.sub("\n +", " ", FACTS.strip()).splitlines())
+@pytest.mark.filterwarnings("ignore:__array__ implementation:DeprecationWarning")
 def test_facts(fact: str) -> None:
     for path in (contextlib.nullcontext(), canonical_path()):
         with path:
             assert eval(fact, dict(NAMES)) is True
-
-
-def test_slices() -> None:
-    stage = ts.StageData.from_mapping(STAGE)
-    for start, end in ((1, 3), (-2, None), (np.int64(1), 99)):
-        cut = stage.slice_t(start, end)
-        assert np.array_equal(cut.flat["a"], ARRAY[start:end])
-        assert np.shares_memory(cut.flat["a"], ARRAY)
-        assert cut.nested["b"]["v"].shape == ARRAY[start:end].shape
-        assert cut.nested["b"] is not INNER
-        assert cut.nested["b"]["deep"] is INNER["deep"]
-        assert cut.nested["e"] is WITHOUT
-        assert cut.opaque == stage.opaque and cut.opaque is not stage.opaque
-
-
-@pytest.mark.filterwarnings("ignore:__array__ implementation:DeprecationWarning")
-def test_numpy_copies_a_cost_result() -> None:
-    result = ts.CostResult(ARRAY)
-    copies = [np.array(result)]
-    if int(np.__version__.split(".")[0]) >= 2:
-        copies.append(np.asarray(result, copy=True))
-    for made in copies:
-        assert np.array_equal(made, ARRAY) and not np.shares_memory(made, ARRAY)
-    assert inspect.getdoc(ts.CostResult.shape).endswith("for direct engine tests and diagnostics.")
 
 
 # --- Dataclasses in full ---
@@ -247,13 +247,3 @@ def test_is_a_dataclass_in_full(record: Any) -> None:
 
     assert hasattr(Child(*values.values()), "seen") == hasattr(cls, "__post_init__")
     assert type(Child(*values.values())) is Child
-
-
-def test_a_changed_default_factory_and_fields_stay_apart() -> None:
-    a, b = ts.StageData(), ts.StageData()
-    assert a.flat is not b.flat
-    a.extra, a.flat = 1, {"x": 2}
-    assert vars(a) == {"flat": {"x": 2}, "nested": {}, "opaque": {}, "extra": 1}
-    del a.nested
-    pytest.raises(AttributeError, lambda: a.nested)
-    assert repr(b) == "StageData(flat={}, nested={}, opaque={})"

@@ -97,6 +97,7 @@ StageData({"x": 5}).slice_t(0, 2)  # TypeError: 'int' object is unsliceable
 StageData({"x": int}).slice_t(0, 2)  # TypeError: 'type' object is unsliceable
 StageData({}, {"x": 5}).slice_t(0, 1)  # AttributeError: 'int' object has no attribute 'items'
 StageData({"x": 5}).feature_names()  # AttributeError: 'int' object has no attribute 'ndim'
+[s := StageData(), delattr(s, "nested"), s.nested]  # AttributeError:
 StageData().value(("a", "b"))  # KeyError: ('a', 'b')
 StageData().set_value([], 1)  # TypeError: unhashable type: 'list'
 states_equal([1, {10**5000: 1}], [2, 3])  # ValueError: Exceeds the limit (4300 digits)
