@@ -67,30 +67,24 @@ def test_constants() -> None:
 # Each in a process of its own.
 SCRIPTS = {
     "one_module_object_in_a_process": """
-import importlib, importlib.util, sys
+import _xxsubinterpreters as interpreters
+import ctypes, importlib, importlib.util, sys, types
 name = "quillmere.functions._typed_shapes"
 first = importlib.import_module(name)
 assert importlib.reload(first) is first
 del sys.modules[name]
 assert importlib.import_module(name) is first
 assert first.__loader__ and first.__file__ and first.__package__ == "quillmere.functions"
-""",
-    "another_module_object_is_refused": """
-import ctypes, types
-import quillmere.functions._typed_shapes as ts
+# Another module object is refused,
 api = ctypes.pythonapi
 api.PyModule_GetDef.restype = ctypes.c_void_p
 api.PyModule_GetDef.argtypes = [ctypes.py_object]
 api.PyModule_ExecDef.argtypes = [ctypes.py_object, ctypes.c_void_p]
-assert refusal(api.PyModule_ExecDef, types.ModuleType("other"), api.PyModule_GetDef(ts)) == (
+assert refusal(api.PyModule_ExecDef, types.ModuleType("other"), api.PyModule_GetDef(first)) == (
     "RuntimeError: Module '_typed_shapes' has already been imported. "
     "Re-initialisation is not supported.")
-""",
-    "a_second_interpreter_is_refused": """
-import _xxsubinterpreters as interpreters
-import quillmere.functions._typed_shapes
-assert refusal(interpreters.run_string, interpreters.create(),
-    "import quillmere.functions._typed_shapes") == (
+# and so is another interpreter.
+assert refusal(interpreters.run_string, interpreters.create(), f"import {name}") == (
     "RunFailedError: <class 'ImportError'>: Interpreter change detected - this module "
     "can only be loaded into one interpreter per process.")
 """,
