@@ -125,7 +125,7 @@ dataclasses.dataclass = original
 assert importlib.import_module(spec.name).coerce_graph({"op": "zscore"}).type == "rotation"
 """,
     "an_error_in_the_body_can_be_recovered_from": """
-import dataclasses, gc, importlib
+import dataclasses, gc, importlib, weakref
 original, seen, name = dataclasses.dataclass, [], "quillmere.functions._typed_shapes"
 def failing(cls=None, **options):
     if cls is None:
@@ -146,6 +146,12 @@ for call, *arguments in [(stale.from_raw, {}), (stale.from_raw, None),
 ts = importlib.import_module(name)
 assert ts.LiveCheckpoint is not stale
 assert ts.states_equal({"a": [1]}, {"a": [1]}) is True
+gone = weakref.ref(stale)
+function = vars(stale)["__post_init__"]
+function.me = function
+del function, stale, seen, failing, call, arguments, masks, errors
+gc.collect()
+assert gone() is None
 """,
     "an_odd_key_among_the_names_may_raise": """
 import numpy as np
