@@ -1,14 +1,13 @@
 """Calls made by a source of choices: payloads that fit, that nearly fit, that only look as if.
 
-A generator takes the source and a log for hostile parts, and gives a function and its arguments.
-`agree` in support.py sends what it gives down both paths.
+A generator takes the source, and gives a function and its arguments. `agree` in support.py sends
+what it gives down both paths. Parts that call back and do harm are the matter of harden/hostile.py.
 """
 
 from __future__ import annotations
 
 import copy
 import dataclasses
-import gc
 import math
 import pickle
 import random
@@ -113,7 +112,7 @@ def change_one(rng: random.Random, array: np.ndarray) -> np.ndarray:
     return changed
 
 
-def arrays(rng: random.Random, log: list[str]) -> Any:
+def arrays(rng: random.Random) -> Any:
     dtype = rng.choice(NUMBERS)
     a = random_array(rng, dtype)
     draw = rng.random()
@@ -128,23 +127,6 @@ def arrays(rng: random.Random, log: list[str]) -> Any:
 
 # --- Things that only look as if they fit ---
 
-
-ACTIONS = functions("walked", """
-    [getattr(container, "clear", int)() for container in walked]; gc.collect(0);
-    states_equal([1, {"a": 2}], [1, {"a": 2}]);
-    coerce_graph({"op": "x", "children": [{"op": "y"}]})""")  # fmt: skip
-
-
-def hostile(rng: random.Random, log: list[str], walked: list[Any]) -> Hostile:
-    def act() -> None:
-        if action := rng.randrange(5):
-            ACTIONS[action - 1](walked)
-        else:
-            raise rng.choice([LookupError, TypeError, ValueError, KeyboardInterrupt])("hostile")
-
-    return Hostile(log, rng.choice(SLOTS), rng.randrange(3), act)
-
-
 CLAIMED = [dict, list, str, np.ndarray, ts.StateScalar]
 ODD = functions("", """
     DictChild(op="x"); OrderedDict(a=[1]); Registered({"op": "x"}); ListChild([{"op": "y"}]);
@@ -155,11 +137,8 @@ ODD = functions("", """
     """)  # fmt: skip
 
 
-def odd(rng: random.Random, log: list[str], walked: list[Any]) -> Any:
-    draw = rng.randrange(8)
-    if draw == 0:
-        return hostile(rng, log, walked)
-    return Claims(rng.choice(CLAIMED)) if draw == 1 else rng.choice(ODD)()
+def odd(rng: random.Random) -> Any:
+    return rng.choice(ODD)() if rng.randrange(8) else Claims(rng.choice(CLAIMED))
 
 
 # --- States ---
@@ -168,15 +147,15 @@ def odd(rng: random.Random, log: list[str], walked: list[Any]) -> Any:
 class States:
     """Makes states of bounded size; parts of one may occur in it again."""
 
-    def __init__(self, rng: random.Random, log: list[str], oddness: float) -> None:
-        self.rng, self.log, self.oddness = rng, log, oddness
+    def __init__(self, rng: random.Random, oddness: float) -> None:
+        self.rng, self.oddness = rng, oddness
         self.made: list[Any] = []
 
     def make(self, depth: int) -> Any:
         rng = self.rng
         if self.made and rng.random() < 0.05:
             return rng.choice(self.made)
-        state = self.odd() if rng.random() < self.oddness else self.even(depth)
+        state = odd(rng) if rng.random() < self.oddness else self.even(depth)
         if not self.oddness and rng.random() < 0.05:
             state = ts.coerce_state(state)
         self.made.append(state)
@@ -200,9 +179,6 @@ class States:
         if kind == 4:
             return tuple(children)
         return {random_key(rng, self.oddness): child for child in children}
-
-    def odd(self) -> Any:
-        return odd(self.rng, self.log, self.made)
 
 
 def twin(value: Any) -> Any:
@@ -233,8 +209,8 @@ COMPARISONS = functions("a, b", """
     _states_value_equal(coerce_state(a), coerce_state(b))""")  # fmt: skip
 
 
-def states(rng: random.Random, log: list[str]) -> Any:
-    make = States(rng, log, rng.choice((0.0, 0.0, 0.05, 0.2))).make
+def states(rng: random.Random) -> Any:
+    make = States(rng, rng.choice((0.0, 0.0, 0.05, 0.2))).make
     a = make(3)
     if rng.random() < 0.2:
         return ts.coerce_state, a
@@ -264,10 +240,9 @@ class Graphs(States):
             return payload
         for key in (*rng.choice(STARTS), *rng.sample(GRAPH_KEYS, rng.randrange(5))):
             text: Any = "".join([key]) if rng.random() < 0.5 else key
-            value = self.odd() if rng.random() < self.oddness else self.fitting(key, depth)
+            value = odd(rng) if rng.random() < self.oddness else self.fitting(key, depth)
             if rng.random() < self.oddness / 2:
-                odd = self.odd()
-                text = rng.choice([StrChild(key), 5, odd if type(odd) is Hostile else b""])
+                text = rng.choice([StrChild(key), 5, b""])
             payload[text] = value
         if rng.random() < self.oddness / 2:
             return rng.choice([DictChild, MappingProxyType, Registered])(payload)
@@ -287,8 +262,8 @@ class Graphs(States):
         return rng.choice(["close", 3, None])
 
 
-def graphs(rng: random.Random, log: list[str]) -> Any:
-    payload = Graphs(rng, log, rng.choice((0.0, 0.02, 0.15))).make(3)
+def graphs(rng: random.Random) -> Any:
+    payload = Graphs(rng, rng.choice((0.0, 0.02, 0.15))).make(3)
     return rng.choice([ts.coerce_graph, ts.FunctionGraphNode.from_raw]), payload
 
 
@@ -362,7 +337,7 @@ USES = functions("result", """
     dataclasses.replace(result)""")  # fmt: skip
 
 
-def record(text: str) -> Callable[[random.Random, list[str]], Any]:
+def record(text: str) -> Callable[[random.Random], Any]:
     call, _, fields = text.partition(" | ")
     (entry,) = functions("raw", call)
     fits = []
@@ -370,7 +345,7 @@ def record(text: str) -> Callable[[random.Random, list[str]], Any]:
         name, _, kind = field.partition(":")
         fits.append((name, KINDS_OF_VALUES.get(kind) or (lambda rng, kind=kind: eval(kind))))
 
-    def make(rng: random.Random, log: list[str]) -> Any:
+    def make(rng: random.Random) -> Any:
         oddness = rng.choice((0.0, 0.1, 0.4))
         raw: dict[Any, Any] = {}
         for name, fitting in fits:
@@ -380,12 +355,12 @@ def record(text: str) -> Callable[[random.Random, list[str]], Any]:
             if rng.random() < oddness / 2:
                 key = rng.choice([StrChild(name), "", 5, None])
             kind = rng.choice([*KINDS_OF_VALUES.values()]) if rng.random() < oddness else fitting
-            raw[key] = odd(rng, log, [raw]) if rng.random() < oddness else kind(rng)
+            raw[key] = odd(rng) if rng.random() < oddness else kind(rng)
         if rng.random() >= oddness:
             use = rng.choice(USES) if not oddness else USES[0]
             return lambda raw: use(entry(raw)), raw
         wrap = rng.choice([DictChild, MappingProxyType, Registered, list, None])
-        return entry, odd(rng, log, []) if wrap is None else wrap(raw)
+        return entry, odd(rng) if wrap is None else wrap(raw)
 
     make.__name__ = call
     return make

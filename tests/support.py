@@ -6,7 +6,6 @@ import contextlib
 import dataclasses
 import os
 import random
-import sys
 import threading
 import warnings
 from collections import Counter
@@ -80,26 +79,11 @@ def outcome(function: Callable[..., Any], *arguments: Any) -> Any:
         came: tuple[str, ...] = ("returns",)
         returned = None
         try:
-            Hostile.armed = True
-            try:
-                returned = function(*arguments)
-            finally:
-                Hostile.armed = False
+            returned = function(*arguments)
         except BaseException as error:
             cause, context = type(error.__cause__).__name__, type(error.__context__).__name__
             came = ("raises", type(error).__name__, str(error), cause, context)
     return (*came, describe(arguments, returned)), sorted(str(w.message) for w in caught)
-
-
-def python_calls(call: Callable[[], Any]) -> list[str]:
-    """The Python functions that run during a call: none, where the fast path took all of it."""
-    entered: list[str] = []
-    sys.setprofile(lambda frame, event, _: event == "call" and entered.append(frame.f_code.co_name))
-    try:
-        call()
-    finally:
-        sys.setprofile(None)
-    return entered[1:]
 
 
 def both_paths(make: Callable[[], Any]) -> tuple[Any, Any]:
@@ -112,16 +96,10 @@ def both_paths(make: Callable[[], Any]) -> tuple[Any, Any]:
 
 def agree(make: Any, source: Callable[[], random.Random], again: str) -> str:
     """Send what a generator makes down both paths, and say what came of it in one word."""
-    logs: list[list[str]] = []
-
-    def make_logged() -> Any:
-        logs.append([])
-        return make(source(), logs[-1])
-
-    fast, canonical = both_paths(make_logged)
-    if fast != canonical or logs[0] != logs[1]:
-        sides = f"fast: {fast} {logs[0]}", f"canonical: {canonical} {logs[1]}"
-        raise AssertionError("\n".join((f"{make.__name__}, again with {again}", *sides)))
+    fast, canonical = both_paths(lambda: make(source()))
+    if fast != canonical:
+        sides = f"fast: {fast}\ncanonical: {canonical}"
+        raise AssertionError(f"{make.__name__}, again with {again}\n{sides}")
     came, returned = fast[0][0], fast[0][-1][1]
     return str(returned) if type(returned) is bool else came
 
@@ -198,42 +176,3 @@ class Claims(Nameless):
     @property  # type: ignore[misc]
     def __class__(self) -> type:  # type: ignore[override]
         return self.claimed
-
-
-# What the slots of a Hostile give.
-RESULTS: dict[str, Callable[..., Any]] = {
-    "eq": lambda self, other: self is other,
-    "hash": lambda self: hash("type"),
-    "str": lambda self: "hostile",
-    "repr": lambda self: "hostile",
-    "bool": lambda self: True,
-    "class": lambda self: Hostile,
-}
-SLOTS = tuple(RESULTS)
-
-
-def meeting(slot: str) -> Callable[..., Any]:
-    def method(self: Any, *other: object) -> Any:
-        if Hostile.armed:
-            self.log.append(slot)
-            if slot == self.slot:
-                if self.delay == 0:
-                    self.action()
-                self.delay -= 1
-        return RESULTS[slot](self, *other)
-
-    return method
-
-
-class Hostile:
-    """Raises, or runs an action, in the slot it is told to, after a delay; logs every call.
-
-    Tame while a payload is made and while an outcome is described.
-    """
-
-    armed = False
-    __eq__, __hash__, __str__, __repr__, __bool__ = map(meeting, SLOTS[:5])
-    __class__ = property(meeting("class"))  # type: ignore[assignment]
-
-    def __init__(self, log: list[str], slot: str, delay: int, action: Callable[[], None]) -> None:
-        self.log, self.slot, self.delay, self.action = log, slot, delay, action

@@ -42,7 +42,6 @@ INPUTS = [  # name, content, arguments before it, exit code, a part of what is s
     ("junk.npz", b"PK\x03\x04junk", ["show", "--as", "history"], 2, "not a readable .npz"),
     ("some.npz", b"", ["show"], 2, "a payload of kind graph is JSON"),
     ("deep.json", DEEP.encode(), ["show"], 1, "deep.json: too deeply nested"),
-    ("lines.jsonl", b'60\n\nnull\n"a"\n', ["check", "--as", "window"], 1, "lines.jsonl:3: the"),
     ("mixed.jsonl", b'true\n{\n{"min": 1}', ["check", "--as", "window"], 2, "1 fit, 1 misfit, 1"),
     ("null.json", b"null", ["show", "--as", "aggregation"], 1, "gave no aggregation output"),
     ("empty.json", b" \n", ["show"], 2, "empty.json: is empty"),

@@ -42,17 +42,16 @@ assert not states_equal(joined(without_lead), whole)
 """
 
 
-def left_of(session: int) -> set[int]:
-    left = set()
-    for process in Path("/proc").glob("[0-9]*"):
-        with contextlib.suppress(OSError):  # it has ended meanwhile
-            if os.getsid(int(process.name)) == session:
-                left.add(int(process.name))
-    return left
+def anything_left(group: int) -> bool:
+    try:
+        os.killpg(group, 0)
+    except ProcessLookupError:
+        return False
+    return True
 
 
 def run(*words: str) -> str:
-    """Run Python in a session of its own, and see that it leaves no process behind."""
+    """Run Python in a process group of its own, and see that it leaves no process behind."""
     env = {**os.environ, "PYTHONPATH": PATH}
     with tempfile.TemporaryFile("w+") as log:  # a pipe stays open as long as anything is left
         command = [sys.executable, *words]
@@ -60,15 +59,14 @@ def run(*words: str) -> str:
         try:
             child.wait(timeout=150)
             until = time.monotonic() + 20
-            while (left := left_of(child.pid)) and time.monotonic() < until:
+            while (left := anything_left(child.pid)) and time.monotonic() < until:
                 time.sleep(0.05)
         finally:
-            for pid in left_of(child.pid):
-                with contextlib.suppress(ProcessLookupError):
-                    os.kill(pid, signal.SIGKILL)
+            with contextlib.suppress(ProcessLookupError):
+                os.killpg(child.pid, signal.SIGKILL)
         log.seek(0)
         output = log.read()
-    assert (child.returncode, left) == (0, set()), output
+    assert (child.returncode, left) == (0, False), output
     return output
 
 

@@ -4,15 +4,14 @@ from __future__ import annotations
 
 import copy
 import functools
-import gc
 import inspect
 import itertools
 import pickle
 import re
-import threading
 import types
 import typing
 import weakref
+from concurrent.futures import ThreadPoolExecutor
 from typing import Any
 
 import pytest
@@ -49,79 +48,44 @@ def test_shows_what_its_signature_line_says(function: Any) -> None:
 # --- Binding ---
 
 
-def expected_error(name: str, parameters: Any, given: int, keywords: tuple[str, ...]) -> str:
-    positional = [p for p in parameters.values() if p.kind is not p.KEYWORD_ONLY]
-    required = sum(p.default is p.empty for p in positional)
-    filled = [p.name for p in positional[:given]]
-
-    def count_error(number: int) -> str:
-        low = number < required
-        quantity = "exactly" if required == len(positional) else ("at least" if low else "at most")
-        bound = required if low else len(positional)
-        plural = "" if bound == 1 else "s"
-        return f"{name}() takes {quantity} {bound} positional argument{plural} ({number} given)"
-
-    if given > len(positional):
-        return count_error(given)
-    for index, parameter in enumerate(parameters.values()):
-        if parameter.default is parameter.empty and parameter.name not in (*filled, *keywords):
-            if parameter in positional:
-                return count_error(index)
-            return f"{name}() needs keyword-only argument {parameter.name}"
-    for keyword in keywords:
-        if keyword in filled:
-            return f"{name}() got multiple values for keyword argument '{keyword}'"
-    for keyword in keywords:
-        if keyword not in parameters:
-            return f"{name}() got an unexpected keyword argument '{keyword}'"
-    return ""
+# As the module words it, and as `inspect` does; test_refusals.py has the texts in full.
+BINDING_ERROR = re.compile(
+    r"\w+\(\) (takes|needs|got) |missing|too many|multiple|got an unexpected"
+)
 
 
-BINDING_ERROR = re.compile(r"\w+\(\) (takes|needs|got) ")
+def binds(call: Any, *arguments: Any, **keywords: Any) -> bool:
+    try:
+        call(*arguments, **keywords)
+    except Exception as error:
+        return BINDING_ERROR.match(str(error)) is None
+    return True
 
 
 @pytest.mark.parametrize("function", FUNCTIONS, ids=lambda f: f.__qualname__)
 def test_arguments_bind_as_the_line_says(function: Any) -> None:
-    name, parameters = function.__name__, inspect.signature(function).parameters
-    names = [*parameters, "bogus", "other"]
-    for given in range(len(parameters) + 2):
+    signature = inspect.signature(function)
+    names = [*signature.parameters, "bogus", "other"]
+    for given in range(len(names)):
         for count in range(min(len(names), 4) + 1):
             for keywords in itertools.permutations(names, count):
-                error = ""
-                try:
-                    function(*[object()] * given, **dict.fromkeys(keywords, object()))
-                except Exception as raised:
-                    error = str(raised) if BINDING_ERROR.match(str(raised)) else ""
-                assert error == expected_error(name, parameters, given, keywords), (given, keywords)
-
-
-def test_keywords_are_matched_by_value() -> None:
-    class Name(str):
-        __slots__ = ()
-
-    name = "".join(["r", "a", "w"])
-    assert ts.coerce_state(**{name: 1}).value == 1
-    assert ts.coerce_state(**{Name("raw"): 1}).value == 1
-    with pytest.raises(TypeError, match="unexpected keyword argument 'r\ud800'"):
-        ts.coerce_state(1, **{"r\ud800": 1})
+                arguments, named = [object()] * given, dict.fromkeys(keywords, object())
+                expected = binds(signature.bind, *arguments, **named)
+                assert binds(function, *arguments, **named) == expected, (given, keywords)
 
 
 def test_a_thread_is_refused_before_it_has_memory_to_throw() -> None:
     memory = pytest.importorskip("_testcapi")
-    caught: list[Any] = [None]
 
     def work() -> None:
+        memory.set_nomemory(0, 0)
         try:
-            memory.set_nomemory(0, 0)
             ts.states_equal(None, None)
-        except MemoryError as error:
-            caught[0] = error
         finally:
             memory.remove_mem_hooks()
 
-    (thread := threading.Thread(target=work)).start()
-    thread.join()
-    assert type(caught[0]) is MemoryError
+    with ThreadPoolExecutor(1) as pool:
+        assert type(pool.submit(work).exception()) is MemoryError
 
 
 # --- Standing in for Python functions ---
@@ -135,15 +99,11 @@ def test_works_with_the_tools_for_functions() -> None:
     assert copy.deepcopy(function) is function
     assert weakref.ref(function)() is function
     assert functools.partial(function, raw=2)().value == 2
-    wrapper = functools.wraps(function)(lambda raw: raw)
-    assert wrapper.__name__ == "coerce_state"
-    assert inspect.signature(wrapper) == inspect.signature(function)
+    assert functools.wraps(function)(lambda raw: raw).__name__ == "coerce_state"
     assert isinstance(ts.WindowSpec().picked, types.MethodType)
     assert function.__get__(None, object) is function
     assert repr(function).startswith("<function coerce_state at 0x")
     pytest.raises(TypeError, NATIVE)
-    shown = {id(function.__doc__), id(function.__annotations__), id(function.__globals__)}
-    assert gc.is_tracked(function) and shown <= set(map(id, gc.get_referents(function)))
 
 
 def test_attributes_can_be_changed_as_on_functions() -> None:

@@ -1,0 +1,180 @@
+"""Graphs and states: equality, errors on the way, and what others may change about them."""
+
+from __future__ import annotations
+
+import contextlib
+import gc
+import math
+import sys
+from typing import Any
+from unittest import mock
+
+import numpy as np
+import pytest
+from quillmere.functions import _typed_shapes as ts
+from support import both_paths, canonical_path
+
+Node, Scalar, Map, Seq = ts.FunctionGraphNode, ts.StateScalar, ts.StateMapping, ts.StateSequence
+RAW = {"type": "rotation", "children": [{"type": "feature", "name": "close"}]}
+NAN = float("nan")
+
+# --- Equality ---
+
+EQUAL = [
+    (np.float64("nan"), NAN, True),
+    ([np.float32("nan")], [np.float32("nan")], False),
+    (1, 1.0, True),
+    (0.0, -0.0, True),
+    (2**70, float(2**70), True),
+    (2**53 + 1, float(2**53), False),
+    ("a", b"a", False),
+    ([1, 2], [1, 2, 3], False),
+    ({1: "x", "1": "y"}, {"1": "y"}, True),
+    ({"a": 1}, {"a": 1, "b": 2}, False),
+    ({"a": 1}, {"b": 1}, False),
+    (Scalar(2), 2, True),
+    (Map({"a": 1}), Map({"a": 1}), False),
+    (Map({"a": Scalar(1)}), {"a": 1}, True),
+    (Seq([Scalar(1)]), [1], True),
+    (Seq((1,)), [1], False),
+    (np.array(["a", "b"]), np.array(["a", "b"]), True),
+    (np.array([None, 1]), np.array([None, 1]), True),
+    (np.array([NAN], object), np.array([NAN], object), False),
+    (np.array([1], "m8[s]"), np.array([1], "m8[s]"), True),
+    (np.zeros(3), np.zeros((1, 3)), False),
+    (np.zeros(0, np.int8), np.zeros(0, np.int8), True),
+    (np.array(2**53 + 1), np.array(2**53), True),  # float64 cannot tell them apart
+    (np.array([2**62, 1]), np.array([2**62, 2]), False),
+    (np.array([complex(NAN, 1)]), np.array([complex(NAN, 2)]), True),
+    *[(np.array([0, NAN], t), np.array([-0.0, -NAN], t), True) for t in ("f2", "f4", "f8", "c16")],
+]
+
+
+@pytest.mark.parametrize(("a", "b", "expected"), EQUAL)
+def test_equality(a: Any, b: Any, expected: bool) -> None:
+    for x, y in ((a, b), (b, a), ([a], [b]), ({"k": a}, {"k": b})):
+        for path in (contextlib.nullcontext(), canonical_path()):
+            with path:
+                assert bool(ts.states_equal(x, y)) is expected
+
+
+# --- Errors on the way ---
+
+
+def test_errors_on_the_way_leave_no_trace(monkeypatch: pytest.MonkeyPatch) -> None:
+    texts = np.array(["a"]), np.array(["a"])
+
+    def generator() -> Any:
+        yield ts.states_equal(*texts)
+        yield sys.exc_info()[0]
+
+    running = generator()
+    try:
+        raise KeyError("outer")
+    except KeyError:
+        assert next(running) is True
+        monkeypatch.setattr(np, "array_equal", lambda a, b: 1 / 0)
+        with pytest.raises(ZeroDivisionError) as caught:
+            ts.states_equal(*texts)
+    assert next(running) is None
+    assert isinstance(caught.value.__context__.__context__, KeyError)  # between them a TypeError
+
+
+def test_contexts_are_chained_as_in_an_except_clause(monkeypatch: pytest.MonkeyPatch) -> None:
+    first, second, third = TypeError("first"), KeyError("second"), OSError("third")
+
+    def allclose(*args: Any, **options: Any) -> None:
+        first.__context__, second.__context__ = second, third
+        raise first
+
+    def array_equal(a: Any, b: Any) -> None:
+        third.__context__ = inner  # a ring already, or one that the new head would close
+        raise raised
+
+    monkeypatch.setattr(np, "allclose", allclose)
+    monkeypatch.setattr(np, "array_equal", array_equal)
+    for raised, inner in (OSError("last"), second), (third, None):
+        pytest.raises(type(raised), ts.states_equal, np.ones(2), np.ones(2))
+        assert (raised.__context__, first.__context__) == (first, second)
+        assert second.__context__ is (third if inner else None)
+
+
+# --- What others may change ---
+
+
+def test_texts_of_the_old_c_api() -> None:
+    make = pytest.importorskip("_testcapi").unicode_legacy_string
+    for raw in ({"type": "expression", "op": "feature", "name": "x"}, {"type": "x"}, {"op": "x"}):
+        for key in raw:
+
+            def call() -> Any:
+                with pytest.warns(DeprecationWarning):
+                    old = make(raw[key])
+                return (lambda: (Node.from_raw({**raw, key: old}), Node(make(raw[key]))),)
+
+            fast, canonical = both_paths(call)
+            assert fast == canonical and fast[0][0] == "returns"
+
+
+REBOUND = [  # a global, what it is bound to, a call and what it raises then
+    ("SchemaError", OSError, lambda: Node(""), OSError, "non-empty str"),
+    ("SchemaError", lambda text: 5, lambda: Node(""), TypeError, "must derive from BaseException"),
+    ("FunctionGraphNode", type("Child", (Node,), {}), lambda: Node("x", None, [Node("y")]),
+     ts.SchemaError, r"children\[0\] must be FunctionGraphNode"),
+    ("Mapping", list, lambda: ts.coerce_graph(RAW), ts.SchemaError, "mapping payload"),
+    ("Mapping", None, lambda: ts.coerce_graph(RAW), NameError, "name 'Mapping' is not defined"),
+]  # fmt: skip
+
+
+def test_rebound_globals_are_followed(monkeypatch: pytest.MonkeyPatch) -> None:
+    for name, value, call, error, text in REBOUND:
+        with monkeypatch.context() as patch:
+            patch.setattr(ts, name, value) if value else patch.delattr(ts, name)
+            pytest.raises(error, call).match(text)
+    with monkeypatch.context() as patch:
+        patch.setattr(ts, "_GRAPH_RUNTIME_TYPES", frozenset())
+        assert ts.coerce_graph(RAW).children[0].type == "rotation"
+    assert ts.coerce_graph(RAW).children[0].type == "feature"
+
+
+HOOKS = {"__post_init__": 2, "__init__": 2, "__setattr__": 18, "from_raw": 2}
+
+
+@pytest.mark.parametrize(("hook", "times"), HOOKS.items())
+def test_patched_hooks_run(hook: str, times: int) -> None:
+    calls: list[str] = []
+    original = getattr(Node, hook)
+
+    def patched(*args: Any, **kwargs: Any) -> Any:
+        calls.append(hook)
+        return original(*args, **kwargs)
+
+    with mock.patch.object(Node, hook, patched):
+        assert ts.coerce_graph(RAW).children[0].node == "close"
+    assert len(calls) == times
+    ts.coerce_graph(RAW)
+    assert len(calls) == times
+
+
+def test_a_patched_init_code_is_followed(monkeypatch: pytest.MonkeyPatch) -> None:
+    monkeypatch.setattr(Node.__init__, "__defaults__", ("patched", *Node.__init__.__defaults__[1:]))
+    assert Node("x").node == "patched"
+
+
+def test_rebound_collaborators_are_followed() -> None:
+    pair = {"a": [NAN, np.zeros(2)]}, {"a": [NAN, np.zeros(2)]}
+    names = ["coerce_state", "_states_value_equal", "allclose", "isnan"]
+    for holder, name in zip((ts, ts, np, math), names, strict=True):
+        with mock.patch.object(holder, name, wraps=getattr(holder, name)) as spy:
+            assert ts.states_equal(*pair) is True
+        times = spy.call_count
+        assert ts.states_equal(*pair) is True
+        assert spy.call_count == times > 0
+    with mock.patch.object(np, "allclose", side_effect=OSError):
+        pytest.raises(OSError, ts.states_equal, np.zeros(2), np.zeros(2))
+
+
+def test_a_million_nodes_can_be_dropped() -> None:
+    raw = {"op": "x", "children": [{"op": "x", "children": [{"op": "y"}] * 1000}] * 1000}
+    assert sum(len(child.children) for child in ts.coerce_graph(raw).children) == 1_000_000
+    assert gc.isenabled()
