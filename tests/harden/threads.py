@@ -148,7 +148,9 @@ def main() -> int:
     calls = ", ".join(f"{number} {outcome}" for outcome, number in outcomes.items())
     summary = suite.stdout.strip().splitlines()[-1].strip("= ")
     print(f"figures: calls: {calls}; {drift} blocks of drift; suite in 8 threads: {summary}")
-    return int(bool(wrong or suite.returncode) or abs(drift) > 50 or turns[3][1:] != turns[1][1:])
+    # Threads that ended keep some blocks; a leak in one call of a thousand would be far above that.
+    kept = abs(drift) > 200 or turns[3][1:] != turns[1][1:]
+    return int(bool(wrong) or suite.returncode != 0 or kept)
 
 
 if __name__ == "__main__":
