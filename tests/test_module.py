@@ -248,7 +248,7 @@ def test_in_a_process_of_its_own(name: str) -> None:
 
 
 OTHER_VERSION = """
-import importlib.machinery, importlib.util, pathlib, sys, warnings
+import importlib.machinery, importlib.util, pathlib, sys, warnings, copy, pickle
 sys.path.append(str(pathlib.Path(MODULE_FILE).parents[2]))
 name = "quillmere.functions._typed_shapes"
 loader = importlib.machinery.ExtensionFileLoader(name, MODULE_FILE)
@@ -260,10 +260,11 @@ with warnings.catch_warnings(record=True) as caught:
 print([str(w.message) for w in caught if w.category is RuntimeWarning][0])
 import numpy as np
 node = ts.coerce_graph({"type": "rotation", "name": "rank", "children": [{"op": "x"}]})
-assert node.children[0].node == "x"
+assert node.children[0].node == "x" and copy.deepcopy(node).type == "rotation"
 states = [{"a": [1, (2.5, None)], "b": np.array([1.0, np.nan])} for _ in range(2)]
 assert ts.states_equal(*states) is True
 assert ts.UniverseMasks({"a": np.ones(3, np.float16)}, 3).get("b") is None
+assert pickle.loads(pickle.dumps(ts.WindowSpec(1, 5))) == ts.WindowSpec(1, 5)
 stage = ts.StageData.from_mapping({"x": np.zeros((4, 2)), "n": {"y": np.ones(4)}, "o": 1})
 assert stage.slice_t(1, 3).flat["x"].shape == (2, 2) and stage.has_value("o")
 assert refusal(ts.WindowSpec, 1.5) == (
