@@ -112,8 +112,8 @@ class Sweep:
 
     def __init__(self, call: Any, run: int, stride: int) -> None:
         self.call, self.stride = call, stride
-        self.repeats = REPEATS if run == 1 else 0
-        self.is_import = type(call) is Import
+        self.is_import = type(call) is Import  # which repeated gets further, by the caches it fills
+        self.repeats = REPEATS if run == 1 and not self.is_import else 0
         self.arm, self.disarm = switches(run)
         self.progress = multiprocessing.RawValue(Progress)  # shared with the processes
 
@@ -210,6 +210,9 @@ def sweep(text: str, path: Any, run: int, stride: int = 1) -> tuple[int, list[st
 
 def start_worker() -> None:
     sys.setrecursionlimit(150)  # payloads that contain themselves end soon
+    sys.unraisablehook = lambda _: (
+        None
+    )  # generators of the library that there is no memory to close
     gc.collect()
     gc.freeze()
 

@@ -21,7 +21,7 @@ PAGE = ROOT / "docs" / "reliability.md"
 PATH = f"{Path(sys.executable).parent}:{os.environ['PATH']}"
 ENVIRONMENT = {**os.environ, "PATH": PATH, "PYTHONPATH": f"{ROOT / 'tests'}"}
 SUITE = "scripts/sanitize.sh -q"
-FUZZ_THERE = "env TYPED_SHAPES_CASES=20000 tests/harden/instrumented.sh --run harden.fuzz"
+FUZZ_THERE = "env TYPED_SHAPES_CASES=100000 tests/harden/instrumented.sh --run harden.fuzz"
 HOSTILE_THERE = "tests/harden/instrumented.sh --run harden.hostile"
 
 
