@@ -131,6 +131,7 @@ coerce_state([typed := coerce_state([HALF])]).items_[0] is typed
 [states_equal(x, None) for x in (0, StateScalar(None))] == [False, False]
 [states_equal([None], [x]) for x in (None, 0, StateScalar(None))] == [True, False, True]
 type(states_equal(np.float64(1), np.float64(1))) is np.bool_
+states_equal({"x": DEEP, "y": 1}, {"x": DEEP, "z": 1}) is False
 type(states_equal(StateScalar(np.int64(1)), 1)) is np.bool_
 states_equal([np.float64(1)], [1.0]) is True
 _states_value_equal(1, 1) is False
@@ -143,6 +144,10 @@ FORMS = dict, DictChild, NAMES["MappingProxyType"], Registered, OrderedDict
 ARRAY = np.arange(10.0).reshape(5, 2)
 INNER, WITHOUT = {"v": ARRAY, "deep": {"v": ARRAY}, "n": 3}, {"k": 1}
 STAGE = {"a": ARRAY, "b": INNER, "c": 7, "d": NAMES["MappingProxyType"]({}), "e": WITHOUT}
+
+DEEP = ts.StateScalar(1)
+for _ in range(3000):
+    DEEP = ts.StateSequence((DEEP,))
 
 
 def kind(**raw: Any) -> Any:
@@ -165,6 +170,7 @@ NAMES = {
     **NAMES,
     **{value.__name__: value for value in HERE},
     "ARRAY": ARRAY,
+    "DEEP": DEEP,
     "CHILD": type("Child", (ts.FunctionGraphNode,), {}),
     "FORMS": FORMS,
     "GRAPH": {"op": "x", "children": [{"op": "y"}]},

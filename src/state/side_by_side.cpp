@@ -1,5 +1,6 @@
 #include "state/side_by_side.h"
 
+#include "common/checks.h"
 #include "common/numpy_api.h"
 #include "common/scopes.h"
 #include "state/array_equality.h"
@@ -82,41 +83,45 @@ Verdict compare_scalars(PyObject* a, PyObject* b, bool outermost) {
 
 Verdict compare(const Operand& a, const Operand& b);
 
+// Whether both have the same keys in the same order, as two states of one function mostly have.
+bool are_in_step(PyObject* a, PyObject* b) {
+  Py_ssize_t position = 0;
+  PyObject* key_b = nullptr;
+  return PyDict_GET_SIZE(a) == PyDict_GET_SIZE(b) &&
+         all_entries(a, [&](PyObject* key_a, PyObject* /*value*/) {
+           if (PyDict_Next(b, &position, &key_b, nullptr) == 0) return false;
+           if (key_a == key_b) return PyUnicode_CheckExact(key_a) != 0;
+           return is_plain_str(key_a) && is_plain_str(key_b) && is_same_text(key_a, key_b);
+         });
+}
+
 // Keys other than exact strs are turned into text first, and their own hash and == decide what is a
-// key twice: both sides must be free of them, in the part that was not walked as well.
+// key twice: both sides must be free of them.
+Verdict compare_keys(PyObject* a, PyObject* b) {
+  if (!has_str_keys(a) || !has_str_keys(b)) return Verdict::kUnsure;
+  return verdict(PyDict_GET_SIZE(a) == PyDict_GET_SIZE(b) &&
+                 all_entries(a, [&](PyObject* key, PyObject* /*value*/) {
+                   return check(PyDict_Contains(b, key)) != 0;
+                 }));
+}
+
 Verdict compare_mappings(PyObject* a, bool raw_a, PyObject* b, bool raw_b) {
   if (!PyDict_CheckExact(a) || !PyDict_CheckExact(b)) return Verdict::kUnsure;
-  const RecursionLevel level(kComparing);
-  bool checked = false;
-  const auto has_only_str_keys = [&] {
-    if (!checked) checked = has_str_keys(a) && has_str_keys(b);
-    return checked;
-  };
-  const auto different = [&] {
-    return has_only_str_keys() ? Verdict::kDifferent : Verdict::kUnsure;
-  };
-  if (PyDict_GET_SIZE(a) != PyDict_GET_SIZE(b)) return different();
-  Py_ssize_t position_a = 0;
-  Py_ssize_t position_b = 0;
-  PyObject* key_a = nullptr;
-  PyObject* key_b = nullptr;
-  PyObject* value_a = nullptr;
+  const RecursionLevel level;
+  // All keys first: where they differ, no value is looked at, which may be too deep.
+  const bool in_step = are_in_step(a, b);
+  Verdict verdict = in_step ? Verdict::kEqual : compare_keys(a, b);
+  if (verdict != Verdict::kEqual) return verdict;
+  Py_ssize_t position = 0;
   PyObject* value_b = nullptr;
-  while (PyDict_Next(a, &position_a, &key_a, &value_a) != 0) {
-    // Two states of one function mostly have the same keys in one order; then no look-up is needed.
-    const bool in_step = PyDict_Next(b, &position_b, &key_b, &value_b) != 0 && key_a == key_b &&
-                         PyUnicode_CheckExact(key_a);
-    if (!in_step) {
-      if (!has_only_str_keys()) return Verdict::kUnsure;
-      value_b = PyDict_GetItemWithError(b, key_a);
-      if (value_b == nullptr) return Verdict::kDifferent;
+  all_entries(a, [&](PyObject* key, PyObject* value_a) {
+    if (!in_step || PyDict_Next(b, &position, nullptr, &value_b) == 0) {
+      value_b = PyDict_GetItemWithError(b, key);
     }
-    const Verdict verdict = compare({value_a, raw_a}, {value_b, raw_b});
-    if (verdict != Verdict::kEqual) {
-      return verdict == Verdict::kDifferent ? different() : verdict;
-    }
-  }
-  return Verdict::kEqual;
+    verdict = compare({value_a, raw_a}, {value_b, raw_b});
+    return verdict == Verdict::kEqual;
+  });
+  return verdict;
 }
 
 bool is_exact_sequence(PyObject* object) noexcept {
@@ -125,7 +130,7 @@ bool is_exact_sequence(PyObject* object) noexcept {
 
 Verdict compare_sequences(PyObject* a, bool raw_a, PyObject* b, bool raw_b) {
   if (!is_exact_sequence(a) || !is_exact_sequence(b)) return Verdict::kUnsure;
-  const RecursionLevel level(kComparing);
+  const RecursionLevel level;
   const Py_ssize_t size = PySequence_Fast_GET_SIZE(a);
   if (size != PySequence_Fast_GET_SIZE(b)) return Verdict::kDifferent;
   for (Py_ssize_t i = 0; i < size; ++i) {
