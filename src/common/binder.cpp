@@ -13,6 +13,7 @@ std::size_t find_name(std::span<PyObject* const> names, PyObject* keyword) {
   for (std::size_t i = 0; i < names.size(); ++i) {
     if (names[i] == keyword) return i;
   }
+  if (!PyUnicode_Check(keyword)) return kNotFound;  // C callers may pass anything
   for (std::size_t i = 0; i < names.size(); ++i) {
     const int order = PyUnicode_Compare(names[i], keyword);
     if (order == 0) return i;
@@ -45,7 +46,7 @@ KeywordFaults match_arguments(std::span<PyObject* const> parameter_names,
     PyObject* keyword = PyTuple_GET_ITEM(arguments.keywords, i);
     const std::size_t place = find_name(parameter_names, keyword);
     if (place == kNotFound) {
-      if (faults.unexpected == nullptr) faults.unexpected = keyword;
+      if (faults.unexpected == nullptr || !PyUnicode_Check(keyword)) faults.unexpected = keyword;
     } else if (places[place] != nullptr) {
       if (faults.given_twice == nullptr) faults.given_twice = keyword;
     } else {
@@ -61,7 +62,9 @@ void bind_arguments(const ParameterList& parameters, const CallArguments& argume
   if (given > parameters.positional) raise_argument_count(parameters, given);
 
   const KeywordFaults faults = match_arguments(parameters.names, arguments, places);
-
+  if (faults.unexpected != nullptr && !PyUnicode_Check(faults.unexpected)) {
+    raise(PyExc_TypeError, "%.200U() keywords must be strings", parameters.function_name);
+  }
   for (std::size_t i = 0; i < places.size(); ++i) {
     if (places[i] != nullptr) continue;
     places[i] = parameters.defaults[i];

@@ -81,9 +81,9 @@ void check_mask(PyObject* tag, PyObject* mask, PyObject* n_alloc) {
   }
   if (!compare(get_attr(mask, names.dtype).get(), numpy_attr(names.float16).get(), Py_EQ)) return;
   if (const Ref index = invalid_state_index(mask)) {
-    Ref value = get_item(mask, index.get());
     raise_schema_error({owner(tag), " has invalid float16 state value at index ", str(index.get()),
-                        ": ", repr(value.get()), "; expected NaN, positive zero, or positive one"});
+                        ": ", repr(get_item(mask, index.get()).get()),
+                        "; expected NaN, positive zero, or positive one"});
   }
 }
 
