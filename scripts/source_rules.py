@@ -95,7 +95,7 @@ def recursions(found: list[Function]) -> Iterator[tuple[Function, str]]:
 
     def called(function: Function) -> Iterator[Function]:
         body = function.text[function.text.index("(") :]
-        while guard := re.search(r"\bRecursionLevel \w+\(", body):  # holds to the end of its block
+        while guard := re.search(r"\bRecursionLevel \w+;", body):  # holds to the end of its block
             rest = "{" + body[guard.end() :]
             body = body[: guard.start()] + rest[bracket(rest, 0, 1, "{}") :]
         for before, name, after in re.findall(r"(\.|->|\w+::)?\b(\w+)\s*([(,)])", body):

@@ -4,6 +4,7 @@ from __future__ import annotations
 
 import copy
 import functools
+import gc
 import inspect
 import itertools
 import pickle
@@ -92,6 +93,16 @@ def test_arguments_bind_as_the_line_says(function: Any) -> None:
                 except Exception as raised:
                     error = str(raised) if BINDING_ERROR.match(str(raised)) else ""
                 assert error == expected_error(name, parameters, given, keywords), (given, keywords)
+
+
+def test_what_only_c_callers_and_the_collector_reach() -> None:
+    call = pytest.importorskip("_testcapi").pyobject_vectorcall
+    for keywords in ((1,), ("bogus", 1)):
+        with pytest.raises(TypeError, match=r"^coerce_state\(\) keywords must be strings$"):
+            call(ts.coerce_state, (1, 2, 3)[: 1 + len(keywords)], keywords)
+    # What a watch keeps of a class is shown to nobody who could change it.
+    init = vars(ts.WindowSpec)["__init__"]
+    assert sum(type(holder) is dict for holder in gc.get_referrers(init)) == 1
 
 
 def test_a_thread_is_refused_before_it_has_memory_to_throw() -> None:

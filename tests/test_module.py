@@ -153,6 +153,37 @@ del function, stale, seen, failing, call, arguments, masks, errors
 gc.collect()
 assert gone() is None
 """,
+    "what_outlives_a_failed_import_finds_nothing_loaded": """
+import dataclasses, importlib, sys, typing
+name, told = "quillmere.functions._typed_shapes", []
+original, iterable = dataclasses.dataclass, typing.Iterable
+class Last:
+    def __del__(self):
+        told.append(refusal(kept.InvalidFunctionStateError, "x"))
+        told.append(refusal(kept.Evidence.from_raw, None))
+def failing(cls=None, **options):
+    global kept
+    if cls is not None and cls.__name__ == "EraIndexManifest":
+        kept = sys.modules[name]
+        typing.Iterable = kept.Iterable = iterable
+        raise KeyboardInterrupt
+    return original(cls, **options)
+dataclasses.dataclass, typing.Iterable = failing, Last()
+assert refusal(importlib.import_module, name) == "KeyboardInterrupt: "
+assert told == [f"RuntimeError: module '{name}' is not loaded"] * 2
+dataclasses.dataclass = original
+importlib.import_module(name)
+class Late:
+    value = default = None
+    minimum = 10
+    @property
+    def maximum(self):
+        vars(Late)["picked"].__init__(None)  # during the call of its getter, which goes with it
+        return 10**50
+Late.picked = property(kept.WindowSpec.picked)
+del kept.WindowSpec.picked, kept
+assert Late().picked == 1440
+""",
     "an_odd_key_among_the_names_may_raise": """
 import numpy as np
 import quillmere.functions._typed_shapes as ts

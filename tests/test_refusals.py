@@ -115,6 +115,10 @@ states_equal(RING, RING)  # RecursionError:
 states_equal([2, RING], [3, RING])  # RecursionError:
 states_equal(LOOP, {"op": "y", "children": []})  # RecursionError:
 states_equal(1, LOOP)  # RecursionError:
+[e := Evidence(), setattr(e, "data", e), e["k"]]  # RecursionError:
+[m := masks(), setattr(m, "by_tag", m), "k" in m]  # RecursionError:
+[c := CostResult(HALF), setattr(c, "total", c), len(c)]  # RecursionError:
+UniverseMasks({UNSHOWN("x"): np.ones(1, np.float16).view(UNREAD) * 2}, 1)  # ZeroDivisionError:
 coerce_graph()  # TypeError: coerce_graph() takes exactly 1 positional argument (0 given)
 coerce_graph(odd=1)  # TypeError: coerce_graph() takes exactly 1 positional argument (0 given)
 coerce_graph(1, 2, raw=1)  # TypeError: coerce_graph() takes exactly 1 positional argument (2 given)
@@ -142,6 +146,8 @@ NAMES: dict[str, Any] = {
     "masks": lambda **by_tag: ts.UniverseMasks(by_tag, 3),
     "RING": RING,
     "LOOP": LOOP,
+    "UNSHOWN": type("Unshown", (str,), {"__str__": lambda self: 1 / 0}),
+    "UNREAD": type("Unread", (np.ndarray,), {"__getitem__": lambda self, key: {}[key]}),
     "STOPS": type("Stops", (), {"__str__": lambda self: next(iter(()))})(),
 }
 

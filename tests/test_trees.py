@@ -122,6 +122,7 @@ REBOUND = [  # a global, what it is bound to, a call and what it raises then
     ("FunctionGraphNode", type("Child", (Node,), {}), lambda: Node("x", None, [Node("y")]),
      ts.SchemaError, r"children\[0\] must be FunctionGraphNode"),
     ("Mapping", list, lambda: ts.coerce_graph(RAW), ts.SchemaError, "mapping payload"),
+    ("_states_value_equal", ts.states_equal, lambda: ts.states_equal([1], [2]), RecursionError, ""),
     ("Mapping", None, lambda: ts.coerce_graph(RAW), NameError, "name 'Mapping' is not defined"),
 ]  # fmt: skip
 
@@ -159,6 +160,14 @@ def test_patched_hooks_run(hook: str, times: int) -> None:
 def test_a_patched_init_code_is_followed(monkeypatch: pytest.MonkeyPatch) -> None:
     monkeypatch.setattr(Node.__init__, "__defaults__", ("patched", *Node.__init__.__defaults__[1:]))
     assert Node("x").node == "patched"
+    monkeypatch.setattr(ts.Evidence, "__init__", ts.Evidence)
+    pytest.raises(RecursionError, ts.Evidence)
+
+
+def test_a_patched_module_is_followed(monkeypatch: pytest.MonkeyPatch) -> None:
+    body = {"__getattribute__": lambda self, name: {} if name == "isnan" else vars(math)[name]}
+    monkeypatch.setattr(math, "__class__", type("Odd", (type(math),), body))
+    pytest.raises(TypeError, ts.states_equal, [NAN], [NAN])
 
 
 def test_rebound_collaborators_are_followed() -> None:

@@ -7,6 +7,7 @@
 
 #include "common/binder.h"
 #include "common/globals.h"
+#include "common/scopes.h"
 #include "common/signature.h"
 
 namespace typed_shapes {
@@ -62,9 +63,15 @@ PyObject* call_function(PyObject* callable, PyObject* const* args, std::size_t n
   // Every parameter given by position: the interpreter's own array serves.
   if (kwnames == nullptr && std::cmp_equal(arguments.positional, function->positional) &&
       function->positional == function->parameter_count) {
-    return guarded([&] { return function->body(args); });
+    return guarded([&] {
+      const RecursionLevel level;
+      return function->body(args);
+    });
   }
   return guarded([&] {
+    const RecursionLevel level;
+    // It may go while its body runs, and with it the defaults: no caller need hold it.
+    const Ref self = Ref::borrow(callable);
     PyObject* places[kMaxParameters];
     const std::size_t count = function->parameter_count;
     bind_arguments({function->members[kName],

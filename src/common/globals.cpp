@@ -10,7 +10,7 @@ Slot module_slot;
 Slot builtins_slot;
 
 Ref builtin(PyObject* name) {
-  Ref value = own_attribute(PyObject_GetAttr(builtins_slot.get(), name));
+  Ref value = own_attribute(PyObject_GetAttr(held(builtins_slot).get(), name));
   if (!value) raise(PyExc_NameError, "name '%U' is not defined", name);
   return value;
 }
@@ -34,13 +34,15 @@ void bind(PyObject* name, PyObject* value) {
 
 void bind(const char* name, PyObject* value) { bind(interned(name).get(), value); }
 
-void require_loaded() {
-  if (module() == nullptr) raise(PyExc_RuntimeError, "module '%s' is not loaded", kModuleName);
+Ref held(const Slot& slot) {
+  if (slot.get() != nullptr) return Ref::borrow(slot.get());
+  raise(PyExc_RuntimeError, "module '%s' is not loaded", kModuleName);
 }
 
 Ref lookup(PyObject* name) {
-  require_loaded();
-  if (PyObject* value = PyDict_GetItemWithError(dict(), name)) return Ref::borrow(value);
+  const Ref module = held(module_slot);
+  PyObject* value = PyDict_GetItemWithError(PyModule_GetDict(module.get()), name);
+  if (value != nullptr) return Ref::borrow(value);
   check_indicator();
   return builtin(name);
 }

@@ -21,8 +21,8 @@ void open(PyObject* module, PyObject* builtins);
 void bind(PyObject* name, PyObject* value);
 void bind(const char* name, PyObject* value);
 
-// Throws where a function or class outlived a failed import.
-void require_loaded();
+// What a slot holds; throws where a failed import emptied it and something outlived that import.
+[[nodiscard]] Ref held(const Slot& slot);
 
 // The value of a global name: the module's, else the builtin one, else NameError.
 [[nodiscard]] Ref lookup(PyObject* name);

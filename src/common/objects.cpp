@@ -1,5 +1,7 @@
 #include "common/objects.h"
 
+#include <algorithm>
+#include <iterator>
 #include <vector>
 
 #include "common/scopes.h"
@@ -26,15 +28,19 @@ Ref get(PyObject* mapping, PyObject* key) { return get_or(mapping, key, Py_None)
 
 Ref call_keywords(PyObject* callable, std::span<PyObject* const> positional,
                   std::span<const Keyword> keywords) {
+  const auto is_left_out = [](const Keyword& keyword) { return keyword.value == nullptr; };
   std::vector<PyObject*> stack(positional.begin(), positional.end());
-  Ref keyword_names = own(PyList_New(0));
+  stack.reserve(positional.size() + keywords.size());
+  Ref keyword_names =
+      own(PyTuple_New(std::ssize(keywords) - std::ranges::count_if(keywords, is_left_out)));
+  // Filled at once: a collection would show it to others.
+  Py_ssize_t place = 0;
   for (const Keyword& keyword : keywords) {
-    if (keyword.value == nullptr) continue;
-    check(PyList_Append(keyword_names.get(), keyword.name));
+    if (is_left_out(keyword)) continue;
+    PyTuple_SET_ITEM(keyword_names.get(), place++, Py_NewRef(keyword.name));
     stack.push_back(keyword.value);
   }
-  Ref name_tuple = own(PyList_AsTuple(keyword_names.get()));
-  return own(PyObject_Vectorcall(callable, stack.data(), positional.size(), name_tuple.get()));
+  return own(PyObject_Vectorcall(callable, stack.data(), positional.size(), keyword_names.get()));
 }
 
 Ref iterate(PyObject* iterable) {

@@ -5,6 +5,7 @@
 
 #include "common/globals.h"
 #include "common/inline_fields.h"
+#include "common/scopes.h"
 
 namespace typed_shapes {
 
@@ -122,13 +123,17 @@ bool Record::stands_for(PyObject* cls) noexcept {
 Ref Record::allocate() const {
   // object.__new__ and not tp_alloc: it prepares the inline attribute values, without which every
   // instance would grow a dictionary of its own.
-  return own(PyBaseObject_Type.tp_new(type(), no_arguments.get(), nullptr));
+  const Ref type = globals::held(watch_.type_slot());
+  const Ref arguments = globals::held(no_arguments);
+  return own(PyBaseObject_Type.tp_new(reinterpret_cast<PyTypeObject*>(type.get()), arguments.get(),
+                                      nullptr));
 }
 
 void Record::fill(PyObject* instance, PyObject* const* values) const {
   if (has_inline_fields_ && store_inline_fields(instance, values, table_.fields.size())) return;
-  for (PyObject* name : field_names()) {
-    check(PyObject_GenericSetAttr(instance, name, *values++));
+  const Ref held_names = globals::held(field_names_);
+  for (Py_ssize_t i = 0; i < PyTuple_GET_SIZE(held_names.get()); ++i) {
+    check(PyObject_GenericSetAttr(instance, PyTuple_GET_ITEM(held_names.get(), i), *values++));
   }
 }
 
@@ -154,8 +159,8 @@ Ref Record::attribute(PyObject* instance, std::size_t index) {
   if (has_inline_fields_ && is_exact(instance) && untouched() && has_inline_array(instance)) {
     if (PyObject* value = inline_field(instance, index)) return Ref::borrow(value);
   }
-  globals::require_loaded();
-  return get_attr(instance, field_names()[index]);
+  const Ref held_names = globals::held(field_names_);
+  return get_attr(instance, PyTuple_GET_ITEM(held_names.get(), static_cast<Py_ssize_t>(index)));
 }
 
 Ref Record::build_accepted(PyObject* const* values) const {
@@ -198,6 +203,7 @@ Ref Record::create(PyObject* cls, std::initializer_list<PyObject*> given) {
     std::ranges::copy(given, values.begin());
     if (Ref instance = build_checked(values)) return instance;
   }
+  const Ref held_names = globals::held(field_names_);
   std::array<Keyword, kMaxParameters> keywords{};
   std::ranges::transform(field_names().first(given.size()), given, keywords.begin(),
                          [](PyObject* name, PyObject* value) { return Keyword{name, value}; });
@@ -211,6 +217,7 @@ PyObject* Record::construct(PyObject* cls, PyObject* const* args, std::size_t na
     if (stands_for(cls)) {
       if (Ref instance = construct_natively(arguments)) return instance;
     }
+    const RecursionLevel level;
     return call_type(cls, arguments);
   });
 }

@@ -17,8 +17,20 @@ PyObject* Slot::set(Ref value) noexcept {
   return object_;
 }
 
+void Slot::drop_what_was_taken_out() noexcept {
+  for (Slot* slot = first_slot; slot != nullptr; slot = slot->next_) {
+    Ref old = Ref::steal(std::exchange(slot->taken_out_, nullptr));
+  }
+}
+
 void Slot::clear_all() noexcept {
-  for (Slot* slot = first_slot; slot != nullptr; slot = slot->next_) slot->set(Ref());
+  // A finalizer may import once more, and that may fail as well.
+  drop_what_was_taken_out();
+  // All are empty before the first object goes: code that this runs finds every slot empty.
+  for (Slot* slot = first_slot; slot != nullptr; slot = slot->next_) {
+    slot->taken_out_ = std::exchange(slot->object_, nullptr);
+  }
+  drop_what_was_taken_out();
 }
 
 }  // namespace typed_shapes

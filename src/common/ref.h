@@ -53,7 +53,10 @@ class Slot {
   static void clear_all() noexcept;
 
  private:
+  static void drop_what_was_taken_out() noexcept;
+
   PyObject* object_ = nullptr;
+  PyObject* taken_out_ = nullptr;  // by clear_all(), which lets go of it later
   Slot* next_ = nullptr;
   bool listed_ = false;
 };

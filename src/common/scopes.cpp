@@ -13,6 +13,9 @@ namespace {
 
 using Address = std::uintptr_t;
 
+// Ends the texts of the errors.
+constexpr const char* kWhere = " in quillmere.functions._typed_shapes";
+
 // Enough for what a level calls between two checks, callbacks into Python and NumPy and the
 // interpreter's own handlers included.
 constexpr Address kStackReserve = Address{48} * 1024;
@@ -73,14 +76,16 @@ bool has_room(Address address) noexcept {
 
 }  // namespace
 
-RecursionLevel::RecursionLevel(const char* where) {
+KnownStack RecursionLevel::known_;
+
+void RecursionLevel::enter(std::uintptr_t address) {
   // The interpreter counts levels, not bytes: a raised limit or a small thread stack needs the
   // second look.
-  const auto address = reinterpret_cast<Address>(__builtin_frame_address(0));
   if (!window.covers(address) && !has_room(address)) {
-    raise(PyExc_RecursionError, "maximum stack depth exceeded%s", where);
+    raise(PyExc_RecursionError, "maximum stack depth exceeded%s", kWhere);
   }
-  if (Py_EnterRecursiveCall(where) != 0) throw PythonError{};
+  if (Py_EnterRecursiveCall(kWhere) != 0) throw PythonError{};
+  if (watches_usable) known_ = {thread_->id, window.low, window.size};
 }
 
 }  // namespace typed_shapes

@@ -27,16 +27,19 @@ Py_ssize_t size_without_notes(PyObject* attributes) noexcept {
 
 void DictWatch::start(PyObject* dict) {
   good_version_ = bad_version_ = 0;
+  module_.set(Ref());
   expected_.set(own(PyDict_New()));
   dict_.set(Ref::borrow(watches_usable ? dict : nullptr));
 }
 
 void DictWatch::start_module(PyObject* module) {
-  start(PyModule_Check(module) ? PyModule_GetDict(module) : nullptr);
+  start(PyModule_CheckExact(module) ? PyModule_GetDict(module) : nullptr);
+  module_.set(Ref::borrow(module));
 }
 
 void DictWatch::expect(PyObject* name, PyObject* value) {
   check(PyDict_SetItem(expected_.get(), name, value));
+  PyObject_GC_UnTrack(expected_.get());
 }
 
 bool DictWatch::recheck() noexcept {
@@ -50,6 +53,7 @@ bool DictWatch::recheck() noexcept {
 void ClassWatch::start(PyTypeObject* type) {
   if (!watches_usable) return;
   attributes_.set(own(PyDict_Copy(type->tp_dict)));
+  PyObject_GC_UnTrack(attributes_.get());
   mro_.set(Ref::borrow(type->tp_mro));
   new_ = type->tp_new;
   init_ = PyDict_GetItemWithError(attributes_.get(), names.init);
@@ -65,6 +69,7 @@ void ClassWatch::start(PyTypeObject* type) {
 }
 
 bool ClassWatch::recheck() noexcept {
+  if (!has_str_keys(type()->tp_dict)) return false;
   // A look-up makes the interpreter number the class anew after a change.
   _PyType_Lookup(type(), names.init);
   const unsigned current = version();

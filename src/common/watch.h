@@ -22,7 +22,8 @@ class DictWatch {
   void expect(PyObject* name, PyObject* value);
 
   [[nodiscard]] bool untouched() noexcept {
-    return dict_.get() != nullptr && (version() == good_version_ || recheck());
+    return dict_.get() != nullptr && (version() == good_version_ || recheck()) &&
+           (module_.get() == nullptr || PyModule_CheckExact(module_.get()));
   }
 
  private:
@@ -33,7 +34,8 @@ class DictWatch {
   [[nodiscard]] bool recheck() noexcept;
 
   Slot dict_;
-  Slot expected_;
+  Slot module_;    // whose class may be changed, and with it what a look-up finds; or null
+  Slot expected_;  // a dict that the collector shows to nobody
   std::uint64_t good_version_ = 0;
   std::uint64_t bad_version_ = 0;
 };
@@ -43,6 +45,7 @@ class ClassWatch {
  public:
   void start(PyTypeObject* type);
 
+  [[nodiscard]] const Slot& type_slot() const noexcept { return type_; }
   [[nodiscard]] PyTypeObject* type() const noexcept {
     return reinterpret_cast<PyTypeObject*>(type_.get());
   }
@@ -67,7 +70,7 @@ class ClassWatch {
   [[nodiscard]] bool recheck() noexcept;
 
   Slot type_;
-  Slot attributes_;  // a copy of the class dictionary
+  Slot attributes_;  // a copy of the class dictionary that the collector shows to nobody
   Slot mro_;
   newfunc new_ = nullptr;     // taking a patched __new__ back does not bring the slot back
   PyObject* init_ = nullptr;  // kept alive by attributes_

@@ -4,7 +4,6 @@
 
 #include "common/checks.h"
 #include "common/record.h"
-#include "common/scopes.h"
 #include "graph/graph_builder.h"
 
 namespace typed_shapes {
@@ -46,7 +45,7 @@ constexpr RecordTable kTable = {
         "\n"
         "The legacy dict shape of a node is::\n"
         "\n"
-        "    {'type': 'rotation', 'node': 'rank', 'children': [...], 'config': {...}}\n"
+        "    {'type': 'rotation', 'node': 'rank', 'children': [...], 'config': {}}\n"
         "\n"
         "The tree is fully typed: children are ``FunctionGraphNode`` instances, never dicts.\n"
         "\n"
@@ -159,7 +158,6 @@ Ref from_raw(PyObject* const* arguments) {
   const auto [cls, raw] = unpack<2>(arguments);
   if (Ref node = build_graph(record, cls, raw)) return node;
 
-  const RecursionLevel level(kCoercing);
   require_json_mapping(raw, "FunctionGraphNode");
   const auto [kind, node] = resolve(raw);
   if (!is_non_empty_str(kind.get())) {

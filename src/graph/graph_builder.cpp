@@ -58,7 +58,7 @@ class GraphBuilder {
 
   // Null as soon as something is not for the fast path.
   Ref build(PyObject* raw) {
-    const RecursionLevel level(kCoercing);
+    const RecursionLevel level;
     Entries entries;
     entries.fill(Py_None);
     if (!PyDict_CheckExact(raw) || !read(raw, entries)) return {};

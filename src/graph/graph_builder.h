@@ -4,9 +4,6 @@
 
 namespace typed_shapes {
 
-// Where the recursion of a coercion runs out, on either path.
-inline constexpr const char* kCoercing = " while coercing a function graph";
-
 // The fast path of graph coercion: the typed tree of a payload made of exact dicts, lists and strs,
 // built without running Python code. Null where the canonical path has to decide.
 [[nodiscard]] Ref build_graph(Record& record, PyObject* cls, PyObject* raw);

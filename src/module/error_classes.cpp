@@ -24,9 +24,8 @@ Slot invalid_function_state_error;
 Ref initialise(PyObject* const* arguments) {
   const auto [self, message, function_name, expected_version, state_type, reason] =
       unpack<6>(arguments);
-  globals::require_loaded();
-  Ref parent =
-      call(reinterpret_cast<PyObject*>(&PySuper_Type), invalid_function_state_error.get(), self);
+  Ref cls = globals::held(invalid_function_state_error);
+  Ref parent = call(reinterpret_cast<PyObject*>(&PySuper_Type), cls.get(), self);
   call_method(parent.get(), names.init, message);
   set_attr(self, names.function_name, function_name);
   set_attr(self, names.expected_function_version, expected_version);

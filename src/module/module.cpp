@@ -25,11 +25,16 @@ constexpr const char* kDoc =
 
 // The interpreter that loaded the module first; never reset.
 std::int64_t first_interpreter = -1;
+// Whether it is gone: a runtime that is initialised again counts its interpreters from 0 again.
+bool has_ended = false;
 
 void check_interpreter() {
   const std::int64_t current = check(PyInterpreterState_GetID(PyInterpreterState_Get()));
-  if (first_interpreter == -1) first_interpreter = current;
-  if (first_interpreter != current) {
+  if (first_interpreter == -1) {
+    first_interpreter = current;
+    Py_AtExit([] { has_ended = true; });
+  }
+  if (has_ended || first_interpreter != current) {
     raise(PyExc_ImportError,
           "Interpreter change detected - this module can only be loaded into one interpreter per "
           "process.");

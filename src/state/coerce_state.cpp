@@ -22,8 +22,6 @@ constexpr FunctionTable kCoerceState = {
     "tuple. Anything else is wrapped as ``StateScalar(value=raw)``.",
     coerce_state};
 
-constexpr const char* kWhere = " while coercing a function state";
-
 // --- Canonical path ---
 
 Ref coerce_item(PyObject* item) { return call(globals::lookup(names.coerce_state).get(), item); }
@@ -70,7 +68,6 @@ Ref coerce_canonically(PyObject* raw) {
   if (is_array(raw)) {
     return state_array.create(globals::lookup(names.StateArray).get(), {raw});
   }
-  const RecursionLevel level(kWhere);
   if (is_dict(raw)) return coerce_dict(raw);
   if (is_list(raw) || is_tuple(raw)) return coerce_sequence(raw);
   return state_scalar.create(globals::lookup(names.StateScalar).get(), {raw});
@@ -95,7 +92,7 @@ bool has_plain_text(PyObject* key) {
 }
 
 Ref build_mapping(PyObject* raw) {
-  const RecursionLevel level(kWhere);
+  const RecursionLevel level;
   Ref entries = own(PyDict_New());
   const bool is_built = all_entries(raw, [&](PyObject* key, PyObject* value) {
     if (!has_plain_text(key)) return false;
@@ -110,7 +107,7 @@ Ref build_mapping(PyObject* raw) {
 }
 
 Ref build_sequence(PyObject* raw) {
-  const RecursionLevel level(kWhere);
+  const RecursionLevel level;
   const Py_ssize_t size = PySequence_Fast_GET_SIZE(raw);
   Ref items = own(PyTuple_New(size));
   for (Py_ssize_t i = 0; i < size; ++i) {
@@ -145,13 +142,13 @@ Ref coerce_state(PyObject* const* arguments) {
 
 bool is_plain_payload(PyObject* raw) {
   if (PyDict_CheckExact(raw)) {
-    const RecursionLevel level(kWhere);
+    const RecursionLevel level;
     return all_entries(raw, [](PyObject* key, PyObject* value) {
       return has_plain_text(key) && is_plain_payload(value);
     });
   }
   if (PyList_CheckExact(raw) || PyTuple_CheckExact(raw)) {
-    const RecursionLevel level(kWhere);
+    const RecursionLevel level;
     PyObject* const* items = PySequence_Fast_ITEMS(raw);
     return std::all_of(items, items + PySequence_Fast_GET_SIZE(raw), is_plain_payload);
   }

@@ -8,9 +8,6 @@ namespace typed_shapes {
 // without running Python code. Null where the canonical path has to decide. Only for untouched
 // state values.
 
-// Where the recursion of a comparison runs out, on either path.
-inline constexpr const char* kComparing = " while comparing function states";
-
 // states_equal(a, b)
 [[nodiscard]] Ref payloads_equal(PyObject* a, PyObject* b);
 // _states_value_equal(a, b)

@@ -3,7 +3,6 @@
 #include "state/states_equal.h"
 
 #include "common/checks.h"
-#include "common/scopes.h"
 #include "state/side_by_side.h"
 #include "state/state_values.h"
 
@@ -121,7 +120,6 @@ bool compare_sequences(PyObject* a, PyObject* b) {
 }
 
 Ref compare_canonically(PyObject* a, PyObject* b) {
-  const RecursionLevel level(kComparing);
   if (Py_TYPE(a) != Py_TYPE(b)) return boolean(false);
   if (globals::is_instance_of(a, names.StateScalar)) return compare_scalars(a, b);
   if (globals::is_instance_of(a, names.StateArray)) return boolean(compare_arrays(a, b));
