@@ -12,13 +12,12 @@ if [ -e "$cache/python" ]; then echo "$cache/python"; exit; fi
 
 need dpkg-dev g++ make libssl-dev libffi-dev zlib1g-dev libbz2-dev liblzma-dev libsqlite3-dev
 
-# A package list of its own: the machine's settings stay as they are.
-mkdir -p "$cache/apt/lists/partial" "$cache/apt/archives/partial"
-for suite in debian:bookworm debian-security:bookworm-security; do
-  echo "deb-src [signed-by=/usr/share/keyrings/debian-archive-keyring.gpg]" \
-    "http://deb.debian.org/${suite/:/ } main"
-done >"$cache/apt/sources.list"
-apt=(-qq -o Dir::Etc::SourceList="$cache/apt/sources.list" -o Dir::Etc::SourceParts=/dev/null
+# A package list of its own, of the machine's own mirrors: its settings stay as they are.
+mkdir -p "$cache/apt/parts" "$cache/apt/lists/partial" "$cache/apt/archives/partial"
+for list in /etc/apt/sources.list /etc/apt/sources.list.d/debian.sources; do
+  [ ! -e "$list" ] || sed 's/^Types: deb$/Types: deb-src/; s/^deb /deb-src /' "$list" >"$cache/apt/parts/${list##*/}"
+done
+apt=(-qq -o Dir::Etc::SourceList=/dev/null -o Dir::Etc::SourceParts="$cache/apt/parts"
   -o Dir::State::Lists="$cache/apt/lists" -o Dir::Cache="$cache/apt" -o APT::Sandbox::User=root)
 apt-get "${apt[@]}" update
 # The newest one that the mirror really has.
