@@ -27,16 +27,6 @@ constexpr Address kReservedPart = 64;
 // How far one look is good for. A stack's limits can change, so deeper levels look again.
 constexpr Address kStep = Address{1024} * 1024;
 
-// Where this thread needs no further look; empty at first.
-struct Window {
-  Address low = 0;
-  Address size = 0;
-
-  [[nodiscard]] bool covers(Address address) const noexcept { return address - low < size; }
-};
-
-thread_local constinit Window window;
-
 struct Stack {
   Address low = 0;
   Address size = 0;  // 0 where it cannot be told
@@ -64,28 +54,27 @@ bool has_room(Address address) noexcept {
     // Not the thread's own stack, but one that a coroutine library made. Its end is not known: the
     // interpreter's count has to do. The window must not reach into the thread's own.
     const Address low = address < stack.low ? address - kStep : std::max(end, address - kStep);
-    window = {low, address - low + 1};
+    stack_window = {low, address - low + 1};
     return true;
   }
   const Address floor = stack.low + std::max(kStackReserve, stack.size / kReservedPart);
   if (address < floor) return false;
   const Address low = std::max(floor, address - kStep);
-  window = {low, end - low};
+  stack_window = {low, end - low};
   return true;
 }
 
 }  // namespace
 
-KnownStack RecursionLevel::known_;
+thread_local constinit StackWindow stack_window;
 
 void RecursionLevel::enter(std::uintptr_t address) {
   // The interpreter counts levels, not bytes: a raised limit or a small thread stack needs the
   // second look.
-  if (!window.covers(address) && !has_room(address)) {
+  if (!stack_window.covers(address) && !has_room(address)) {
     raise(PyExc_RecursionError, "maximum stack depth exceeded%s", kWhere);
   }
   if (Py_EnterRecursiveCall(kWhere) != 0) throw PythonError{};
-  if (watches_usable) known_ = {thread_->id, window.low, window.size};
 }
 
 }  // namespace typed_shapes

@@ -7,24 +7,25 @@
 
 namespace typed_shapes {
 
-// The part of a stack where a level may begin without a further look, for the thread that had the
-// last one. The interpreter's lock guards it.
-struct KnownStack {
-  std::uint64_t thread = 0;  // its number, which no other thread ever has; 0: none
+// The part of a thread's stack where a level may begin without a further look; empty at first.
+struct StackWindow {
   std::uintptr_t low = 0;
   std::uintptr_t size = 0;
+
+  [[nodiscard]] bool covers(std::uintptr_t address) const noexcept { return address - low < size; }
 };
 
+extern thread_local constinit StackWindow stack_window;
+
 // Counts one level of native recursion and refuses, with RecursionError, where the interpreter's
-// limit or the real stack of the thread runs out. Every call of the module takes one, and so must
-// what calls itself without the interpreter's help.
+// limit or the real stack of the thread runs out. Every call that may run Python code takes one,
+// and so must what calls itself without the interpreter's help.
 class RecursionLevel {
  public:
   RecursionLevel() : thread_(PyThreadState_Get()) {
     const auto address = reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0));
-    const bool is_known = thread_->id == known_.thread && address - known_.low < known_.size;
-    if (is_known && thread_->recursion_remaining > 0) {
-      --thread_->recursion_remaining;  // as Py_EnterRecursiveCall does
+    if (watches_usable && thread_->recursion_remaining > 0 && stack_window.covers(address)) {
+      --thread_->recursion_remaining;  // as Py_EnterRecursiveCall does in this version
     } else {
       enter(address);
     }
@@ -40,9 +41,8 @@ class RecursionLevel {
   RecursionLevel& operator=(const RecursionLevel&) = delete;
 
  private:
-  void enter(std::uintptr_t address);
+  static void enter(std::uintptr_t address);
 
-  static KnownStack known_;
   PyThreadState* thread_;
 };
 
