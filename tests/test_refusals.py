@@ -89,6 +89,7 @@ OTHERWISE = """
 CheckpointManifest.from_raw({**MANIFEST, "canonical_id_to_filename": 5})  # TypeError: 'int' object is not iterable
 masks(ok=HALF, a=np.array([1.0, -0.0, 0.5], np.float16))  # SchemaError: UniverseMasks['a'] has invalid float16 state value at index 1
 coerce_graph({"type": []})  # TypeError: unhashable type: 'list'
+TargetInstrumentEntry.from_raw(5, 3)  # ValueError: target_instruments[3] must be an object
 WindowSpec(1, 2).picked("x")  # TypeError: '
 masks()["x"]  # KeyError: 'x'
 len(CostResult(np.zeros(())))  # TypeError: len() of unsized object
