@@ -50,6 +50,8 @@ FOREIGN = [
     (r"crashed in \S* ?PyContextVar_Set", "np.allclose(HALF.view(ArrayChild), HALF, rtol=0)"),
     (r"crashed in (lib\S+ )+PyObject_GetIter _PyEval_EvalFrameDefault", "PAIRS({1: 2})"),
     (r"crashed in _multiarray_umath", "np.isnan(HALF.view(ArrayChild))"),
+    (r"inspect\.signature\(.* keeps blocks", "inspect.signature(rebound)"),
+    (r"pickle\.loads\(.* keeps blocks", "pickle.loads(PICKLED_PLAIN)"),
 ]
 FRAME = re.compile(r"(.*/)?(?P<library>.*)\((?P<symbol>\w*).*\) ?\[0x\w+\]")
 

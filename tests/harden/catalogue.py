@@ -194,6 +194,8 @@ def fresh_names() -> dict[str, Any]:
     loop: dict[str, Any] = {"type": "x"}
     loop["children"] = [loop]
     leaf = {"type": "feature", "name": "close"}
+    plain = object.__new__(PLAIN)
+    vars(plain).update(value=1, other=2, third=3, fourth=4)
     half, loose = np.array([np.nan, 0.0, 1.0], np.float16), np.arange(8.0)[::2]
     state = {"a": [1, (2.5, None)], "b": {"c": half, "d": float("nan")}, "e": loose}
     return {
@@ -207,6 +209,7 @@ def fresh_names() -> dict[str, Any]:
         "OTHER": {"a": (1, [2.5, None]), "b": {"c": half.copy(), "d": float("nan")}, "e": loose},
         "PAIRS": lambda items: [[(items, n) for n in range(9)], [p[0] for p in items.items()]],
         "PICKLED": pickle.dumps(ts.ParamSpec("p", window=ts.WindowSpec(1, 5)), 5),
+        "PICKLED_PLAIN": pickle.dumps(plain, 5),
         "RING": ring,
         "STAGE": {"a": np.zeros((5, 2)), "b": {"v": np.zeros(5), "deep": {}}, "c": 7},
         "STATE": state,

@@ -28,6 +28,7 @@ ELSEWHERE = {
     "raise(PyExc_ImportError,": "a second interpreter",
     "check(PyErr_WarnFormat(PyExc_RuntimeWarning, 1,": "another minor version",
     "raise(PyExc_RuntimeError,": "a second module object",
+    "keywords must be strings": "a caller in C",
 }
 RAISES = re.compile(
     r"(?<!void )\b(raise|raise_exception|raise_schema_error|raise_argument_count|raise_from_pending"
