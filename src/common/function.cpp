@@ -56,22 +56,13 @@ void set_member(NativeFunction* function, Member member, Ref value) {
 
 // --- Calls ---
 
-PyObject* call_function(PyObject* callable, PyObject* const* args, std::size_t nargsf,
-                        PyObject* kwnames) {
-  const NativeFunction* function = as_function(callable);
-  const CallArguments arguments(args, nargsf, kwnames);
-  // Every parameter given by position: the interpreter's own array serves.
-  if (kwnames == nullptr && std::cmp_equal(arguments.positional, function->positional) &&
-      function->positional == function->parameter_count) {
-    return guarded([&] {
-      const RecursionLevel level;
-      return function->body(args);
-    });
-  }
+// Out of line, so that the frame of a call by position stays small.
+[[gnu::noinline]] PyObject* bind_and_call(NativeFunction* function,
+                                          const CallArguments& arguments) {
   return guarded([&] {
     const RecursionLevel level;
     // It may go while its body runs, and with it the defaults: no caller need hold it.
-    const Ref self = Ref::borrow(callable);
+    const Ref self = Ref::borrow(reinterpret_cast<PyObject*>(function));
     PyObject* places[kMaxParameters];
     const std::size_t count = function->parameter_count;
     bind_arguments({function->members[kName],
@@ -81,6 +72,21 @@ PyObject* call_function(PyObject* callable, PyObject* const* args, std::size_t n
                    arguments, {places, count});
     return function->body(places);
   });
+}
+
+PyObject* call_function(PyObject* callable, PyObject* const* args, std::size_t nargsf,
+                        PyObject* kwnames) {
+  NativeFunction* function = as_function(callable);
+  const CallArguments arguments(args, nargsf, kwnames);
+  // Every parameter given by position: the interpreter's own array serves.
+  if (kwnames == nullptr && std::cmp_equal(arguments.positional, function->positional) &&
+      function->positional == function->parameter_count) {
+    return guarded([&] {
+      const RecursionLevel level;
+      return function->body(args);
+    });
+  }
+  return bind_and_call(function, arguments);
 }
 
 PyObject* bind_method(PyObject* function, PyObject* instance, PyObject* /*owner*/) {

@@ -22,7 +22,7 @@ extern thread_local constinit StackWindow stack_window;
 // and so must what calls itself without the interpreter's help.
 class RecursionLevel {
  public:
-  RecursionLevel() : thread_(PyThreadState_Get()) {
+  [[gnu::always_inline]] RecursionLevel() : thread_(PyThreadState_Get()) {
     const auto address = reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0));
     if (watches_usable && thread_->recursion_remaining > 0 && stack_window.covers(address)) {
       --thread_->recursion_remaining;  // as Py_EnterRecursiveCall does in this version
