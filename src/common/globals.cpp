@@ -41,8 +41,7 @@ Ref held(const Slot& slot) {
 
 Ref lookup(PyObject* name) {
   const Ref module = held(module_slot);
-  PyObject* value = PyDict_GetItemWithError(PyModule_GetDict(module.get()), name);
-  if (value != nullptr) return Ref::borrow(value);
+  if (PyObject* value = PyDict_GetItemWithError(dict(), name)) return Ref::borrow(value);
   check_indicator();
   return builtin(name);
 }

@@ -1,7 +1,6 @@
 #include "common/objects.h"
 
 #include <algorithm>
-#include <iterator>
 #include <vector>
 
 #include "common/scopes.h"
@@ -28,15 +27,14 @@ Ref get(PyObject* mapping, PyObject* key) { return get_or(mapping, key, Py_None)
 
 Ref call_keywords(PyObject* callable, std::span<PyObject* const> positional,
                   std::span<const Keyword> keywords) {
-  const auto is_left_out = [](const Keyword& keyword) { return keyword.value == nullptr; };
+  const auto is_given = [](const Keyword& keyword) { return keyword.value != nullptr; };
   std::vector<PyObject*> stack(positional.begin(), positional.end());
   stack.reserve(positional.size() + keywords.size());
-  Ref keyword_names =
-      own(PyTuple_New(std::ssize(keywords) - std::ranges::count_if(keywords, is_left_out)));
+  Ref keyword_names = own(PyTuple_New(std::ranges::count_if(keywords, is_given)));
   // Filled at once: a collection would show it to others.
   Py_ssize_t place = 0;
   for (const Keyword& keyword : keywords) {
-    if (is_left_out(keyword)) continue;
+    if (!is_given(keyword)) continue;
     PyTuple_SET_ITEM(keyword_names.get(), place++, Py_NewRef(keyword.name));
     stack.push_back(keyword.value);
   }

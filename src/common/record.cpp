@@ -132,8 +132,8 @@ Ref Record::allocate() const {
 void Record::fill(PyObject* instance, PyObject* const* values) const {
   if (has_inline_fields_ && store_inline_fields(instance, values, table_.fields.size())) return;
   const Ref held_names = globals::held(field_names_);
-  for (Py_ssize_t i = 0; i < PyTuple_GET_SIZE(held_names.get()); ++i) {
-    check(PyObject_GenericSetAttr(instance, PyTuple_GET_ITEM(held_names.get(), i), *values++));
+  for (PyObject* name : field_names()) {
+    check(PyObject_GenericSetAttr(instance, name, *values++));
   }
 }
 
@@ -160,7 +160,7 @@ Ref Record::attribute(PyObject* instance, std::size_t index) {
     if (PyObject* value = inline_field(instance, index)) return Ref::borrow(value);
   }
   const Ref held_names = globals::held(field_names_);
-  return get_attr(instance, PyTuple_GET_ITEM(held_names.get(), static_cast<Py_ssize_t>(index)));
+  return get_attr(instance, field_names()[index]);
 }
 
 Ref Record::build_accepted(PyObject* const* values) const {
