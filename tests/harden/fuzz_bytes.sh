@@ -7,22 +7,21 @@ set -euo pipefail
 cd "$(dirname "$0")/../.."
 bin=$PWD/.venv/bin
 build=$PWD/build/atheris
-command -v clang++ >/dev/null || { echo "clang is missing (Debian: the package clang)"; exit 1; }
+. scripts/build_for.sh
+need clang
 
 [ $# -gt 0 ] || set -- -max_total_time=600 build/found tests/harden/corpus
 
 # The runtimes are not linked in: atheris has its own with libFuzzer inside, and that is preloaded.
-"$bin/cmake" -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+build_for "$bin/python" atheris -DCMAKE_BUILD_TYPE=RelWithDebInfo -DTYPED_SHAPES_WERROR=OFF \
   -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_TRY_COMPILE_TARGET_TYPE=STATIC_LIBRARY \
   -DCMAKE_CXX_FLAGS="-fsanitize=address,fuzzer-no-link -fno-omit-frame-pointer" \
-  -DCMAKE_MODULE_LINKER_FLAGS=-fno-sanitize=all -DPython_EXECUTABLE="$bin/python" \
-  -DCMAKE_MAKE_PROGRAM="$bin/ninja" -DCMAKE_INSTALL_PREFIX="$build/site" >/dev/null
-"$bin/cmake" --build "$build" --target install >/dev/null
+  -DCMAKE_MODULE_LINKER_FLAGS=-fno-sanitize=all
 
 mkdir -p build/found
 preloaded=$("$bin/python" -c 'import atheris; print(atheris.path())')/asan_with_fuzzer.so
 status=0
-LD_PRELOAD=$preloaded PYTHONMALLOC=malloc PYTHONPATH=$build/site:$PWD/tests \
+LD_PRELOAD=$preloaded PYTHONMALLOC=malloc \
   ASAN_OPTIONS=detect_leaks=0:allocator_may_return_null=1:quarantine_size_mb=64 \
   "$bin/python" -m harden.fuzz_bytes -max_len=1000 -len_control=0 -timeout=60 -rss_limit_mb=4096 \
   -print_final_stats=1 -artifact_prefix="$build/" "$@" >"$build/log" 2>&1 || status=$?
