@@ -95,12 +95,14 @@ def test_arguments_bind_as_the_line_says(function: Any) -> None:
                 assert error == expected_error(name, parameters, given, keywords), (given, keywords)
 
 
-def test_what_only_c_callers_and_the_collector_reach() -> None:
+def test_keywords_of_callers_in_c_are_strings() -> None:
     call = pytest.importorskip("_testcapi").pyobject_vectorcall
     for keywords in ((1,), ("bogus", 1)):
         with pytest.raises(TypeError, match=r"^coerce_state\(\) keywords must be strings$"):
             call(ts.coerce_state, (1, 2, 3)[: 1 + len(keywords)], keywords)
-    # What a watch keeps of a class is shown to nobody who could change it.
+
+
+def test_the_collector_shows_nobody_what_a_watch_keeps() -> None:
     init = vars(ts.WindowSpec)["__init__"]
     assert sum(type(holder) is dict for holder in gc.get_referrers(init)) == 1
 

@@ -217,9 +217,8 @@ def sweep(text: str, path: Any, run: int, stride: int = 1) -> tuple[int, list[st
 
 def start_worker() -> None:
     sys.setrecursionlimit(150)  # payloads that contain themselves end soon
-    sys.unraisablehook = lambda _: (
-        None
-    )  # generators of the library that there is no memory to close
+    # Of generators of the library that there is no memory to close.
+    sys.unraisablehook = lambda _: None
     gc.collect()
     gc.freeze()
 
