@@ -9,6 +9,7 @@ GROUPS = {
     "product": ["src/*/*.cpp", "src/*/*.h", "cli/*/*.py", "functions/*.pyi"],
     "tools, examples": ["scripts/*", "examples/*.py", "docs/conf.py"],
     "benchmarks": ["benchmarks/*.py"],
+    "build, settings": ["Makefile", "CMakeLists.txt", "pyproject.toml", ".clang-*", ".ci/run"],
     "tests": ["tests/*.py"],
     "harness": ["tests/harden/*.*"],
 }
