@@ -1,6 +1,6 @@
 """Whether the tests and these jobs notice the faults that are planted in a copy of the tree.
 
-Each fault of faults.toml replaces one text of one file; its job, a command line that passes on the
+Each fault of faults.toml edits one text of one file; its job, a command line that passes on the
 copy as it is, must then fail. Words pick the faults that have one of them in their names.
 """
 
@@ -55,9 +55,9 @@ def main() -> int:
     killed = 0
     for path, name, fault in faults:
         text = path.read_text()
-        assert text.count(fault["old"]) == 1, f"no such place: {name}"
+        assert text.count(fault["edit"][0]) == 1, f"no such place: {name}"
         try:
-            path.write_text(text.replace(fault["old"], fault["new"]))
+            path.write_text(text.replace(*fault["edit"]))
             status = status_of(fault["job"])
         finally:
             path.write_text(text)
