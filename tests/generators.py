@@ -4,8 +4,6 @@ A generator takes the source, and gives a function and its arguments. `agree` in
 what it gives down both paths. Parts that call back and do harm are the matter of harden/hostile.py.
 """
 
-from __future__ import annotations
-
 import copy
 import dataclasses
 import math

@@ -1,12 +1,14 @@
-"""The examples in the documentation give the output that they show."""
-
-from __future__ import annotations
+"""What users are told: the examples of the documentation, what an editor completes and shows."""
 
 import doctest
 import re
+import shutil
+from dataclasses import fields
 from pathlib import Path
 
+import jedi
 import pytest
+from quillmere.functions import _typed_shapes as ts
 
 ROOT = Path(__file__).parent.parent
 RULES = ROOT / "docs" / "records" / "index.md"
@@ -23,3 +25,20 @@ def test_page(page: Path) -> None:
     failed, attempted = doctest.DocTestRunner(optionflags=doctest.ELLIPSIS).run(test)
     assert failed == 0
     assert attempted == text.count("\n>>> ")
+
+
+def test_completion_shows_the_fields_of_a_graph(tmp_path: Path) -> None:
+    """From the stub, in a package with an `__init__.py`; and from the object, as IPython does."""
+    (package := tmp_path / "quillmere" / "functions").mkdir(parents=True)
+    for made in (package / "__init__.py", package.parent / "__init__.py"):
+        made.touch()
+    shutil.copy(ROOT / "functions" / "_typed_shapes.pyi", package)
+    project = jedi.Project(tmp_path, sys_path=[str(tmp_path)])
+    code = "from quillmere.functions._typed_shapes import coerce_graph as of\nof({}).children[0]."
+    script = jedi.Script(code, project=project)
+    written, hover = script.complete(), script.help(1, 50)[0].docstring()
+    graph = ts.coerce_graph({"op": "rank", "args": [{"op": "close"}]})
+    live = jedi.Interpreter("g.", [{"g": graph}]).complete()
+    for found in (written, live):
+        assert {field.name for field in fields(graph)} <= {name.name for name in found}
+    assert hover.startswith("coerce_graph(raw: Any) -> FunctionGraphNode\n\nParse a whole graph")

@@ -1,7 +1,5 @@
 """Native functions: what they show, and how they take arguments."""
 
-from __future__ import annotations
-
 import copy
 import functools
 import gc

@@ -1,7 +1,5 @@
 """The module frame: names, texts, loading."""
 
-from __future__ import annotations
-
 import os
 import subprocess
 import sys
@@ -27,6 +25,8 @@ StateValue coerce_state states_equal _states_value_equal""".split()
 
 OTHER_PYTHONS = sorted(Path("build").glob("python3.*/venv/bin/python"))
 BEFORE = """
+import dataclasses, gc, importlib.util, sys
+name = "quillmere.functions._typed_shapes"
 def refusal(call, *arguments):
     try:
         call(*arguments)
@@ -68,8 +68,7 @@ def test_constants() -> None:
 SCRIPTS = {
     "one_module_object_in_a_process": """
 import _xxsubinterpreters as interpreters
-import ctypes, importlib, importlib.util, sys, types
-name = "quillmere.functions._typed_shapes"
+import ctypes, types
 first = importlib.import_module(name)
 assert importlib.reload(first) is first
 del sys.modules[name]
@@ -89,8 +88,6 @@ assert refusal(interpreters.run_string, interpreters.create(), f"import {name}")
     "can only be loaded into one interpreter per process.")
 """,
     "a_failed_import_leaves_nothing_behind": """
-import gc, importlib, sys
-name = "quillmere.functions._typed_shapes"
 for missing in ("numpy", "dataclasses", "typing"):
     kept = sys.modules.get(missing)
     for _ in range(3):
@@ -104,29 +101,9 @@ for missing in ("numpy", "dataclasses", "typing"):
 ts = importlib.import_module(name)
 assert ts.coerce_graph({"op": "zscore"}).type == "rotation"
 """,
-    "an_import_that_runs_out_of_memory_leaves_nothing_behind": """
-import dataclasses, importlib.util, sys
-try:
-    import _testcapi
-except ImportError:  # some distributions leave it out
-    sys.exit()
-original = dataclasses.dataclass
-spec = importlib.util.find_spec("quillmere.functions._typed_shapes")
-def failing(*arguments, **options):
-    _testcapi.set_nomemory(0, 1000)
-    raise MemoryError
-dataclasses.dataclass, module = failing, importlib.util.module_from_spec(spec)
-try:
-    spec.loader.exec_module(module)
-except MemoryError:
-    _testcapi.remove_mem_hooks()
-assert spec.name not in sys.modules
-dataclasses.dataclass = original
-assert importlib.import_module(spec.name).coerce_graph({"op": "zscore"}).type == "rotation"
-""",
     "an_error_in_the_body_can_be_recovered_from": """
-import dataclasses, gc, importlib, weakref
-original, seen, name = dataclasses.dataclass, [], "quillmere.functions._typed_shapes"
+import weakref
+original, seen = dataclasses.dataclass, []
 def failing(cls=None, **options):
     if cls is None:
         return original(**options)
@@ -154,9 +131,8 @@ gc.collect()
 assert gone() is None
 """,
     "what_outlives_a_failed_import_finds_nothing_loaded": """
-import dataclasses, importlib, sys, typing
-name, told = "quillmere.functions._typed_shapes", []
-original, iterable = dataclasses.dataclass, typing.Iterable
+import typing
+told, original, iterable = [], dataclasses.dataclass, typing.Iterable
 class Last:
     def __del__(self):
         told.append(refusal(kept.InvalidFunctionStateError, "x"))
@@ -225,15 +201,15 @@ stack = ctypes.create_string_buffer(2**20)
 library = ctypes.PyDLL(None)
 library.getcontext(inside)
 # uc_link, uc_stack.ss_sp, uc_stack.ss_size
-for at, value in (8, outside), (16, stack), (32, len(stack)):
-    word = value if isinstance(value, int) else ctypes.addressof(value)
+address = ctypes.addressof
+for at, word in (8, address(outside)), (16, address(stack)), (32, len(stack)):
     ctypes.c_size_t.from_buffer(inside, at).value = word
 library.makecontext(inside, entry, 0)
 library.swapcontext(outside, inside)
 assert results == [ts.coerce_state([1])]
 """,
     "a_stack_that_ends_at_another_mapping": """
-import ctypes, os, resource, sys
+import ctypes, os, resource
 # Without randomisation there are 128 MiB below the main thread's stack.
 if ctypes.CDLL(None).personality(0x40000) == 0 and not os.environ.get("AGAIN"):
     os.environ["AGAIN"] = "yes"
@@ -279,9 +255,8 @@ def test_in_a_process_of_its_own(name: str) -> None:
 
 
 OTHER_VERSION = """
-import importlib.machinery, importlib.util, pathlib, sys, warnings, copy, pickle
+import importlib.machinery, pathlib, warnings, copy, pickle
 sys.path.append(str(pathlib.Path(MODULE_FILE).parents[2]))
-name = "quillmere.functions._typed_shapes"
 loader = importlib.machinery.ExtensionFileLoader(name, MODULE_FILE)
 spec = importlib.util.spec_from_loader(name, loader)
 with warnings.catch_warnings(record=True) as caught:

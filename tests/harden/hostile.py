@@ -5,9 +5,6 @@ an action. On both paths result, log of the slots and payload afterwards must be
 thrown comes out as that very object; the module answers as ever; nothing hostile stays alive.
 """
 
-from __future__ import annotations
-
-import argparse
 import contextlib
 import functools
 import gc
@@ -24,7 +21,7 @@ from unittest import mock
 
 import numpy as np
 from quillmere.functions import _typed_shapes as ts
-from support import Registered, canonical_path, outcome, python_calls
+from support import SEED, Registered, canonical_path, outcome, python_calls
 
 from harden.catalogue import TAKEN, Call, every_text
 
@@ -57,7 +54,7 @@ OTHER_THREAD = ThreadPoolExecutor(1)
 class Run:
     """One call: the slots that its hostile part met, and what is to happen in one of them."""
 
-    current: Run | None = None
+    current: Any = None
     tokens: weakref.WeakSet[Any] = weakref.WeakSet()  # one for each hostile part alive
 
     def __init__(self, site: Any, slot: str = "", delay: int = 0, action: str = "") -> None:
@@ -111,14 +108,12 @@ class Run:
         return same and traceback.tb_frame.f_code is Run.throw.__code__
 
     def was_handled(self, came: str) -> bool:
-        kind = type(self.thrown).__name__
         if self.slot == "__del__":
             return ("unraisable", True) in self.log
-        if (
-            kind == "TypeError" and "StateArray" in came
-        ):  # after which arrays are compared otherwise
-            return True
-        return self.slot in HANDLED.get(kind, "").split() or any(map(came.count, NUMPY_HANDLED))
+        kind = type(self.thrown).__name__
+        elsewhere = ("StateArray",) * (kind == "TypeError")  # arrays are compared otherwise then
+        is_handled = self.slot in HANDLED.get(kind, "").split()
+        return is_handled or any(map(came.count, NUMPY_HANDLED + elsewhere))
 
 
 def meet(slot: str, *given: Any) -> None:
@@ -183,9 +178,8 @@ def hostile_class(base: type, kind: str) -> Any:
     child, is_array = kind == "child", issubclass(base, np.ndarray)
     body = {name: slot_method(name, base, kind) for name in SLOTS if getattr(base, name, None)}
     if not is_array:  # NumPy looks them up for itself, and goes on with an error pending
-        body["__getattribute__"] = slot_method(
-            "__getattribute__", base if child else object, "child"
-        )
+        owner = base if child else object
+        body["__getattribute__"] = slot_method("__getattribute__", owner, "child")
     body |= {"__class__": property(claimed), "__del__": lambda self: meet("__del__")}
     if child:
         body |= {name: Attribute(name) for name in getattr(base, "__match_args__", ())}
@@ -334,15 +328,11 @@ def note_unraisable(info: Any) -> None:
 
 
 def main() -> int:
-    parser = argparse.ArgumentParser()
-    parser.add_argument("--quick", action="store_const", dest="cells", const=5_000, default=20_000)
-    parser.add_argument("--cells", type=int)
-    parser.add_argument("--seed", type=int, default=1)
-    options = parser.parse_args()
+    cells = 5_000 if "--quick" in sys.argv else 20_000
     sys.unraisablehook = note_unraisable
     gc.disable()
-    rng, met, faults = random.Random(options.seed), Counter[str](), 0
-    sites: list[Any] = []
+    rng, met = random.Random(SEED), Counter[str]()
+    sites, faults = list[Any](), list[Any]()
     for text in TEXTS:
         names = [name for name in GLOBALS if name in text] + rng.sample(RELIED_ON, 3)
         with (run := Run((text, names, -1, ""))).undo:
@@ -351,11 +341,10 @@ def main() -> int:
     gc.freeze()
 
     def look(site: Any, *cell: Any) -> list[Any]:
-        nonlocal faults
         log, acted, wrong = both(site, *cell)
         met[cell[0]] += acted
         if wrong:
-            faults += 1
+            faults.append(site)
             print(*site, cell, wrong)
         return log
 
@@ -370,16 +359,15 @@ def main() -> int:
     # By turns any, and one of each slot, so that rare ones have their share.
     anywhere = [site for sites in asking.values() for site in sites]
     rare = itertools.cycle(filter(None, asking.values()))
-    for number in range(options.cells):
-        if faults > 20:
+    for number in range(cells):
+        if len(faults) > 20:
             break
         site, slot, times = rng.choice(next(rare) if number % 2 else anywhere)
         look(site, slot, rng.randrange(min(4, times)), rng.choice(list(ACTIONS)))
-    print("met:", ", ".join(f"{slot} {met[slot]:,}" for slot in EVERY_SLOT))
-    print(f"seed {options.seed}, never met: {never}")
+    print(f"seed {SEED}, met {dict(met)}, never met: {never}")
     print(
-        f"figures: {met.total() - met['']:,} of {options.cells:,} cells met, "
-        f"{len(sites):,} places, {len(EVERY_SLOT)} slots, {faults} faults"
+        f"figures: {met.total() - met['']:,} of {cells:,} cells met, "
+        f"{len(sites):,} places, {len(EVERY_SLOT)} slots, {len(faults)} faults"
     )
     return bool(faults or never)
 

@@ -4,8 +4,6 @@ Every call of the catalogue, or those with the words given in their texts, is ma
 either path. With `--sites` the lines of the C++ sources that raise are listed that no call reaches.
 """
 
-from __future__ import annotations
-
 import contextlib
 import dataclasses
 import gc

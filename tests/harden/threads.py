@@ -5,8 +5,6 @@ finalizers let go of the lock. What comes out is a legal outcome, what nobody ch
 right, and in the end nothing is left over.
 """
 
-from __future__ import annotations
-
 import gc
 import random
 import subprocess
@@ -24,7 +22,7 @@ from support import DictChild
 QUICK = "--quick" in sys.argv
 SECONDS, ITERATIONS = (3, 2) if QUICK else (60, 20)
 # Left out: what changes the whole process, watches its warnings or starts others, and jedi.
-LEFT_OUT = "agreement cli dask docs editors module"
+LEFT_OUT = "agreement cli dask docs module"
 SUITE = ["-m", "pytest", "-q", "--parallel-threads=8", f"--iterations={ITERATIONS}",
          "-k", "not attributes_can_be_changed" + " and not million" * QUICK,
          "--skip-thread-unsafe=true", "--mark-hypothesis-as-unsafe",

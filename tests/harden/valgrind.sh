@@ -20,19 +20,11 @@ valgrind --quiet --leak-check=full --show-leak-kinds=definite --errors-for-leak-
 import sys
 import xml.etree.ElementTree as tree
 
-reports = {"ours": [], "others'": []}
-for error in tree.parse(sys.argv[1]).iter("error"):
-    text = error.findtext("what") or error.findtext("xwhat/text")
-    frames = [(f.findtext("fn"), f.findtext("obj", "")) for f in error.iter("frame")]
-    whose = "ours" if any("_typed_shapes" in obj for _, obj in frames) else "others'"
-    reports[whose].append((error.findtext("kind"), text, [fn for fn, _ in frames[:25]]))
-for kind, text, functions in reports["ours"]:
-    print(kind, text, *functions, sep="\n    ")
-counts = [
-    f"{sum(leak == kind.startswith('Leak_') for kind, *_ in found)} {whose} among the {what}"
-    for leak, what in ((False, "errors"), (True, "definite leaks"))
-    for whose, found in reports.items()
-]
-print("figures:", sys.argv[2], "under memcheck;", ", ".join(counts))
-sys.exit(bool(reports["ours"]) or int(sys.argv[3]))
+errors = [*tree.parse(sys.argv[1]).iter("error")]
+ours = [e for e in errors if any("_typed_shapes" in f.findtext("obj", "") for f in e.iter("frame"))]
+leaks = [e for e in ours if e.findtext("kind", "").startswith("Leak_")]
+print(*(tree.tostring(error, "unicode") for error in ours), sep="\n")
+print(f"figures: {sys.argv[2]} under memcheck; {len(ours) - len(leaks)} errors and {len(leaks)} definite leaks "
+      f"of ours, {len(errors) - len(ours)} of others")
+sys.exit(bool(ours) or int(sys.argv[3]))
 PYTHON
