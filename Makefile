@@ -91,10 +91,10 @@ format: $(VENV)/lint-tools ## Format all sources
 sanitize: $(VENV)/installed ## Run the tests under AddressSanitizer and UndefinedBehaviorSanitizer
 	scripts/sanitize.sh $(PYTEST_ARGS)
 
-harden: $(VENV)/installed $(VENV)/harden-tools ## Try everything to break the module; takes an hour, writes docs/reliability.md
+harden: $(VENV)/installed $(VENV)/harden-tools $(OTHER_PYTHONS) ## Try everything to break the module; takes an hour, writes docs/reliability.md
 	$(BIN)/python tests/harden/run.py $(HARDEN_ARGS)
 
-harden-quick: $(VENV)/installed $(VENV)/harden-tools ## Those of its jobs that fit into every CI run
+harden-quick: $(VENV)/installed $(VENV)/harden-tools $(OTHER_PYTHONS) ## Those of its jobs that fit into every CI run
 	$(BIN)/python tests/harden/run.py --quick $(HARDEN_ARGS)
 
 wheel: $(VENV)/wheel-tools ## Build the sdist and the wheel into dist/ (WHEEL_ARGS=--check: twice, and compare)
