@@ -44,11 +44,13 @@ def describe(*values: Any) -> Any:
     """Values as one comparable tree, in which every object is numbered where it is first met: what
     is shared, among the values as well, stands as its number."""
     numbers: dict[int, int] = {}
+    kept: list[Any] = []  # items that are made to be looked at, too: else two have one id
 
     def look(value: Any) -> Any:
         kind, number = type(value), len(numbers)
         if value is None or kind is bool:
             return value
+        kept.append(value)
         if numbers.setdefault(id(value), number) != number:
             return numbers[id(value)]
         if issubclass(kind, np.ndarray):
