@@ -189,6 +189,28 @@ for cls in vars(ts).values():
     assert type(cls(*arguments)) is type(cls(*arguments)) is cls
     assert len(calls) == 2, cls
 """,
+    "what_was_changed_before_the_import_is_followed": """
+import builtins, math
+import numpy as np
+decorate, base, inits = dataclasses.dataclass, object, []
+def wrapping(cls=None, **options):
+    if cls is None:
+        return lambda cls: wrapping(cls, **options)
+    builtins.object = base
+    made = decorate(cls, **options)
+    if made.__name__ == "WindowSpec":
+        init = made.__init__
+        made.__init__ = lambda self, *values: inits.append(values) or init(self, *values)
+    if made.__name__ == "HistoryData":
+        builtins.object = dict  # for the class that comes next
+    return made
+dataclasses.dataclass, np.allclose, math.isnan = wrapping, lambda *a, **b: False, lambda x: False
+import quillmere.functions._typed_shapes as ts
+assert ts.WindowSpec(1, 2).minimum == 1 and inits == [(1, 2)]
+assert dict.get(ts.CostResult(np.zeros(1)), "a") is None
+assert not ts.states_equal(np.zeros(2), np.zeros(2))
+assert not ts.states_equal(math.nan, math.nan)
+""",
     "a_stack_that_the_thread_library_does_not_know": """
 import ctypes
 import quillmere.functions._typed_shapes as ts

@@ -10,7 +10,7 @@ from unittest import mock
 import numpy as np
 import pytest
 from quillmere.functions import _typed_shapes as ts
-from support import both_paths, canonical_path
+from support import both_paths, canonical_path, python_calls
 
 Node, Scalar, Map, Seq = ts.FunctionGraphNode, ts.StateScalar, ts.StateMapping, ts.StateSequence
 RAW = {"type": "rotation", "children": [{"type": "feature", "name": "close"}]}
@@ -155,6 +155,16 @@ def test_patched_hooks_run(hook: str, times: int) -> None:
 def test_patches_of_code_and_of_modules_are_followed(monkeypatch: pytest.MonkeyPatch) -> None:
     monkeypatch.setattr(Node.__init__, "__defaults__", ("patched", *Node.__init__.__defaults__[1:]))
     assert Node("x").node == "patched"
+    cell = ts.StageData.__init__.__closure__[-1]
+    with monkeypatch.context() as patch:
+        patch.setattr(cell, "cell_contents", list)
+        pytest.raises(ts.SchemaError, ts.StageData).match("opaque must be a dict; got list")
+    from_raw = vars(ts.ParamSpec)["from_raw"]
+    kept = from_raw.__func__
+    from_raw.__init__(lambda cls, name, raw: name)
+    assert ts.ParamSpec.from_mapping({"a": {}}) == ["a"]
+    from_raw.__init__(kept)
+    assert ts.ParamSpec.from_mapping({"a": {}}) == [ts.ParamSpec("a")]
     monkeypatch.setattr(ts.Evidence, "__init__", ts.Evidence)
     pytest.raises(RecursionError, ts.Evidence)
     body = {"__getattribute__": lambda self, name: {} if name == "isnan" else vars(math)[name]}
@@ -171,6 +181,7 @@ def test_rebound_collaborators_are_followed() -> None:
         times = spy.call_count
         assert ts.states_equal(*pair) is True
         assert spy.call_count == times > 0
+    assert not python_calls(lambda: ts.states_equal(*pair))
     with mock.patch.object(np, "allclose", side_effect=OSError):
         pytest.raises(OSError, ts.states_equal, np.zeros(2), np.zeros(2))
 

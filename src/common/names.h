@@ -32,6 +32,7 @@ namespace typed_shapes {
   X(coerce_state, "coerce_state")                           \
   X(compare, "compare")                                     \
   X(config, "config")                                       \
+  X(core, "core")                                           \
   X(CostResult, "CostResult")                               \
   X(dag_metadata, "dag_metadata")                           \
   X(data, "data")                                           \
@@ -124,6 +125,7 @@ namespace typed_shapes {
   X(tick_timestamp, "tick_timestamp")                       \
   X(total, "total")                                         \
   X(type, "type")                                           \
+  X(underscored_core, "_core")                              \
   X(Union, "Union")                                         \
   X(UniverseMasks, "UniverseMasks")                         \
   X(value, "value")                                         \

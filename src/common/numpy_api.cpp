@@ -9,15 +9,26 @@ namespace {
 
 DictWatch numpy_names;
 
+// Where NumPy itself has its functions from: what somebody bound in `numpy` before us differs. By
+// its name since NumPy 2, and by the older one, beside which a near-empty stub of the newer may be.
+Ref numpy_core(PyObject* numpy) {
+  for (PyObject* name : {names.underscored_core, names.core}) {
+    Ref core = own_attribute(PyObject_GetAttr(numpy, name));
+    if (core && own_attribute(PyObject_GetAttr(core.get(), names.allclose))) return core;
+  }
+  return Ref::borrow(numpy);
+}
+
 }  // namespace
 
 void import_numpy_api(PyObject* numpy) {
   check(_import_array());
   numpy_names.start_module(numpy);
+  const Ref core = numpy_core(numpy);
   for (PyObject* name :
        {names.allclose, names.any, names.array_equal, names.asarray, names.bool_, names.flatnonzero,
         names.float16, names.float64, names.isnan, names.signbit}) {
-    numpy_names.expect(name, get_attr(numpy, name).get());
+    numpy_names.expect(name, get_attr(core.get(), name).get());
   }
   // The type that native code tests for.
   numpy_names.expect(names.ndarray, reinterpret_cast<PyObject*>(&PyArray_Type));

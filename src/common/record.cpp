@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 
+#include "common/generated_class.h"
 #include "common/globals.h"
 #include "common/inline_fields.h"
 #include "common/scopes.h"
@@ -106,10 +107,15 @@ void Record::define(vectorcallfunc overlay) {
   field_names_.set(std::move(name_tuple));
 
   Ref made = make_class();
+  auto* type = reinterpret_cast<PyTypeObject*>(made.get());
+  Ref body = own(PyDict_Copy(type->tp_dict));
   Ref record = decorated(made.get());
   globals::bind(table_.name, record.get());
-  if (!watches_usable || record.get() != made.get()) return;
-  auto* type = reinterpret_cast<PyTypeObject*>(record.get());
+  const bool is_frozen = table_.decorator == Decorator::kFrozen;
+  if (!watches_usable || record.get() != made.get() ||
+      !is_as_generated(type, body.get(), field_names(), is_frozen)) {
+    return;
+  }
   has_inline_fields_ = proves_inline_fields(type, field_names());
   watch_.start(type);
   // A documented slot that subclasses do not inherit: they go through type.__call__ as ever.
@@ -156,7 +162,8 @@ Ref Record::field_if_plain(PyObject* instance, std::size_t index) const {
 }
 
 Ref Record::attribute(PyObject* instance, std::size_t index) {
-  if (has_inline_fields_ && is_exact(instance) && untouched() && has_inline_array(instance)) {
+  if (has_inline_fields_ && is_exact(instance) && watch_.attributes_untouched() &&
+      has_inline_array(instance)) {
     if (PyObject* value = inline_field(instance, index)) return Ref::borrow(value);
   }
   const Ref held_names = globals::held(field_names_);

@@ -1,5 +1,9 @@
 #include "common/watch.h"
 
+#include <structmember.h>
+
+#include <cstring>
+
 #include "common/objects.h"
 
 namespace typed_shapes {
@@ -23,7 +27,20 @@ Py_ssize_t size_without_notes(PyObject* attributes) noexcept {
   return PyDict_GET_SIZE(attributes) - static_cast<Py_ssize_t>(has_note);
 }
 
+// The layout is the interpreter's own; it tells where the member is.
+PyObject** function_of_class_method(PyObject* class_method) {
+  const PyMemberDef* member = PyClassMethod_Type.tp_members;
+  while (std::strcmp(member->name, "__func__") != 0) ++member;
+  return reinterpret_cast<PyObject**>(reinterpret_cast<char*>(class_method) + member->offset);
+}
+
 }  // namespace
+
+std::span<PyObject* const> cells_of(PyObject* function) noexcept {
+  PyObject* cells = reinterpret_cast<PyFunctionObject*>(function)->func_closure;
+  if (cells == nullptr) return {};
+  return {&PyTuple_GET_ITEM(cells, 0), static_cast<std::size_t>(PyTuple_GET_SIZE(cells))};
+}
 
 void DictWatch::start(PyObject* dict) {
   good_version_ = bad_version_ = 0;
@@ -56,16 +73,30 @@ void ClassWatch::start(PyTypeObject* type) {
   PyObject_GC_UnTrack(attributes_.get());
   mro_.set(Ref::borrow(type->tp_mro));
   new_ = type->tp_new;
-  init_ = PyDict_GetItemWithError(attributes_.get(), names.init);
-  check_indicator();
-  if (init_ != nullptr && PyFunction_Check(init_)) {
-    init_code_.set(Ref::borrow(PyFunction_GET_CODE(init_)));
-    init_defaults_.set(Ref::borrow(PyFunction_GET_DEFAULTS(init_)));
-  } else {
-    init_ = nullptr;
-  }
+  insides_end_ = insides_.data();
+  kept_.set(own(PyList_New(0)));
+  all_entries(attributes_.get(), [&](PyObject* name, PyObject* value) {
+    if (name == names.init && PyFunction_Check(value)) {
+      auto* init = reinterpret_cast<PyFunctionObject*>(value);
+      note_inside(&init->func_code);
+      note_inside(&init->func_defaults);
+      for (PyObject* cell : cells_of(value)) {
+        note_inside(&reinterpret_cast<PyCellObject*>(cell)->ob_ref);
+      }
+    } else if (Py_IS_TYPE(value, &PyClassMethod_Type)) {
+      note_inside(function_of_class_method(value));
+    }
+    return true;
+  });
+  PyObject_GC_UnTrack(kept_.get());
   good_version_ = bad_version_ = 0;
   type_.set(Ref::borrow(reinterpret_cast<PyObject*>(type)));
+}
+
+void ClassWatch::note_inside(PyObject** place) {
+  if (insides_end_ == insides_.end()) raise(PyExc_SystemError, "too many class methods");
+  if (*place != nullptr) check(PyList_Append(kept_.get(), *place));
+  *insides_end_++ = {place, *place};
 }
 
 bool ClassWatch::recheck() noexcept {

@@ -3,7 +3,9 @@
 // moved is looked into once, so that a patch that was taken back costs nothing afterwards.
 #pragma once
 
+#include <array>
 #include <cstdint>
+#include <span>
 
 #include "common/errors.h"
 
@@ -12,6 +14,9 @@ namespace typed_shapes {
 // The version numbers are 3.11's. Under another minor version every watch reports a change, which
 // sends every call to the canonical path.
 extern bool watches_usable;
+
+// What a Python function keeps of the scope around it.
+[[nodiscard]] std::span<PyObject* const> cells_of(PyObject* function) noexcept;
 
 // Some names of a dictionary, each with the object that it is expected to hold.
 class DictWatch {
@@ -40,7 +45,8 @@ class DictWatch {
   std::uint64_t bad_version_ = 0;
 };
 
-// A class whose attributes, bases and generated __init__ are as they were when the watch started.
+// A class whose attributes, bases, class methods and generated __init__ are as they were when the
+// watch started.
 class ClassWatch {
  public:
   void start(PyTypeObject* type);
@@ -49,8 +55,10 @@ class ClassWatch {
   [[nodiscard]] PyTypeObject* type() const noexcept {
     return reinterpret_cast<PyTypeObject*>(type_.get());
   }
-  [[nodiscard]] bool untouched() noexcept {
-    return type() != nullptr && (is_known_version() || recheck()) && init_untouched();
+  [[nodiscard]] bool untouched() noexcept { return attributes_untouched() && insides_untouched(); }
+  // Enough to read an instance; what makes one may have changed.
+  [[nodiscard]] bool attributes_untouched() noexcept {
+    return type() != nullptr && (is_known_version() || recheck());
   }
 
  private:
@@ -62,20 +70,28 @@ class ClassWatch {
     const unsigned current = version();
     return current != 0 && current == good_version_;
   }
-  // Patching __init__.__code__ or its defaults leaves the class's own version alone.
-  [[nodiscard]] bool init_untouched() const noexcept {
-    return init_ == nullptr || (PyFunction_GET_CODE(init_) == init_code_.get() &&
-                                PyFunction_GET_DEFAULTS(init_) == init_defaults_.get());
+  // What is inside of an attribute changes without the class's own version: code, defaults and
+  // cells of __init__, the function of a class method.
+  [[nodiscard]] bool insides_untouched() const noexcept {
+    for (const Inside* inside = insides_.data(); inside != insides_end_; ++inside) {
+      if (*inside->place != inside->found) return false;
+    }
+    return true;
   }
+  void note_inside(PyObject** place);
   [[nodiscard]] bool recheck() noexcept;
 
   Slot type_;
   Slot attributes_;  // a copy of the class dictionary that the collector shows to nobody
   Slot mro_;
-  newfunc new_ = nullptr;     // taking a patched __new__ back does not bring the slot back
-  PyObject* init_ = nullptr;  // kept alive by attributes_
-  Slot init_code_;
-  Slot init_defaults_;
+  newfunc new_ = nullptr;  // taking a patched __new__ back does not bring the slot back
+  struct Inside {
+    PyObject** place;  // in what attributes_ keeps alive
+    PyObject* found;   // kept alive by kept_
+  };
+  std::array<Inside, 12> insides_{};
+  Inside* insides_end_ = insides_.data();
+  Slot kept_;
   unsigned good_version_ = 0;
   unsigned bad_version_ = 0;
 };

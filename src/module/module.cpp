@@ -1,6 +1,6 @@
 // The module frame: what happens when the interpreter loads the module, in the order in which it
 // happens.
-#include <cstdint>
+#include <new>
 
 #include "common/errors.h"
 #include "common/globals.h"
@@ -23,18 +23,18 @@ constexpr const char* kDoc =
     "``SchemaError`` with field context. No runtime ``isinstance`` dispatch\n"
     "exists after coercion.\n";
 
-// The interpreter that loaded the module first; never reset.
-std::int64_t first_interpreter = -1;
-// Whether it is gone: a runtime that is initialised again counts its interpreters from 0 again.
-bool has_ended = false;
-
+// The first interpreter that loads the module gets a mark, which goes with it: identifiers count
+// from 0 again where a runtime is initialised again.
 void check_interpreter() {
-  const std::int64_t current = check(PyInterpreterState_GetID(PyInterpreterState_Get()));
-  if (first_interpreter == -1) {
-    first_interpreter = current;
-    Py_AtExit([] { has_ended = true; });
+  static bool is_marked = false;
+  PyObject* marks = PyInterpreterState_GetDict(PyInterpreterState_Get());
+  if (marks == nullptr) throw std::bad_alloc();
+  Ref mark = interned(kModuleName);
+  if (!is_marked) {
+    check(PyDict_SetItem(marks, mark.get(), mark.get()));
+    is_marked = true;
   }
-  if (has_ended || first_interpreter != current) {
+  if (!contains(marks, mark.get())) {
     raise(PyExc_ImportError,
           "Interpreter change detected - this module can only be loaded into one interpreter per "
           "process.");

@@ -2,6 +2,8 @@
 // _states_value_equal compares what is typed already.
 #include "state/states_equal.h"
 
+#include <cstring>
+
 #include "common/checks.h"
 #include "state/side_by_side.h"
 #include "state/state_values.h"
@@ -152,7 +154,12 @@ Ref states_equal(PyObject* const* arguments) {
 void define_states_equal() {
   Ref math = globals::lookup(names.math);
   math_names.start_module(math.get());
-  math_names.expect(names.isnan, get_attr(math.get(), names.isnan).get());
+  // The builtin function: one that somebody put in its place before us is never taken for it.
+  Ref isnan = get_attr(math.get(), names.isnan);
+  const bool is_own =
+      PyCFunction_CheckExact(isnan.get()) != 0 &&
+      std::strcmp(reinterpret_cast<PyCFunctionObject*>(isnan.get())->m_ml->ml_name, "isnan") == 0;
+  math_names.expect(names.isnan, is_own ? isnan.get() : math.get());
   define_function(kStatesEqual);
   define_function(kStatesValueEqual);
 }
