@@ -1,15 +1,12 @@
-// What the standard library makes of a class body, as the fast paths know it.
+// What the standard library makes of a record's class body, as the fast paths know it.
 #pragma once
 
-#include <span>
-
-#include "common/ref.h"
+#include "common/record.h"
 
 namespace typed_shapes {
 
-// Whether a class is what `dataclass` makes of this body, a copy of the class's dictionary before:
-// nobody's base, decorator or default has had a say in how instances are made and read.
-[[nodiscard]] bool is_as_generated(PyTypeObject* type, PyObject* body,
-                                   std::span<PyObject* const> field_names, bool is_frozen);
+// Whether a class is what `dataclass` makes of this table where nobody changed `dataclass`, `field`
+// or `object` before the import. The body is a copy of the class's dictionary before.
+[[nodiscard]] bool is_as_generated(PyTypeObject* type, PyObject* body, const RecordTable& table);
 
 }  // namespace typed_shapes

@@ -100,6 +100,7 @@ namespace typed_shapes {
   X(ParamSpec, "ParamSpec")                                 \
   X(payload, "payload")                                     \
   X(pop, "pop")                                             \
+  X(post_init, "__post_init__")                             \
   X(qualname, "__qualname__")                               \
   X(reason, "reason")                                       \
   X(reject_function_state, "_reject_function_state")        \

@@ -9,8 +9,8 @@ namespace {
 
 DictWatch numpy_names;
 
-// Where NumPy itself has its functions from: what somebody bound in `numpy` before us differs. By
-// its name since NumPy 2, and by the older one, beside which a near-empty stub of the newer may be.
+// Where `numpy` has its functions from: what somebody else bound there before us differs from it.
+// It is `_core` since NumPy 2; before, `core`, beside which there may be a near-empty `_core`.
 Ref numpy_core(PyObject* numpy) {
   for (PyObject* name : {names.underscored_core, names.core}) {
     Ref core = own_attribute(PyObject_GetAttr(numpy, name));
@@ -28,7 +28,9 @@ void import_numpy_api(PyObject* numpy) {
   for (PyObject* name :
        {names.allclose, names.any, names.array_equal, names.asarray, names.bool_, names.flatnonzero,
         names.float16, names.float64, names.isnan, names.signbit}) {
-    numpy_names.expect(name, get_attr(core.get(), name).get());
+    Ref value = own_attribute(PyObject_GetAttr(core.get(), name));
+    if (!value) value = get_attr(numpy, name);
+    numpy_names.expect(name, value.get());
   }
   // The type that native code tests for.
   numpy_names.expect(names.ndarray, reinterpret_cast<PyObject*>(&PyArray_Type));

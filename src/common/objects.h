@@ -10,6 +10,12 @@
 
 namespace typed_shapes {
 
+// The items of a tuple that something else keeps alive; none where there is no tuple.
+[[nodiscard]] inline std::span<PyObject* const> items_of(PyObject* tuple) noexcept {
+  if (tuple == nullptr) return {};
+  return {&PyTuple_GET_ITEM(tuple, 0), static_cast<std::size_t>(PyTuple_GET_SIZE(tuple))};
+}
+
 [[nodiscard]] inline Ref none() { return Ref::borrow(Py_None); }
 [[nodiscard]] inline bool is_none(const Ref& object) { return object.get() == Py_None; }
 // True if condition else False

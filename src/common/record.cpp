@@ -108,14 +108,12 @@ void Record::define(vectorcallfunc overlay) {
 
   Ref made = make_class();
   auto* type = reinterpret_cast<PyTypeObject*>(made.get());
-  Ref body = own(PyDict_Copy(type->tp_dict));
+  // A metaclass, of another `object`, may give anything.
+  const bool is_plain = watches_usable && Py_IS_TYPE(made.get(), &PyType_Type);
+  Ref body = is_plain ? own(PyDict_Copy(type->tp_dict)) : Ref();
   Ref record = decorated(made.get());
   globals::bind(table_.name, record.get());
-  const bool is_frozen = table_.decorator == Decorator::kFrozen;
-  if (!watches_usable || record.get() != made.get() ||
-      !is_as_generated(type, body.get(), field_names(), is_frozen)) {
-    return;
-  }
+  if (!is_plain || record.get() != made.get() || !is_as_generated(type, body.get(), table_)) return;
   has_inline_fields_ = proves_inline_fields(type, field_names());
   watch_.start(type);
   // A documented slot that subclasses do not inherit: they go through type.__call__ as ever.

@@ -2,6 +2,7 @@
 
 #include <structmember.h>
 
+#include <algorithm>
 #include <cstring>
 
 #include "common/objects.h"
@@ -36,12 +37,6 @@ PyObject** function_of_class_method(PyObject* class_method) {
 
 }  // namespace
 
-std::span<PyObject* const> cells_of(PyObject* function) noexcept {
-  PyObject* cells = reinterpret_cast<PyFunctionObject*>(function)->func_closure;
-  if (cells == nullptr) return {};
-  return {&PyTuple_GET_ITEM(cells, 0), static_cast<std::size_t>(PyTuple_GET_SIZE(cells))};
-}
-
 void DictWatch::start(PyObject* dict) {
   good_version_ = bad_version_ = 0;
   module_.set(Ref());
@@ -75,28 +70,26 @@ void ClassWatch::start(PyTypeObject* type) {
   new_ = type->tp_new;
   insides_end_ = insides_.data();
   kept_.set(own(PyList_New(0)));
-  all_entries(attributes_.get(), [&](PyObject* name, PyObject* value) {
-    if (name == names.init && PyFunction_Check(value)) {
-      auto* init = reinterpret_cast<PyFunctionObject*>(value);
-      note_inside(&init->func_code);
-      note_inside(&init->func_defaults);
-      for (PyObject* cell : cells_of(value)) {
-        note_inside(&reinterpret_cast<PyCellObject*>(cell)->ob_ref);
-      }
-    } else if (Py_IS_TYPE(value, &PyClassMethod_Type)) {
-      note_inside(function_of_class_method(value));
-    }
-    return true;
+  const bool has_room = all_entries(attributes_.get(), [&](PyObject* name, PyObject* value) {
+    if (Py_IS_TYPE(value, &PyClassMethod_Type)) return note_inside(function_of_class_method(value));
+    if (name != names.init) return true;
+    auto* init = reinterpret_cast<PyFunctionObject*>(value);
+    return note_inside(&init->func_code) && note_inside(&init->func_defaults) &&
+           std::ranges::all_of(items_of(init->func_closure), [&](PyObject* cell) {
+             return note_inside(&reinterpret_cast<PyCellObject*>(cell)->ob_ref);
+           });
   });
   PyObject_GC_UnTrack(kept_.get());
   good_version_ = bad_version_ = 0;
-  type_.set(Ref::borrow(reinterpret_cast<PyObject*>(type)));
+  // Without room for all of them nothing is known for sure.
+  if (has_room) type_.set(Ref::borrow(reinterpret_cast<PyObject*>(type)));
 }
 
-void ClassWatch::note_inside(PyObject** place) {
-  if (insides_end_ == insides_.end()) raise(PyExc_SystemError, "too many class methods");
+bool ClassWatch::note_inside(PyObject** place) {
+  if (insides_end_ == insides_.end()) return false;
   if (*place != nullptr) check(PyList_Append(kept_.get(), *place));
   *insides_end_++ = {place, *place};
+  return true;
 }
 
 bool ClassWatch::recheck() noexcept {

@@ -1,11 +1,11 @@
 // Watches: whether something that a fast path relies on is still what the module body left behind.
 // Both read a version number that the interpreter changes with every modification; a number that
-// moved is looked into once, so that a patch that was taken back costs nothing afterwards.
+// moved is looked into once, so that a patch that was taken back costs nothing afterwards. What
+// changes without one is compared each time.
 #pragma once
 
 #include <array>
 #include <cstdint>
-#include <span>
 
 #include "common/errors.h"
 
@@ -14,9 +14,6 @@ namespace typed_shapes {
 // The version numbers are 3.11's. Under another minor version every watch reports a change, which
 // sends every call to the canonical path.
 extern bool watches_usable;
-
-// What a Python function keeps of the scope around it.
-[[nodiscard]] std::span<PyObject* const> cells_of(PyObject* function) noexcept;
 
 // Some names of a dictionary, each with the object that it is expected to hold.
 class DictWatch {
@@ -62,6 +59,11 @@ class ClassWatch {
   }
 
  private:
+  struct Inside {
+    PyObject** place;  // in what attributes_ keeps alive
+    PyObject* found;   // kept alive by kept_
+  };
+
   [[nodiscard]] unsigned version() const noexcept {
     return (type()->tp_flags & Py_TPFLAGS_VALID_VERSION_TAG) != 0 ? type()->tp_version_tag : 0;
   }
@@ -78,17 +80,14 @@ class ClassWatch {
     }
     return true;
   }
-  void note_inside(PyObject** place);
+  // False where there is no room for another one.
+  [[nodiscard]] bool note_inside(PyObject** place);
   [[nodiscard]] bool recheck() noexcept;
 
   Slot type_;
   Slot attributes_;  // a copy of the class dictionary that the collector shows to nobody
   Slot mro_;
   newfunc new_ = nullptr;  // taking a patched __new__ back does not bring the slot back
-  struct Inside {
-    PyObject** place;  // in what attributes_ keeps alive
-    PyObject* found;   // kept alive by kept_
-  };
   std::array<Inside, 12> insides_{};
   Inside* insides_end_ = insides_.data();
   Slot kept_;

@@ -98,6 +98,16 @@ void import_from(const char* module_name, Texts imported) {
   }
 }
 
+// An exact dict passes for a Mapping without a question. Where somebody put another one into typing
+// before us, that one is asked: the names never count as untouched.
+void check_mapping() {
+  const Ref abstract = own(PyImport_ImportModule("collections.abc"));
+  const Ref expected = get_attr(abstract.get(), names.Mapping);
+  const Ref origin =
+      own_attribute(PyObject_GetAttrString(globals::lookup(names.Mapping).get(), "__origin__"));
+  if (origin.get() != expected.get()) globals::bound_names.expect(names.Mapping, Py_None);
+}
+
 void import_names() {
   constexpr const char* kFromDataclasses[] = {"dataclass", "field"};
   constexpr const char* kFromTyping[] = {"Any",      "Dict",     "Iterable", "List", "Mapping",
@@ -105,6 +115,7 @@ void import_names() {
   import_as("math", "math");
   import_from("dataclasses", kFromDataclasses);
   import_from("typing", kFromTyping);
+  check_mapping();
   import_numpy_api(import_as("numpy", "np").get());
 }
 

@@ -8,6 +8,7 @@ found, and on its last line the figures.
 import argparse
 import datetime
 import os
+import random
 import re
 import subprocess
 import sys
@@ -19,35 +20,32 @@ PAGE = ROOT / "docs" / "reliability.md"
 PATH = f"{Path(sys.executable).parent}:{os.environ['PATH']}"
 ENVIRONMENT = {**os.environ, "PATH": PATH, "PYTHONPATH": f"{ROOT / 'tests'}"}
 SUITE = "scripts/sanitize.sh -q"
-# The suite's own cases, some 7.75 times the number, from seeds that no run had before.
-FUZZ = f"env TYPED_SHAPES_SEED={time.time_ns() >> 16} TYPED_SHAPES_CASES="
-AGREE = "-q -p no:cacheprovider tests/test_agreement.py -k paths_agree"
-HOSTILE_THERE = "tests/harden/instrumented.sh --run harden.hostile"
+INSTRUMENTED = "tests/harden/instrumented.sh"
 
 
 def job(words: str) -> str:
     return f"python -m harden.{words}"
 
 
+def fuzz(cases: int, runner: str) -> str:
+    """The suite's own comparison with 7.75 times as many cases, from seeds of this run."""
+    settings = f"TYPED_SHAPES_SEED={random.getrandbits(40)} TYPED_SHAPES_CASES={cases}"
+    options = "-q -p no:cacheprovider tests/test_agreement.py -k paths_agree"
+    return f"env {settings} {runner} {options}"
+
+
 # The rows of the page, in its order: what is run for the figures, and what in every CI run.
 ROWS: dict[str, tuple[list[str], list[str]]] = {
-    "interpreter": (
-        [
-            "tests/harden/instrumented.sh",
-            f"{FUZZ}13000 tests/harden/instrumented.sh {AGREE}",
-            SUITE,
-        ],
-        [SUITE],
-    ),
+    "interpreter": ([INSTRUMENTED, fuzz(13_000, INSTRUMENTED), SUITE], [SUITE]),
     "valgrind": (["tests/harden/valgrind.sh"], []),
     "allocation": ([job("allocation")], [job("allocation --quick")]),
     "references": ([job("references"), job("references --sites")], [job("references --quick")]),
-    "hostile": ([HOSTILE_THERE], [job("hostile --quick")]),
+    "hostile": ([f"{INSTRUMENTED} --run harden.hostile"], [job("hostile --quick")]),
     "depth": ([job("depth")], [job("depth --quick")]),
     "threads": ([job("threads")], [job("threads --quick")]),
     "fuzz": (
-        [f"{FUZZ}650000 python -m pytest -n 2 {AGREE}", "tests/harden/fuzz_bytes.sh"],
-        [f"{FUZZ}26000 python -m pytest -n 2 {AGREE}"],
+        [fuzz(650_000, "python -m pytest -n 2"), "tests/harden/fuzz_bytes.sh"],
+        [fuzz(26_000, "python -m pytest -n 2")],
     ),
     "coverage": ([job("coverage")], [job("coverage")]),
     "faults": ([job("faults")], []),
