@@ -107,7 +107,8 @@ def start(*words: object, **env: str) -> subprocess.Popen[str]:
     base = {k: v for k, v in os.environ.items() if k not in ("COLUMNS", "FORCE_COLOR", "NO_COLOR")}
     command = [sys.executable, "-m", "typed_shapes_cli", *map(str, words)]
     pipes = dict.fromkeys(("stdin", "stdout", "stderr"), subprocess.PIPE)
-    return subprocess.Popen(command, env=base | env, text=True, **pipes)
+    heed = lambda: signal.signal(signal.SIGINT, signal.SIG_DFL)  # noqa: E731  # as in front
+    return subprocess.Popen(command, env=base | env, text=True, preexec_fn=heed, **pipes)
 
 
 def test_piped_output_is_plain_and_colours_heed_the_environment() -> None:
