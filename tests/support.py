@@ -19,7 +19,6 @@ from quillmere.functions import _typed_shapes as ts
 CASES = int(os.environ.get("TYPED_SHAPES_CASES", "4000"))
 SEED = int(os.environ.get("TYPED_SHAPES_SEED", "0"))
 
-
 CANONICAL: list[None] = []  # one item for everybody who is on the canonical path
 CANONICAL_LOCK = threading.Lock()
 ITERABLE = ts.Iterable
@@ -127,7 +126,6 @@ def agree_on(make: Any, seeds: Iterable[int]) -> Counter[str]:
 
 
 # --- Payload parts that only look like the builtin ones ---
-
 
 DictChild, ListChild = type("DictChild", (dict,), {}), type("ListChild", (list,), {})
 FloatChild, ArrayChild = type("FloatChild", (float,), {}), type("ArrayChild", (np.ndarray,), {})
