@@ -18,24 +18,6 @@ bool has_texts(std::span<PyObject* const> names, const std::vector<std::string>&
   });
 }
 
-// The default of a field's parameter, which the class keeps as well.
-PyObject* plain_default(const Field& field) noexcept {
-  switch (field.default_value) {
-    case Default::kNone:
-    case Default::kHidden:
-      return Py_None;
-    case Default::kFalse:
-      return Py_False;
-    default:
-      return nullptr;
-  }
-}
-
-PyTypeObject* factory(const Field& field) noexcept {
-  if (field.default_value == Default::kEmptyDict) return &PyDict_Type;
-  return field.default_value == Default::kEmptyList ? &PyList_Type : nullptr;
-}
-
 // The __init__ that `dataclass` writes for a table.
 class GeneratedInit {
  public:
@@ -45,7 +27,9 @@ class GeneratedInit {
     names_ = is_frozen ? std::vector<std::string>{"__setattr__"} : arguments_;
     if (has_post_init) names_.emplace_back("__post_init__");
     for (const Field& field : fields_) {
-      if (PyTypeObject* type = factory(field)) keep(std::string("_dflt_") + field.name, type);
+      if (PyTypeObject* type = default_factory(field.default_value)) {
+        keep(std::string("_dflt_") + field.name, type);
+      }
     }
     if (!cells_.empty()) keep(kMark, nullptr);
     if (is_frozen) keep("__dataclass_builtins_object__", &PyBaseObject_Type);
@@ -91,7 +75,8 @@ class GeneratedInit {
     if (defaults.size() > fields_.size()) return false;
     const std::size_t required = fields_.size() - defaults.size();
     for (std::size_t i = 0; i < fields_.size(); ++i) {
-      PyObject* expected = factory(fields_[i]) != nullptr ? mark_ : plain_default(fields_[i]);
+      const Default kind = fields_[i].default_value;
+      PyObject* expected = default_factory(kind) != nullptr ? mark_ : plain_default(kind);
       if ((i < required ? nullptr : defaults[i - required]) != expected) return false;
     }
     return true;
@@ -122,7 +107,7 @@ bool is_as_generated(PyTypeObject* type, PyObject* body, const RecordTable& tabl
   };
   for (const Field& field : table.fields) {
     const Ref name = interned(field.name);
-    if (find(attributes, name.get()) != plain_default(field)) return false;
+    if (find(attributes, name.get()) != plain_default(field.default_value)) return false;
   }
   const bool keeps_body = all_entries(body, [&](PyObject* name, PyObject* value) {
     return find(attributes, name) == value || std::ranges::any_of(table.fields, [&](auto& field) {

@@ -10,6 +10,23 @@
 
 namespace typed_shapes {
 
+PyObject* plain_default(Default kind) noexcept {
+  switch (kind) {
+    case Default::kNone:
+    case Default::kHidden:
+      return Py_None;
+    case Default::kFalse:
+      return Py_False;
+    default:
+      return nullptr;
+  }
+}
+
+PyTypeObject* default_factory(Default kind) noexcept {
+  if (kind == Default::kEmptyDict) return &PyDict_Type;
+  return kind == Default::kEmptyList ? &PyList_Type : nullptr;
+}
+
 namespace {
 
 Slot no_arguments;
@@ -19,39 +36,24 @@ Ref default_of(const Field& field) {
   const auto call_field = [](std::initializer_list<Keyword> options) {
     return call_keywords(globals::lookup(names.field).get(), {}, {options.begin(), options.size()});
   };
-  switch (field.default_value) {
-    case Default::kRequired:
-      return {};
-    case Default::kNone:
-      return none();
-    case Default::kFalse:
-      return boolean(false);
-    case Default::kEmptyList:
-      return call_field({{names.default_factory, reinterpret_cast<PyObject*>(&PyList_Type)}});
-    case Default::kEmptyDict:
-      return call_field({{names.default_factory, reinterpret_cast<PyObject*>(&PyDict_Type)}});
-    case Default::kHidden:
-      break;
+  const Default kind = field.default_value;
+  if (PyTypeObject* factory = default_factory(kind)) {
+    return call_field({{names.default_factory, reinterpret_cast<PyObject*>(factory)}});
   }
+  if (kind != Default::kHidden) return Ref::borrow(plain_default(kind));
   return call_field({{names.default_, Py_None}, {names.compare, Py_False}, {names.repr, Py_False}});
 }
 
 // What the generated __init__ gives a field that the caller left out; null where that is an error.
 Ref default_instance(Default kind) {
   switch (kind) {
-    case Default::kRequired:
-      return {};
-    case Default::kFalse:
-      return boolean(false);
     case Default::kEmptyList:
       return own(PyList_New(0));
     case Default::kEmptyDict:
       return own(PyDict_New());
-    case Default::kNone:
-    case Default::kHidden:
-      break;
+    default:
+      return Ref::borrow(plain_default(kind));
   }
-  return none();
 }
 
 // type.__call__(type, *args, **kwargs): the interpreter's own way to make an instance.

@@ -8,6 +8,7 @@
 
 #include "common/binder.h"
 #include "common/class_body.h"
+#include "common/objects.h"
 #include "common/watch.h"
 
 namespace typed_shapes {
@@ -20,6 +21,11 @@ enum class Default {
   kEmptyDict,  // field(default_factory=dict)
   kHidden,     // field(default=None, compare=False, repr=False)
 };
+
+// The default of a parameter that nothing makes anew; null where there is none.
+[[nodiscard]] PyObject* plain_default(Default kind) noexcept;
+// What makes it anew; null where nothing does.
+[[nodiscard]] PyTypeObject* default_factory(Default kind) noexcept;
 
 struct Field {
   const char* name;
@@ -88,7 +94,7 @@ class Record {
 
  private:
   [[nodiscard]] std::span<PyObject* const> field_names() const noexcept {
-    return {&PyTuple_GET_ITEM(field_names_.get(), 0), table_.fields.size()};
+    return items_of(field_names_.get());
   }
   // Field by field, in field order; null where the field is left to its default.
   using Values = std::array<PyObject*, kMaxParameters>;
