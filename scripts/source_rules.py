@@ -4,6 +4,7 @@
 3. Borrowed references, dropped errors and references counted by hand stay in the places listed
    there, each with its reason. The error of a borrowed look-up is asked for in the same function.
 4. No function reaches itself without a RecursionLevel on the way.
+5. No two arguments of a call can run Python code: C++ evaluates them in any order.
 
 The sources are read as text: a tool formats them, and a lambda counts as part of the function that
 it stands in, which a compiler's tree hides. Calls through the interpreter are not followed.
@@ -19,6 +20,7 @@ from pathlib import Path
 HERE = Path(__file__).resolve().parent
 TABLES = tomllib.loads((HERE / "source_rules.toml").read_text())
 KINDS = {kind: re.compile("|".join(names.split())) for kind, names in TABLES["kinds"].items()}
+RUNS_CODE = re.compile("|".join(TABLES["order"]["runs"].split()))
 ALLOWED = {(place, rule) for rule, places in TABLES["places"].items() for place in places}
 OWNERS = {"own", "own_attribute", "steal", "PyErr_Restore", "PyTuple_SET_ITEM", "PyList_SET_ITEM"}
 CALL = re.compile(r"\b(_import_array|_?Py[A-Z]?\w*_\w+|tp_\w+)\s*\(")
@@ -90,28 +92,37 @@ def misuse(function: Function, call: re.Match[str]) -> tuple[str, str] | None:
     return None
 
 
+def called(found: list[Function], file: str, text: str) -> Iterator[Function]:
+    """The functions of the sources that a text of a file calls or names."""
+    for before, name, after in re.findall(r"(\.|->|\w+::)?\b(\w+)\s*([(,)])", text):
+        named = [f for f in found if f.name == name]
+        here = [f for f in named if f.file == file]
+        others = [f for f in named if f.file != file and not f.is_local]
+        if before in (".", "->"):
+            yield from (f for f in here + others if f.is_method and "static" not in f.text)
+        elif before and before != "typed_shapes::":
+            yield from [f for f in named if f.file.startswith(before[:-2] + ".")] or others
+        elif here and not before:
+            yield from here
+        elif after == "(":
+            yield from (f for f in others if not f.is_method)
+
+
+def body_of(function: Function) -> str:
+    return function.text[function.text.index("(") :]
+
+
 def recursions(found: list[Function]) -> Iterator[tuple[Function, str]]:
     """The functions that reach themselves without a guard, with the way."""
 
-    def called(function: Function) -> Iterator[Function]:
-        body = function.text[function.text.index("(") :]
+    def unguarded(function: Function) -> str:
+        body = body_of(function)
         while guard := re.search(r"\bRecursionLevel \w+;", body):  # holds to the end of its block
             rest = "{" + body[guard.end() :]
             body = body[: guard.start()] + rest[bracket(rest, 0, 1, "{}") :]
-        for before, name, after in re.findall(r"(\.|->|\w+::)?\b(\w+)\s*([(,)])", body):
-            named = [f for f in found if f.name == name]
-            here = [f for f in named if f.file == function.file]
-            others = [f for f in named if f.file != function.file and not f.is_local]
-            if before in (".", "->"):
-                yield from (f for f in here + others if f.is_method and "static" not in f.text)
-            elif before and before != "typed_shapes::":
-                yield from [f for f in named if f.file.startswith(before[:-2] + ".")] or others
-            elif here and not before:
-                yield from here
-            elif after == "(":
-                yield from (f for f in others if not f.is_method)
+        return body
 
-    edges = {function: list(called(function)) for function in found}
+    edges = {function: [*called(found, function.file, unguarded(function))] for function in found}
     for function in found:
         seen, ways = set(), [(f, f.name) for f in edges[function]]
         while ways and function not in seen:
@@ -121,6 +132,41 @@ def recursions(found: list[Function]) -> Iterator[tuple[Function, str]]:
             if at not in seen:
                 seen.add(at)
                 ways += [(f, f"{way} > {f.name}") for f in edges[at]]
+
+
+def arguments(text: str, at: int) -> list[str]:
+    """The arguments of the call whose bracket opens here, without the bodies of lambdas."""
+    inside = text[at + 1 : bracket(text, at)]
+    while head := re.search(r"\[[^][]*\]\s*(\([^()]*\)\s*)?(mutable\s*)?\{", inside):
+        end = bracket(inside, head.end() - 1, 1, "{}") + 1
+        inside = inside[: head.start()] + " " * (end - head.start()) + inside[end:]
+    found, depth, start = list[str](), 0, 0
+    for i, c in enumerate(inside + ","):
+        depth += (c in "({[") - (c in ")}]")
+        if c == "," and depth == 0:
+            found.append(inside[start:i])
+            start = i + 1
+    return found
+
+
+def unordered(found: list[Function]) -> Iterator[tuple[Function, int, str]]:
+    """The calls of which two arguments can run Python code."""
+    calls = {f: {*called(found, f.file, body_of(f))} for f in found}
+    runs = {f for f in found if RUNS_CODE.search(f.text)}
+    while more := {f for f in found if f not in runs and calls[f] & runs}:
+        runs |= more
+
+    def can_run(function: Function, argument: str) -> bool:
+        api = re.search(rf"\b({RUNS_CODE.pattern})\s*\(", argument)
+        names = [f"{f}(" for f in re.findall(r"((?:\.|->|\w+::)?\w+)\s*\(", argument)]
+        return bool(api) or any(f in runs for f in called(found, function.file, " ".join(names)))
+
+    for function in found:
+        for call in re.finditer(r"\b(\w+)\s*\(", body_of(function)):
+            given = arguments(body_of(function), call.end() - 1)
+            if sum(can_run(function, argument) for argument in given) > 1:
+                at = function.text.index("(") + call.start()
+                yield function, at, f"arguments of {call[1]} run Python code in any order"
 
 
 def main() -> int:
@@ -134,6 +180,8 @@ def main() -> int:
     broken = [(f, call.start(), *rule) for f, call in calls if (rule := misuse(f, call))]
     for f, way in recursions([function for function in found if function.name]):
         broken.append((f, f.text.index("("), "recursion", f"{f.name} reaches itself: {way}"))
+    for f, at, text in unordered([function for function in found if function.name]):
+        broken.append((f, at, "order", text))
     unused = ALLOWED - {(f"{f.file}:{f.name}", rule) for f, _, rule, _ in broken}
     findings = [e for e in broken if (f"{e[0].file}:{e[0].name}", e[2]) not in ALLOWED]
     for f, at, _, text in findings:

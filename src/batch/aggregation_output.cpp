@@ -66,8 +66,8 @@ Ref from_raw(PyObject* const* arguments) {
   if (raw == Py_None) return none();
   if (globals::is_instance_of(raw, names.AggregationOutput)) return Ref::borrow(raw);
   if (!is_dict(raw)) {
-    raise_schema_error({"aggregation output for ", repr(function_name),
-                        " was not a dict keyed by plugin.output (got ", type_name(raw), ")"});
+    schema_error().refuse({"aggregation output for ", repr(function_name),
+                           " was not a dict keyed by plugin.output (got ", type_name(raw), ")"});
   }
   return record.create(cls, {dict_from(raw).get()});
 }

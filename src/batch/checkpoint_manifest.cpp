@@ -53,15 +53,13 @@ void require_fields(PyObject* raw) {
   });
   if (PyList_Size(missing.get()) == 0) return;
   check(PyList_Sort(missing.get()));
-  raise_schema_error({"CheckpointManifest missing required fields: ", str(missing.get())});
+  schema_error().refuse({"CheckpointManifest missing required fields: ", str(missing.get())});
 }
 
 Ref extras_of(PyObject* raw) {
   PyObject* const required[] = {names.tick_timestamp, names.dag_metadata,
                                 names.canonical_id_to_filename};
-  if (globals::untouched()) {
-    if (Ref extras = plain_items_without(raw, required)) return extras;
-  }
+  if (Ref extras = plain_items_without(raw, required)) return extras;
   Ref extras = own(PyDict_New());
   for_each_item(raw, [&](PyObject* key, PyObject* value) {
     if (contains(globals::lookup(names.CHECKPOINT_REQUIRED).get(), key)) return;

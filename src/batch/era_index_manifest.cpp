@@ -50,11 +50,11 @@ Ref post_init(PyObject* const* arguments) {
   const auto [self] = unpack<1>(arguments);
   Ref version = get_attr(self, names.schema_version);
   if (compare(version.get(), own(PyLong_FromLong(kSchemaVersion)).get(), Py_NE)) {
-    raise_schema_error({"EraIndexManifest.schema_version must be 2; got ", repr(version.get())});
+    schema_error().refuse({"EraIndexManifest.schema_version must be 2; got ", repr(version.get())});
   }
   Ref kind = get_attr(self, names.bundle_kind);
   if (compare(kind.get(), names.era_index, Py_NE)) {
-    raise_schema_error(
+    schema_error().refuse(
         {"EraIndexManifest.bundle_kind must be 'era_index'; got ", repr(kind.get())});
   }
   dict_attribute(self, names.epochs, "EraIndexManifest.epochs");

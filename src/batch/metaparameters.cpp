@@ -40,10 +40,10 @@ constinit Record record{kTable};
 
 Ref post_init(PyObject* const* arguments) {
   Ref by_pool = dict_attribute(arguments[0], names.by_pool, "Metaparameters.by_pool");
-  if (!is_true(by_pool.get())) raise_schema_error({"Metaparameters.by_pool must be non-empty"});
+  if (!is_true(by_pool.get())) schema_error().refuse({"Metaparameters.by_pool must be non-empty"});
   for_each_item(by_pool.get(), [](PyObject* pool_id, PyObject* stages) {
     if (is_dict(stages)) return;
-    raise_schema_error(
+    schema_error().refuse(
         {"Metaparameters.by_pool[", repr(pool_id), "] must be a dict; got ", type_name(stages)});
   });
   return none();

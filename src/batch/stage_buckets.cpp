@@ -93,14 +93,15 @@ PyObject* plain_bucket_of(PyObject* value) {
 
 // The fast path of sorting: no Python code runs. False where the canonical path has to decide.
 bool sort_plain_values(PyObject* raw, Buckets& buckets) {
-  if (!PyDict_CheckExact(raw) || !numpy_untouched()) return false;
+  if (!PyDict_CheckExact(raw)) return false;
+  // Making them may collect garbage, and with that run code: what is relied on is asked afterwards.
   buckets = new_buckets();
-  return all_entries(raw, [&](PyObject* key, PyObject* value) {
-    PyObject* bucket = plain_bucket_of(value);
-    if (bucket == nullptr || !PyUnicode_CheckExact(key)) return false;
-    check(PyDict_SetItem(bucket_named(buckets, bucket), key, value));
-    return true;
-  });
+  return numpy_untouched() && all_entries(raw, [&](PyObject* key, PyObject* value) {
+           PyObject* bucket = plain_bucket_of(value);
+           if (bucket == nullptr || !PyUnicode_CheckExact(key)) return false;
+           check(PyDict_SetItem(bucket_named(buckets, bucket), key, value));
+           return true;
+         });
 }
 
 }  // namespace

@@ -87,7 +87,7 @@ bool accepts(PyObject* const* values) {
 Ref from_mapping(PyObject* const* arguments) {
   const auto [cls, raw] = unpack<2>(arguments);
   if (!globals::is_mapping(raw)) {
-    raise_schema_error({"StageData producer boundary mapping required; got ", type_name(raw)});
+    schema_error().refuse({"StageData producer boundary mapping required; got ", type_name(raw)});
   }
   const Buckets buckets = sort_values(raw);
   return record.create(cls, {buckets.flat.get(), buckets.nested.get(), buckets.opaque.get()});
@@ -95,7 +95,7 @@ Ref from_mapping(PyObject* const* arguments) {
 
 // Loose input is refused here whatever it is: producers say from_mapping.
 Ref from_raw(PyObject* const* arguments) {
-  raise_schema_error(
+  schema_error().refuse(
       {"StageData producer boundary requires StageData.from_mapping() before runtime consumers; "
        "got ",
        type_name(arguments[1])});
@@ -112,8 +112,8 @@ Ref slice_t(PyObject* const* arguments) {
   const auto [self, start, end] = unpack<3>(arguments);
   Ref flat = cut_values(get_attr(self, names.flat).get(), start, end);
   Ref nested = cut_nested(get_attr(self, names.nested).get(), start, end);
-  Ref opaque = dict_from(get_attr(self, names.opaque).get());
   Ref cls = globals::lookup(names.StageData);
+  Ref opaque = dict_from(get_attr(self, names.opaque).get());
   return record.create(cls.get(), {flat.get(), nested.get(), opaque.get()});
 }
 

@@ -5,7 +5,7 @@
 namespace typed_shapes {
 
 void require_dict(PyObject* value, const char* what) {
-  if (!is_dict(value)) raise_schema_error({what, " must be a dict; got ", type_name(value)});
+  if (!is_dict(value)) schema_error().refuse({what, " must be a dict; got ", type_name(value)});
 }
 
 Ref dict_attribute(PyObject* self, PyObject* name, const char* what) {
@@ -16,16 +16,22 @@ Ref dict_attribute(PyObject* self, PyObject* name, const char* what) {
 
 void require_json_mapping(PyObject* raw, const char* class_name) {
   if (globals::is_mapping(raw)) return;
-  raise_schema_error({class_name, " JSON mapping payload required; got ", type_name(raw)});
+  schema_error().refuse({class_name, " JSON mapping payload required; got ", type_name(raw)});
 }
 
 void require_non_empty_str(PyObject* value, const char* what) {
   if (is_non_empty_str(value)) return;
-  raise_schema_error({what, " must be a non-empty str; got ", repr(value)});
+  schema_error().refuse({what, " must be a non-empty str; got ", repr(value)});
 }
 
-void refuse_array(PyObject* owner, PyObject* value) {
-  raise_schema_error({owner, " must be np.ndarray; got ", type_name(value)});
+void refuse_array(const ErrorClass& error, const Ref& owner, PyObject* value) {
+  error.refuse({owner.get(), " must be np.ndarray; got ", type_name(value)});
+}
+
+bool compare_dtype(PyObject* array, PyObject* name, int op) {
+  Ref dtype = get_attr(array, names.dtype);
+  Ref expected = numpy_attr(name);
+  return compare(dtype.get(), expected.get(), op);
 }
 
 Pair unpack_pair(PyObject* pair) {
@@ -67,13 +73,15 @@ bool has_settled_class(PyObject* object) noexcept {
 Ref plain_items_without(PyObject* object, std::span<PyObject* const> excluded) {
   if (!PyDict_CheckExact(object)) return {};
   Ref result = own(PyDict_New());
-  const bool is_plain = all_entries(object, [&](PyObject* key, PyObject* value) {
-    if (!PyUnicode_CheckExact(key)) return false;
-    const bool is_excluded =
-        std::ranges::any_of(excluded, [&](PyObject* name) { return is_same_text(key, name); });
-    if (!is_excluded) check(PyDict_SetItem(result.get(), key, value));
-    return true;
-  });
+  // Making it may collect garbage, and with that run code: the module is asked afterwards.
+  const bool is_plain =
+      globals::untouched() && all_entries(object, [&](PyObject* key, PyObject* value) {
+        if (!PyUnicode_CheckExact(key)) return false;
+        const bool is_excluded =
+            std::ranges::any_of(excluded, [&](PyObject* name) { return is_same_text(key, name); });
+        if (!is_excluded) check(PyDict_SetItem(result.get(), key, value));
+        return true;
+      });
   return is_plain ? std::move(result) : Ref();
 }
 

@@ -23,11 +23,16 @@ void require_json_mapping(PyObject* raw, const char* class_name);
 void require_non_empty_str(PyObject* value, const char* what);
 
 // "<owner> must be np.ndarray; got <type>"; the owner's text is made when it is needed.
-[[noreturn]] void refuse_array(PyObject* owner, PyObject* value);
+[[noreturn]] void refuse_array(const ErrorClass& error, const Ref& owner, PyObject* value);
 template <typename Owner>
 void require_array(PyObject* value, Owner&& owner) {
-  if (!is_array(value)) refuse_array(owner().get(), value);
+  if (is_array(value)) return;
+  const ErrorClass error = schema_error();
+  refuse_array(error, owner(), value);
 }
+
+// array.dtype OPERATOR np.name
+[[nodiscard]] bool compare_dtype(PyObject* array, PyObject* name, int op);
 
 // first, second = pair, with the interpreter's own refusals
 struct Pair {
@@ -80,7 +85,7 @@ template <typename Predicate>
 }
 
 // A new dict of the items whose keys are none of these names; null where the object is not an exact
-// dict with exact strs for keys.
+// dict with exact strs for keys, or the module was changed.
 [[nodiscard]] Ref plain_items_without(PyObject* object, std::span<PyObject* const> excluded);
 
 }  // namespace typed_shapes

@@ -119,4 +119,15 @@ bool is_as_generated(PyTypeObject* type, PyObject* body, const RecordTable& tabl
          GeneratedInit(table, post_init != nullptr).is(find(attributes, names.init));
 }
 
+Ref factory_mark(PyTypeObject* type, std::span<const Field> fields) {
+  const auto* init =
+      reinterpret_cast<PyFunctionObject*>(PyDict_GetItemWithError(type->tp_dict, names.init));
+  const auto defaults = items_of(init->func_defaults);
+  const auto optional = fields.last(defaults.size());
+  for (std::size_t i = 0; i < optional.size(); ++i) {
+    if (default_factory(optional[i].default_value) != nullptr) return Ref::borrow(defaults[i]);
+  }
+  return {};
+}
+
 }  // namespace typed_shapes

@@ -20,9 +20,11 @@ void raise_exception(PyObject* exception) {
   throw PythonError{};
 }
 
-void raise_schema_error(std::initializer_list<Piece> pieces) {
+void ErrorClass::refuse(std::initializer_list<Piece> pieces) const {
   Ref text = message(pieces);
-  raise_exception(call(globals::lookup(names.SchemaError).get(), text.get()).get());
+  raise_exception(call(callable_.get(), text.get()).get());
 }
+
+ErrorClass schema_error() { return ErrorClass(globals::lookup(names.SchemaError)); }
 
 }  // namespace typed_shapes

@@ -30,7 +30,21 @@ class Piece {
 // raise exception
 [[noreturn]] void raise_exception(PyObject* exception);
 
-// raise SchemaError(piece + piece + ...), the class looked up in the module now
-[[noreturn]] void raise_schema_error(std::initializer_list<Piece> pieces);
+// A callable of the module that words a refusal. Python looks it up before it makes the message,
+// and so does an expression that names it first, since C++ evaluates what stands before the
+// arguments of a call before them.
+class ErrorClass {
+ public:
+  explicit ErrorClass(Ref callable) : callable_(std::move(callable)) {}
+
+  // raise callable(piece + piece + ...)
+  [[noreturn]] void refuse(std::initializer_list<Piece> pieces) const;
+
+ private:
+  Ref callable_;
+};
+
+// The module's SchemaError, looked up now: schema_error().refuse({"... got ", repr(value)})
+[[nodiscard]] ErrorClass schema_error();
 
 }  // namespace typed_shapes

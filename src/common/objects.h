@@ -5,8 +5,10 @@
 #include <array>
 #include <span>
 
+#include "common/array_nesting.h"
 #include "common/errors.h"
 #include "common/names.h"
+#include "common/scopes.h"
 
 namespace typed_shapes {
 
@@ -76,9 +78,15 @@ inline void set_attr(PyObject* object, PyObject* name, PyObject* value) {
 [[nodiscard]] inline bool is_non_empty_str(PyObject* object) {
   return is_str(object) && is_true(object);
 }
-// bool(left OPERATOR right), for Py_EQ, Py_NE, Py_LT, ...
+// left OPERATOR right, for Py_EQ, Py_NE, Py_LT, ...
+[[nodiscard]] inline Ref rich_compare(PyObject* left, PyObject* right, int op) {
+  check_nesting(left);
+  check_nesting(right);
+  return own(PyObject_RichCompare(left, right, op));
+}
+// bool(left OPERATOR right)
 [[nodiscard]] inline bool compare(PyObject* left, PyObject* right, int op) {
-  return is_true(own(PyObject_RichCompare(left, right, op)).get());
+  return is_true(rich_compare(left, right, op).get());
 }
 // item in container
 [[nodiscard]] inline bool contains(PyObject* container, PyObject* item) {
@@ -166,6 +174,7 @@ bool all_of(PyObject* iterable, Predicate&& predicate) {
   Ref iterator = iterate(iterable);
   while (Ref item = Ref::steal(PyIter_Next(iterator.get()))) {
     if (!predicate(item.get())) return false;
+    let_others_run();
   }
   check_indicator();
   return true;

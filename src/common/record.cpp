@@ -116,6 +116,7 @@ void Record::define(vectorcallfunc overlay) {
   Ref record = decorated(made.get());
   globals::bind(table_.name, record.get());
   if (!is_plain || record.get() != made.get() || !is_as_generated(type, body.get(), table_)) return;
+  factory_mark_.set(factory_mark(type, table_.fields));
   has_inline_fields_ = proves_inline_fields(type, field_names());
   watch_.start(type);
   // A documented slot that subclasses do not inherit: they go through type.__call__ as ever.
@@ -171,15 +172,21 @@ Ref Record::attribute(PyObject* instance, std::size_t index) {
 }
 
 Ref Record::build_accepted(PyObject* const* values) const {
-  // First the instance, then the check: making it may collect garbage, and with that run code that
-  // changes what was checked.
+  if (table_.accepts != nullptr && !table_.accepts(values)) return {};
+  return build(values);
+}
+
+Ref Record::build_if_accepted(PyObject* const* values) {
+  // First the instance, then the questions: making it may collect garbage, and with that run code
+  // that changes the class, the module or the values.
   Ref instance = allocate();
+  if (!untouched() || !globals::untouched()) return {};
   if (table_.accepts != nullptr && !table_.accepts(values)) return {};
   fill(instance.get(), values);
   return instance;
 }
 
-Ref Record::build_with_defaults(Values& values) const {
+Ref Record::build_with_defaults(Values& values) {
   std::array<Ref, kMaxParameters> defaults;
   for (std::size_t i = 0; i < table_.fields.size(); ++i) {
     if (values[i] != nullptr) continue;
@@ -187,20 +194,24 @@ Ref Record::build_with_defaults(Values& values) const {
     if (!defaults[i]) return {};
     values[i] = defaults[i].get();
   }
-  return build_accepted(values.data());
+  return build_if_accepted(values.data());
 }
 
-Ref Record::build_checked(Values& values) const {
+Ref Record::build_checked(Values& values) {
   const auto* end = values.begin() + table_.fields.size();
   const bool complete = std::find(values.cbegin(), end, nullptr) == end;
-  return complete ? build_accepted(values.data()) : build_with_defaults(values);
+  return complete ? build_if_accepted(values.data()) : build_with_defaults(values);
 }
 
-Ref Record::construct_natively(const CallArguments& arguments) const {
+Ref Record::construct_natively(const CallArguments& arguments) {
   const std::size_t count = table_.fields.size();
   if (std::cmp_greater(arguments.positional, count) || !arguments.has_plain_keywords()) return {};
   Values values{};
   if (match_arguments(field_names(), arguments, {values.data(), count}).any()) return {};
+  // inspect.Signature.bind() and apply_defaults() give a caller the mark to pass on.
+  PyObject* mark = factory_mark_.get();
+  const auto given = std::span(values).first(count);
+  if (mark != nullptr && std::ranges::find(given, mark) != given.end()) return {};
   return build_checked(values);
 }
 

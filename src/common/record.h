@@ -74,7 +74,8 @@ class Record {
   // the validation. Runs no Python code; only for an untouched class.
   [[nodiscard]] Ref build(PyObject* const* values) const;
 
-  // The same with the validation; null where the class does not accept the values for sure.
+  // The same with the validation; null where the class does not accept the values for sure. The
+  // collector must be paused: it may run code that changes what was asked before.
   [[nodiscard]] Ref build_accepted(PyObject* const* values) const;
 
   // cls(field=value, ...), where cls is this class or a subclass. The values stand in field order;
@@ -101,9 +102,10 @@ class Record {
 
   // The instance with these values if the class accepts them; null where the generated __init__ has
   // to decide.
-  [[nodiscard]] Ref build_checked(Values& values) const;
-  [[nodiscard]] Ref build_with_defaults(Values& values) const;
-  [[nodiscard]] Ref construct_natively(const CallArguments& arguments) const;
+  [[nodiscard]] Ref build_checked(Values& values);
+  [[nodiscard]] Ref build_with_defaults(Values& values);
+  [[nodiscard]] Ref build_if_accepted(PyObject* const* values);
+  [[nodiscard]] Ref construct_natively(const CallArguments& arguments);
   [[nodiscard]] Ref allocate() const;
   void fill(PyObject* instance, PyObject* const* values) const;
   [[nodiscard]] Ref make_class() const;
@@ -111,7 +113,8 @@ class Record {
 
   const RecordTable& table_;
   ClassWatch watch_;
-  Slot field_names_;  // a tuple of interned str
+  Slot field_names_;   // a tuple of interned str
+  Slot factory_mark_;  // what dataclasses passes for a field that its factory makes; or null
   bool has_inline_fields_ = false;
 };
 

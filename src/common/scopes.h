@@ -1,6 +1,8 @@
-// Guards that hold over a scope: the recursion limit and the pause of the garbage collector.
+// What the interpreter does for its own code between two steps, and what it must not do in ours:
+// the recursion limit, signals, other threads, the pause of the garbage collector.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 #include "common/watch.h"
@@ -45,6 +47,16 @@ class RecursionLevel {
 
   PyThreadState* thread_;
 };
+
+// How many bytes of the stack may still be used by what does not count its levels; a guess on a
+// stack that is not the thread's own.
+[[nodiscard]] std::size_t stack_left() noexcept;
+
+[[noreturn]] void raise_stack_exceeded();
+
+// Called at each step of a walk that runs no bytecode by itself: handlers of signals run, and every
+// few milliseconds other threads have their turn.
+void let_others_run();
 
 // No garbage collection inside the scope. For native builds that run no Python code: they make only
 // live objects, so a collection in their middle finds nothing and costs a walk over everything

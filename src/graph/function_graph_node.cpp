@@ -4,6 +4,7 @@
 
 #include "common/checks.h"
 #include "common/record.h"
+#include "common/scopes.h"
 #include "graph/graph_builder.h"
 
 namespace typed_shapes {
@@ -62,7 +63,7 @@ constinit Record record{kTable};
 // --- Validation ---
 
 [[noreturn]] void refuse_children(PyObject* children) {
-  raise_schema_error({"FunctionGraphNode.children must be a list; got ", type_name(children)});
+  schema_error().refuse({"FunctionGraphNode.children must be a list; got ", type_name(children)});
 }
 
 Ref post_init(PyObject* const* arguments) {
@@ -74,8 +75,8 @@ Ref post_init(PyObject* const* arguments) {
   Py_ssize_t index = 0;
   for_each(children.get(), [&](PyObject* child) {
     if (!globals::is_instance_of(child, names.FunctionGraphNode)) {
-      raise_schema_error({"FunctionGraphNode.children[", str(index),
-                          "] must be FunctionGraphNode; got ", type_name(child)});
+      schema_error().refuse({"FunctionGraphNode.children[", str(index),
+                             "] must be FunctionGraphNode; got ", type_name(child)});
     }
     ++index;
   });
@@ -135,41 +136,55 @@ Operation resolve(PyObject* raw) {
   return {std::move(type), std::move(node)};
 }
 
-Ref coerce_children(PyObject* cls, PyObject* raw) {
-  Ref empty = own(PyList_New(0));
-  Ref children = get_either(raw, names.children, names.args, empty.get());
-  if (is_none(children)) return empty;
-  if (!is_list(children.get())) refuse_children(children.get());
+Ref coerce_node(PyObject* cls, PyObject* raw, MisfitPath& path);
+
+// cls.from_raw(raw)
+Ref coerce_child(PyObject* cls, PyObject* raw, MisfitPath& path) {
+  if (!record.stands_for(cls)) return call_method(cls, names.from_raw, raw);
+  const RecursionLevel level;
+  return coerce_node(cls, raw, path);
+}
+
+Ref coerce_children(PyObject* cls, PyObject* raw, MisfitPath& path) {
+  Ref children = get_either(raw, names.children, names.args, own(PyList_New(0)).get());
+  // Not the list that was offered as the default: the mapping may have kept it.
   Ref result = own(PyList_New(0));
+  if (is_none(children)) return result;
+  if (!is_list(children.get())) refuse_children(children.get());
   for_each(children.get(), [&](PyObject* child) {
-    check(PyList_Append(result.get(), call_method(cls, names.from_raw, child).get()));
+    check(PyList_Append(result.get(), coerce_child(cls, child, path).get()));
   });
   return result;
 }
 
-// Anything but a dict is replaced without a word, unlike children.
+// Anything but a dict is silently replaced, unlike children.
 Ref copy_config(PyObject* raw) {
-  Ref empty = own(PyDict_New());
-  Ref config = get_either(raw, names.config, names.params, empty.get());
-  return is_dict(config.get()) ? dict_from(config.get()) : std::move(empty);
+  Ref config = get_either(raw, names.config, names.params, own(PyDict_New()).get());
+  return is_dict(config.get()) ? dict_from(config.get()) : own(PyDict_New());
 }
 
-Ref from_raw(PyObject* const* arguments) {
-  const auto [cls, raw] = unpack<2>(arguments);
-  if (Ref node = build_graph(record, cls, raw)) return node;
+Ref coerce_node(PyObject* cls, PyObject* raw, MisfitPath& path) {
+  const auto build = [&](MisfitPath& tried) { return build_graph(record, cls, raw, tried); };
+  if (Ref node = path.try_once(raw, build)) return node;
 
   require_json_mapping(raw, "FunctionGraphNode");
   const auto [kind, node] = resolve(raw);
   if (!is_non_empty_str(kind.get())) {
-    raise_schema_error({"graph node missing required str 'type' field; got ", repr(kind.get())});
+    schema_error().refuse({"graph node missing required str 'type' field; got ", repr(kind.get())});
   }
-  Ref children = coerce_children(cls, raw);
+  Ref children = coerce_children(cls, raw, path);
   Ref config = copy_config(raw);
   Ref canonical_id = get(raw, names.canonical_id);
   Ref family = get(raw, names.family);
   Ref value = get(raw, names.value);
   return record.create(cls, {kind.get(), node.get(), children.get(), config.get(),
                              canonical_id.get(), family.get(), value.get()});
+}
+
+Ref from_raw(PyObject* const* arguments) {
+  const auto [cls, raw] = unpack<2>(arguments);
+  MisfitPath path;
+  return coerce_node(cls, raw, path);
 }
 
 Ref coerce_graph(PyObject* const* arguments) {

@@ -53,11 +53,18 @@ Key find_key(PyObject* text) {
 // ends, since no Python code runs: borrowed references hold.
 class GraphBuilder {
  public:
-  GraphBuilder(const Record& record, PyObject* runtime_types)
-      : record_(record), runtime_types_(runtime_types) {}
+  GraphBuilder(const Record& record, PyObject* runtime_types, MisfitPath& path)
+      : record_(record), runtime_types_(runtime_types), path_(path) {}
 
   // Null as soon as something is not for the fast path.
   Ref build(PyObject* raw) {
+    Ref node = build_node(raw);
+    if (!node) path_.add(raw);
+    return node;
+  }
+
+ private:
+  Ref build_node(PyObject* raw) {
     const RecursionLevel level;
     Entries entries;
     entries.fill(Py_None);
@@ -74,7 +81,6 @@ class GraphBuilder {
     return record_.build(values);
   }
 
- private:
   struct Operation {
     PyObject* kind = nullptr;
     PyObject* node = nullptr;
@@ -145,16 +151,17 @@ class GraphBuilder {
 
   const Record& record_;
   PyObject* runtime_types_;
+  MisfitPath& path_;
   std::array<KnownKey, 64> known_keys_{};
 };
 
 }  // namespace
 
-Ref build_graph(Record& record, PyObject* cls, PyObject* raw) {
+Ref build_graph(Record& record, PyObject* cls, PyObject* raw, MisfitPath& path) {
   if (!PyDict_CheckExact(raw) || !record.stands_for(cls)) return {};
   Ref runtime_types = globals::lookup(names.GRAPH_RUNTIME_TYPES);
   const CollectorPause pause;
-  return GraphBuilder(record, runtime_types.get()).build(raw);
+  return GraphBuilder(record, runtime_types.get(), path).build(raw);
 }
 
 }  // namespace typed_shapes

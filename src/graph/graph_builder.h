@@ -1,11 +1,12 @@
 #pragma once
 
+#include "common/misfit_path.h"
 #include "common/record.h"
 
 namespace typed_shapes {
 
 // The fast path of graph coercion: the typed tree of a payload made of exact dicts, lists and strs,
 // built without running Python code. Null where the canonical path has to decide.
-[[nodiscard]] Ref build_graph(Record& record, PyObject* cls, PyObject* raw);
+[[nodiscard]] Ref build_graph(Record& record, PyObject* cls, PyObject* raw, MisfitPath& path);
 
 }  // namespace typed_shapes

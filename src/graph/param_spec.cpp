@@ -72,7 +72,7 @@ Ref post_init(PyObject* const* arguments) {
   require_non_empty_str(get_attr(self, names.name).get(), "ParamSpec.name");
   Ref window = get_attr(self, names.window);
   if (!is_none(window) && !globals::is_instance_of(window.get(), names.WindowSpec)) {
-    raise_schema_error(
+    schema_error().refuse(
         {"ParamSpec.window must be WindowSpec or None; got ", type_name(window.get())});
   }
   return none();
@@ -134,12 +134,23 @@ Ref from_raw(PyObject* const* arguments) {
   return from_dict(cls, name, raw);
 }
 
-// cls.from_raw(name, raw)
-Ref coerce_entry(PyObject* cls, PyObject* name, PyObject* raw) {
-  if (!record.stands_for(cls)) return call_method(cls, names.from_raw, name, raw);
-  PyObject* const arguments[] = {cls, name, raw};
-  return from_raw(arguments);
-}
+// cls.from_raw, looked up before its arguments are made.
+class EntryCoercion {
+ public:
+  explicit EntryCoercion(PyObject* cls)
+      : cls_(cls), other_(record.stands_for(cls) ? Ref() : get_attr(cls, names.from_raw)) {}
+
+  // cls.from_raw(name, raw)
+  [[nodiscard]] Ref coerce(PyObject* name, PyObject* raw) const {
+    if (other_) return call(other_.get(), name, raw);
+    PyObject* const arguments[] = {cls_, name, raw};
+    return from_raw(arguments);
+  }
+
+ private:
+  PyObject* cls_;
+  Ref other_;  // null where the class is ParamSpec as it was made
+};
 
 // --- Coercion of a schema ---
 
@@ -147,13 +158,14 @@ Ref param_name(PyObject* const* arguments) {
   const auto [spec] = unpack<1>(arguments);
   Ref name = own_attribute(PyObject_GetAttr(spec, names.name));
   if (name && is_non_empty_str(name.get())) return name;
-  raise_schema_error({"ParamSpec list entry missing .name attribute; got ", type_name(spec)});
+  schema_error().refuse({"ParamSpec list entry missing .name attribute; got ", type_name(spec)});
 }
 
 Ref from_list_entry(PyObject* cls, PyObject* entry) {
   if (globals::is_instance_of(entry, names.ParamSpec)) return Ref::borrow(entry);
+  const EntryCoercion coercion(cls);
   Ref name = call(globals::lookup(names.param_name).get(), entry);
-  return coerce_entry(cls, name.get(), entry);
+  return coercion.coerce(name.get(), entry);
 }
 
 Ref from_mapping(PyObject* const* arguments) {
@@ -166,10 +178,10 @@ Ref from_mapping(PyObject* const* arguments) {
     });
   } else if (is_dict(raw)) {
     for_each_item(raw, [&, cls = cls](PyObject* key, PyObject* value) {
-      check(PyList_Append(specs.get(), coerce_entry(cls, key, value).get()));
+      check(PyList_Append(specs.get(), EntryCoercion(cls).coerce(key, value).get()));
     });
   } else {
-    raise_schema_error(
+    schema_error().refuse(
         {"ParamSpec list payload must be dict, list, or None; got ", type_name(raw)});
   }
   return specs;

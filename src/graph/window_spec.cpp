@@ -56,7 +56,8 @@ Ref post_init(PyObject* const* arguments) {
   for (std::size_t i = 0; i < std::size(fields); ++i) {
     PyObject* value = values[i].get();
     if (value == Py_None || (is_int(value) && !is_bool(value))) continue;
-    raise_schema_error({"WindowSpec.", fields[i], " must be int or None; got ", type_name(value)});
+    schema_error().refuse(
+        {"WindowSpec.", fields[i], " must be int or None; got ", type_name(value)});
   }
   return none();
 }
@@ -73,7 +74,7 @@ Ref from_raw(PyObject* const* arguments) {
   if (raw == Py_None) return none();
   if (globals::is_instance_of(raw, names.WindowSpec)) return Ref::borrow(raw);
   // bool is a kind of int and would pass for one.
-  if (is_bool(raw)) raise_schema_error({"WindowSpec payload cannot be bool"});
+  if (is_bool(raw)) schema_error().refuse({"WindowSpec payload cannot be bool"});
   if (is_int(raw)) return window_spec.create(cls, {nullptr, nullptr, nullptr, raw});
   if (is_dict(raw)) {
     Ref minimum = get(raw, names.min);
@@ -82,7 +83,7 @@ Ref from_raw(PyObject* const* arguments) {
     Ref value = get(raw, names.value);
     return window_spec.create(cls, {minimum.get(), maximum.get(), fallback.get(), value.get()});
   }
-  raise_schema_error({"WindowSpec payload must be int, dict, or None; got ", type_name(raw)});
+  schema_error().refuse({"WindowSpec payload must be int, dict, or None; got ", type_name(raw)});
 }
 
 Ref picked(PyObject* const* arguments) {

@@ -67,7 +67,7 @@ constinit Record record{kTable};
 void check_component(PyObject* label, PyObject* array) {
   require_non_empty_str(label, "CostResult.breakdown label");
   if (compare(label, names.total, Py_EQ)) {
-    raise_schema_error({"CostResult.breakdown must not contain 'total'"});
+    schema_error().refuse({"CostResult.breakdown must not contain 'total'"});
   }
   require_array(array, [&] { return message({"CostResult.breakdown['", label, "']"}); });
 }
@@ -93,7 +93,7 @@ Ref from_raw(PyObject* const* arguments) {
   PyObject* raw = arguments[1];
   PyObject* context = arguments[2];
   if (globals::is_instance_of(raw, names.CostResult)) return Ref::borrow(raw);
-  raise_schema_error({str(context), " returned ", type_name(raw), ", expected CostResult"});
+  schema_error().refuse({str(context), " returned ", type_name(raw), ", expected CostResult"});
 }
 
 }  // namespace

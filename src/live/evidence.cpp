@@ -51,7 +51,7 @@ Ref from_raw(PyObject* const* arguments) {
   const auto [cls, raw] = unpack<2>(arguments);
   if (raw == Py_None) return record.create(cls, {});
   if (!globals::is_mapping(raw)) {
-    raise_schema_error({"Evidence JSON mapping payload required or None; got ", type_name(raw)});
+    schema_error().refuse({"Evidence JSON mapping payload required or None; got ", type_name(raw)});
   }
   return record.create(cls, {dict_from(raw).get()});
 }

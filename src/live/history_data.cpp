@@ -46,12 +46,12 @@ void check_feature(PyObject* name, PyObject* array) {
   require_non_empty_str(name, "HistoryData feature name");
   require_array(array, [&] { return owner(name); });
   if (compare(get_attr(array, names.ndim).get(), own(PyLong_FromLong(2)).get(), Py_NE)) {
-    raise_schema_error(
+    schema_error().refuse(
         {owner(name), " must be 2D (T, N); got shape ", str(get_attr(array, names.shape).get())});
   }
-  if (compare(get_attr(array, names.dtype).get(), numpy_attr(names.float64).get(), Py_NE)) {
-    raise_schema_error({owner(name), " has dtype ", str(get_attr(array, names.dtype).get()),
-                        ", expected float64"});
+  if (compare_dtype(array, names.float64, Py_NE)) {
+    schema_error().refuse({owner(name), " has dtype ", str(get_attr(array, names.dtype).get()),
+                           ", expected float64"});
   }
 }
 
@@ -81,7 +81,7 @@ Ref from_raw(PyObject* const* arguments) {
   const auto [cls, raw, context] = unpack<3>(arguments);
   if (globals::is_instance_of(raw, names.HistoryData)) return Ref::borrow(raw);
   if (!is_dict(raw)) {
-    raise_schema_error(
+    schema_error().refuse(
         {str(context), " returned ", type_name(raw), ", expected dict[str, np.ndarray]"});
   }
   return record.create(cls, {dict_from(raw).get()});

@@ -40,9 +40,7 @@ Ref half(double number) {
   return call(numpy_attr(names.float16).get(), argument.get());
 }
 
-Ref equals(PyObject* mask, double number) {
-  return own(PyObject_RichCompare(mask, half(number).get(), Py_EQ));
-}
+Ref equals(PyObject* mask, double number) { return rich_compare(mask, half(number).get(), Py_EQ); }
 
 Ref either(const Ref& left, const Ref& right) { return own(PyNumber_Or(left.get(), right.get())); }
 
@@ -62,9 +60,12 @@ bool has_valid_states(PyArrayObject* mask) noexcept {
 
 Ref invalid_state_index(PyObject* mask) {
   Ref is_nan = numpy_call(names.isnan, mask);
-  Ref valid = either(either(is_nan, equals(mask, 0.0)), equals(mask, 1.0));
-  // Negative zero equals zero and would pass.
   Ref is_zero = equals(mask, 0.0);
+  Ref is_nan_or_zero = either(is_nan, is_zero);
+  Ref is_one = equals(mask, 1.0);
+  Ref valid = either(is_nan_or_zero, is_one);
+  // Negative zero equals zero and would pass.
+  is_zero = equals(mask, 0.0);
   Ref sign = numpy_call(names.signbit, mask);
   Ref negative_zero = own(PyNumber_And(is_zero.get(), sign.get()));
   Ref invalid = either(own(PyNumber_Invert(valid.get())), negative_zero);

@@ -58,16 +58,16 @@ void check_shape(PyObject* tag, PyObject* mask, PyObject* n_alloc) {
     fits = !compare(get_item(shape.get(), own(PyLong_FromLong(0)).get()).get(), n_alloc, Py_NE);
   }
   if (fits) return;
-  raise_schema_error({owner(tag), " has shape ", str(get_attr(mask, names.shape).get()),
-                      ", expected (", str(n_alloc), ",)"});
+  schema_error().refuse({owner(tag), " has shape ", str(get_attr(mask, names.shape).get()),
+                         ", expected (", str(n_alloc), ",)"});
 }
 
 void check_dtype(PyObject* tag, PyObject* mask) {
   for (PyObject* name : {names.float64, names.float16, names.bool_}) {
-    if (!compare(get_attr(mask, names.dtype).get(), numpy_attr(name).get(), Py_NE)) return;
+    if (!compare_dtype(mask, name, Py_NE)) return;
   }
-  raise_schema_error({owner(tag), " has dtype ", str(get_attr(mask, names.dtype).get()),
-                      ", expected float64, float16, or bool"});
+  schema_error().refuse({owner(tag), " has dtype ", str(get_attr(mask, names.dtype).get()),
+                         ", expected float64, float16, or bool"});
 }
 
 void check_mask(PyObject* tag, PyObject* mask, PyObject* n_alloc) {
@@ -77,13 +77,13 @@ void check_mask(PyObject* tag, PyObject* mask, PyObject* n_alloc) {
   check_dtype(tag, mask);
   Ref flags = get_attr(mask, names.flags);
   if (!is_true(get_item(flags.get(), names.C_CONTIGUOUS).get())) {
-    raise_schema_error({owner(tag), " must be C-contiguous"});
+    schema_error().refuse({owner(tag), " must be C-contiguous"});
   }
-  if (!compare(get_attr(mask, names.dtype).get(), numpy_attr(names.float16).get(), Py_EQ)) return;
+  if (!compare_dtype(mask, names.float16, Py_EQ)) return;
   if (const Ref index = invalid_state_index(mask)) {
-    raise_schema_error({owner(tag), " has invalid float16 state value at index ", str(index.get()),
-                        ": ", repr(get_item(mask, index.get()).get()),
-                        "; expected NaN, positive zero, or positive one"});
+    schema_error().refuse({owner(tag), " has invalid float16 state value at index ",
+                           str(index.get()), ": ", repr(get_item(mask, index.get()).get()),
+                           "; expected NaN, positive zero, or positive one"});
   }
 }
 
@@ -97,7 +97,8 @@ Ref post_init(PyObject* const* arguments) {
   Ref by_tag = dict_attribute(self, names.by_tag, "UniverseMasks.by_tag");
   Ref n_alloc = get_attr(self, names.n_alloc);
   if (!is_positive_int(n_alloc.get())) {
-    raise_schema_error({"UniverseMasks.n_alloc must be a positive int; got ", repr(n_alloc.get())});
+    schema_error().refuse(
+        {"UniverseMasks.n_alloc must be a positive int; got ", repr(n_alloc.get())});
   }
   for_each_item(by_tag.get(),
                 [&](PyObject* tag, PyObject* mask) { check_mask(tag, mask, n_alloc.get()); });
@@ -131,11 +132,11 @@ Ref from_raw(PyObject* const* arguments) {
   if (globals::is_instance_of(raw, names.UniverseMasks)) {
     Ref stored = get_attr(raw, names.n_alloc);
     if (!compare(stored.get(), n_alloc, Py_NE)) return Ref::borrow(raw);
-    raise_schema_error({"UniverseMasks coerced with n_alloc=", str(n_alloc),
-                        " but payload has n_alloc=", str(stored.get())});
+    schema_error().refuse({"UniverseMasks coerced with n_alloc=", str(n_alloc),
+                           " but payload has n_alloc=", str(stored.get())});
   }
   if (!is_dict(raw)) {
-    raise_schema_error(
+    schema_error().refuse(
         {"UniverseMasks payload must be dict[str, np.ndarray]; got ", type_name(raw)});
   }
   return record.create(cls, {dict_from(raw).get(), n_alloc});

@@ -57,43 +57,52 @@ class Restore {
 
   [[nodiscard]] Ref validate() const {
     if (!globals::is_instance_of(state_, names.FunctionState)) {
-      refuse("not_function_state", {"FunctionState required for '", str(expected_name_), "', got ",
-                                    str(type_name(state_).get())});
+      rejection().call("not_function_state", {"FunctionState required for '", str(expected_name_),
+                                              "', got ", str(type_name(state_).get())});
     }
     if (compare(get(names.function_name).get(), expected_name_, Py_NE)) {
-      refuse("function_name_mismatch", {"State function_name '", shown(names.function_name),
-                                        "' does not match '", str(expected_name_), "'"});
+      rejection().call("function_name_mismatch",
+                       {"State function_name '", shown(names.function_name), "' does not match '",
+                        str(expected_name_), "'"});
     }
     if (compare(get(names.function_version).get(), expected_version_, Py_NE)) {
-      refuse("function_version_mismatch",
-             {"State function_version ", shown(names.function_version),
-              " does not match entry function_version ", str(expected_version_), " for '",
-              str(expected_name_), "'"});
+      rejection().call("function_version_mismatch",
+                       {"State function_version ", shown(names.function_version),
+                        " does not match entry function_version ", str(expected_version_), " for '",
+                        str(expected_name_), "'"});
     }
     if (!is_dict(get(names.data).get())) {
-      refuse("data_not_dict",
-             {"FunctionState.data for '", str(expected_name_), "' must be dict, got ",
-              str(type_name(get(names.data).get()).get())});
+      rejection().call("data_not_dict",
+                       {"FunctionState.data for '", str(expected_name_), "' must be dict, got ",
+                        str(type_name(get(names.data).get()).get())});
     }
     return get(names.data);
   }
 
  private:
+  // _reject_function_state, looked up in the module before its arguments are made. It need not be
+  // the one that raises.
+  struct Rejection {
+    const Restore& restore;
+    Ref function;
+
+    void call(const char* reason, std::initializer_list<Piece> pieces) const {
+      Ref text = message(pieces);
+      Ref code = own(PyUnicode_FromString(reason));
+      PyObject* const positional[] = {text.get()};
+      const Keyword keywords[] = {{names.expected_name, restore.expected_name_},
+                                  {names.expected_version, restore.expected_version_},
+                                  {names.state, restore.state_},
+                                  {names.reason, code.get()}};
+      call_keywords(function.get(), positional, keywords);
+    }
+  };
+
+  [[nodiscard]] Rejection rejection() const {
+    return {*this, globals::lookup(names.reject_function_state)};
+  }
   [[nodiscard]] Ref get(PyObject* name) const { return get_attr(state_, name); }
   [[nodiscard]] Ref shown(PyObject* name) const { return str(get(name).get()); }
-
-  // _reject_function_state(...), looked up in the module now; it need not be the one that raises.
-  void refuse(const char* reason, std::initializer_list<Piece> pieces) const {
-    Ref function = globals::lookup(names.reject_function_state);
-    Ref text = message(pieces);
-    Ref code = own(PyUnicode_FromString(reason));
-    PyObject* const positional[] = {text.get()};
-    const Keyword keywords[] = {{names.expected_name, expected_name_},
-                                {names.expected_version, expected_version_},
-                                {names.state, state_},
-                                {names.reason, code.get()}};
-    call_keywords(function.get(), positional, keywords);
-  }
 
   PyObject* state_;
   PyObject* expected_name_;

@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "common/checks.h"
+#include "common/misfit_path.h"
 #include "common/scopes.h"
 #include "state/state_values.h"
 
@@ -24,13 +25,19 @@ constexpr FunctionTable kCoerceState = {
 
 // --- Canonical path ---
 
-Ref coerce_item(PyObject* item) { return call(globals::lookup(names.coerce_state).get(), item); }
+Ref coerce(PyObject* raw, MisfitPath& path);
 
-// Inside a generator a StopIteration means a bug and not the end; the items of a sequence are
-// coerced in one.
-Ref coerce_generated(PyObject* item) {
+// coerce_state(item), the function looked up in the module now
+Ref coerce_item(PyObject* item, MisfitPath& path) {
+  if (!globals::untouched()) return call(globals::lookup(names.coerce_state).get(), item);
+  const RecursionLevel level;
+  return coerce(item, path);
+}
+
+// The items of a sequence are coerced in a generator, so PEP 479 applies.
+Ref coerce_generated(PyObject* item, MisfitPath& path) {
   try {
-    return coerce_item(item);
+    return coerce_item(item, path);
   } catch (const PythonError&) {
     if (PyErr_ExceptionMatches(PyExc_StopIteration) == 0) throw;
     raise_from_pending(PyExc_RuntimeError, "generator raised StopIteration");
@@ -39,28 +46,28 @@ Ref coerce_generated(PyObject* item) {
 
 Ref text_of(PyObject* key) { return PyUnicode_CheckExact(key) ? Ref::borrow(key) : str(key); }
 
-Ref coerce_dict(PyObject* raw) {
+Ref coerce_dict(PyObject* raw, MisfitPath& path) {
   Ref cls = globals::lookup(names.StateMapping);
   Ref entries = own(PyDict_New());
   for_each_item(raw, [&](PyObject* key, PyObject* value) {
     Ref text = text_of(key);
-    Ref coerced = coerce_item(value);
+    Ref coerced = coerce_item(value, path);
     check(PyDict_SetItem(entries.get(), text.get(), coerced.get()));
   });
   return state_mapping.create(cls.get(), {entries.get()});
 }
 
-Ref coerce_sequence(PyObject* raw) {
+Ref coerce_sequence(PyObject* raw, MisfitPath& path) {
   Ref cls = globals::lookup(names.StateSequence);
   Ref items = own(PyList_New(0));
   for_each(raw, [&](PyObject* item) {
-    check(PyList_Append(items.get(), coerce_generated(item).get()));
+    check(PyList_Append(items.get(), coerce_generated(item, path).get()));
   });
   Ref tuple = own(PyList_AsTuple(items.get()));
   return state_sequence.create(cls.get(), {tuple.get()});
 }
 
-Ref coerce_canonically(PyObject* raw) {
+Ref coerce_canonically(PyObject* raw, MisfitPath& path) {
   for (PyObject* variant :
        {names.StateScalar, names.StateArray, names.StateMapping, names.StateSequence}) {
     if (globals::is_instance_of(raw, variant)) return Ref::borrow(raw);
@@ -68,8 +75,8 @@ Ref coerce_canonically(PyObject* raw) {
   if (is_array(raw)) {
     return state_array.create(globals::lookup(names.StateArray).get(), {raw});
   }
-  if (is_dict(raw)) return coerce_dict(raw);
-  if (is_list(raw) || is_tuple(raw)) return coerce_sequence(raw);
+  if (is_dict(raw)) return coerce_dict(raw, path);
+  if (is_list(raw) || is_tuple(raw)) return coerce_sequence(raw, path);
   return state_scalar.create(globals::lookup(names.StateScalar).get(), {raw});
 }
 
@@ -77,7 +84,7 @@ Ref coerce_canonically(PyObject* raw) {
 
 // Builds the typed form without running Python code, so that every borrowed reference holds. Null
 // where the canonical path has to decide.
-Ref build(PyObject* raw);
+Ref build(PyObject* raw, MisfitPath& path);
 
 // Whether str(key) runs no Python code and cannot fail, as it does for an int of thousands of
 // digits.
@@ -91,13 +98,13 @@ bool has_plain_text(PyObject* key) {
          key == Py_None;
 }
 
-Ref build_mapping(PyObject* raw) {
+Ref build_mapping(PyObject* raw, MisfitPath& path) {
   const RecursionLevel level;
   Ref entries = own(PyDict_New());
   const bool is_built = all_entries(raw, [&](PyObject* key, PyObject* value) {
     if (!has_plain_text(key)) return false;
     Ref text = text_of(key);
-    Ref coerced = build(value);
+    Ref coerced = build(value, path);
     if (coerced) check(PyDict_SetItem(entries.get(), text.get(), coerced.get()));
     return static_cast<bool>(coerced);
   });
@@ -106,12 +113,12 @@ Ref build_mapping(PyObject* raw) {
   return state_mapping.build(values);
 }
 
-Ref build_sequence(PyObject* raw) {
+Ref build_sequence(PyObject* raw, MisfitPath& path) {
   const RecursionLevel level;
   const Py_ssize_t size = PySequence_Fast_GET_SIZE(raw);
   Ref items = own(PyTuple_New(size));
   for (Py_ssize_t i = 0; i < size; ++i) {
-    Ref coerced = build(PySequence_Fast_GET_ITEM(raw, i));
+    Ref coerced = build(PySequence_Fast_GET_ITEM(raw, i), path);
     if (!coerced) return {};
     PyTuple_SET_ITEM(items.get(), i, coerced.release());
   }
@@ -119,9 +126,9 @@ Ref build_sequence(PyObject* raw) {
   return state_sequence.build(values);
 }
 
-Ref build(PyObject* raw) {
-  if (PyDict_CheckExact(raw)) return build_mapping(raw);
-  if (PyList_CheckExact(raw) || PyTuple_CheckExact(raw)) return build_sequence(raw);
+Ref build_value(PyObject* raw, MisfitPath& path) {
+  if (PyDict_CheckExact(raw)) return build_mapping(raw, path);
+  if (PyList_CheckExact(raw) || PyTuple_CheckExact(raw)) return build_sequence(raw, path);
   PyObject* const values[] = {raw};
   if (PyArray_CheckExact(raw)) return state_array.build(values);
   if (is_state_value(raw)) return Ref::borrow(raw);
@@ -129,13 +136,26 @@ Ref build(PyObject* raw) {
   return {};
 }
 
+Ref build(PyObject* raw, MisfitPath& path) {
+  Ref value = build_value(raw, path);
+  if (!value) path.add(raw);
+  return value;
+}
+
+Ref coerce(PyObject* raw, MisfitPath& path) {
+  const auto fast = [raw](MisfitPath& tried) {
+    if (!state_values_untouched()) return Ref();
+    const CollectorPause pause;
+    return build(raw, tried);
+  };
+  if (Ref value = path.try_once(raw, fast)) return value;
+  return coerce_canonically(raw, path);
+}
+
 Ref coerce_state(PyObject* const* arguments) {
   const auto [raw] = unpack<1>(arguments);
-  if (state_values_untouched()) {
-    const CollectorPause pause;
-    if (Ref value = build(raw)) return value;
-  }
-  return coerce_canonically(raw);
+  MisfitPath path;
+  return coerce(raw, path);
 }
 
 }  // namespace

@@ -81,7 +81,7 @@ Verdict compare_scalars(PyObject* a, PyObject* b, bool outermost) {
 
 // --- Containers ---
 
-Verdict compare(const Operand& a, const Operand& b);
+Verdict compare(const Operand& a, const Operand& b, MisfitPath& path);
 
 // Whether both have the same keys in the same order, as two states of one function mostly have.
 bool are_in_step(PyObject* a, PyObject* b) {
@@ -105,7 +105,7 @@ Verdict compare_keys(PyObject* a, PyObject* b) {
                  }));
 }
 
-Verdict compare_mappings(PyObject* a, bool raw_a, PyObject* b, bool raw_b) {
+Verdict compare_mappings(PyObject* a, bool raw_a, PyObject* b, bool raw_b, MisfitPath& path) {
   if (!PyDict_CheckExact(a) || !PyDict_CheckExact(b)) return Verdict::kUnsure;
   const RecursionLevel level;
   // All keys first: where they differ, no value is looked at, which may be too deep.
@@ -118,7 +118,7 @@ Verdict compare_mappings(PyObject* a, bool raw_a, PyObject* b, bool raw_b) {
     if (!in_step || PyDict_Next(b, &position, nullptr, &value_b) == 0) {
       value_b = PyDict_GetItemWithError(b, key);
     }
-    verdict = compare({value_a, raw_a}, {value_b, raw_b});
+    verdict = compare({value_a, raw_a}, {value_b, raw_b}, path);
     return verdict == Verdict::kEqual;
   });
   return verdict;
@@ -128,20 +128,20 @@ bool is_exact_sequence(PyObject* object) noexcept {
   return PyList_CheckExact(object) || PyTuple_CheckExact(object);
 }
 
-Verdict compare_sequences(PyObject* a, bool raw_a, PyObject* b, bool raw_b) {
+Verdict compare_sequences(PyObject* a, bool raw_a, PyObject* b, bool raw_b, MisfitPath& path) {
   if (!is_exact_sequence(a) || !is_exact_sequence(b)) return Verdict::kUnsure;
   const RecursionLevel level;
   const Py_ssize_t size = PySequence_Fast_GET_SIZE(a);
   if (size != PySequence_Fast_GET_SIZE(b)) return Verdict::kDifferent;
   for (Py_ssize_t i = 0; i < size; ++i) {
-    const Verdict verdict =
-        compare({PySequence_Fast_GET_ITEM(a, i), raw_a}, {PySequence_Fast_GET_ITEM(b, i), raw_b});
+    const Verdict verdict = compare({PySequence_Fast_GET_ITEM(a, i), raw_a},
+                                    {PySequence_Fast_GET_ITEM(b, i), raw_b}, path);
     if (verdict != Verdict::kEqual) return verdict;
   }
   return Verdict::kEqual;
 }
 
-Verdict compare_views(const View& a, const View& b, bool outermost) {
+Verdict compare_views(const View& a, const View& b, bool outermost, MisfitPath& path) {
   if (a.variant == Variant::kUnsure || b.variant == Variant::kUnsure) return Verdict::kUnsure;
   if (a.variant != b.variant) return Verdict::kDifferent;
   switch (a.variant) {
@@ -151,9 +151,11 @@ Verdict compare_views(const View& a, const View& b, bool outermost) {
       if (!PyArray_CheckExact(a.payload.get()) || !PyArray_CheckExact(b.payload.get())) break;
       return arrays_equal(as_array(a.payload.get()), as_array(b.payload.get()));
     case Variant::kMapping:
-      return compare_mappings(a.payload.get(), a.raw_children, b.payload.get(), b.raw_children);
+      return compare_mappings(a.payload.get(), a.raw_children, b.payload.get(), b.raw_children,
+                              path);
     case Variant::kSequence:
-      return compare_sequences(a.payload.get(), a.raw_children, b.payload.get(), b.raw_children);
+      return compare_sequences(a.payload.get(), a.raw_children, b.payload.get(), b.raw_children,
+                               path);
     case Variant::kNone:
       return Verdict::kDifferent;
     case Variant::kUnsure:
@@ -162,12 +164,14 @@ Verdict compare_views(const View& a, const View& b, bool outermost) {
   return Verdict::kUnsure;
 }
 
-Verdict compare(const Operand& a, const Operand& b) {
+Verdict compare(const Operand& a, const Operand& b, MisfitPath& path) {
   // Most of what is met is a builtin scalar, and scalars need no view.
   if (a.raw && b.raw && is_builtin_scalar(a.object) && is_builtin_scalar(b.object)) {
     return compare_scalars(a.object, b.object, false);
   }
-  return compare_views(view(a), view(b), false);
+  const Verdict verdict = compare_views(view(a), view(b), false, path);
+  if (verdict == Verdict::kUnsure) path.add(a.object);
+  return verdict;
 }
 
 Ref result_of(Verdict verdict) {
@@ -178,15 +182,18 @@ Ref result_of(Verdict verdict) {
 
 Ref payloads_equal(PyObject* a, PyObject* b) {
   const CollectorPause pause;
-  const Verdict verdict = compare_views(view({a, true}), view({b, true}), true);
+  MisfitPath unused;  // coercion comes next, which finds its own
+  const Verdict verdict = compare_views(view({a, true}), view({b, true}), true, unused);
   // A difference found early is final only if the rest of both payloads can be coerced as well.
   if (verdict == Verdict::kDifferent && !(is_plain_payload(a) && is_plain_payload(b))) return {};
   return result_of(verdict);
 }
 
-Ref typed_values_equal(PyObject* a, PyObject* b) {
+Ref typed_values_equal(PyObject* a, PyObject* b, MisfitPath& path) {
   const CollectorPause pause;
-  return result_of(compare_views(view({a, false}), view({b, false}), true));
+  const Verdict verdict = compare_views(view({a, false}), view({b, false}), true, path);
+  if (verdict == Verdict::kUnsure) path.add(a);
+  return result_of(verdict);
 }
 
 }  // namespace typed_shapes

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "common/ref.h"
+#include "common/misfit_path.h"
 
 namespace typed_shapes {
 
@@ -11,6 +11,6 @@ namespace typed_shapes {
 // states_equal(a, b)
 [[nodiscard]] Ref payloads_equal(PyObject* a, PyObject* b);
 // _states_value_equal(a, b)
-[[nodiscard]] Ref typed_values_equal(PyObject* a, PyObject* b);
+[[nodiscard]] Ref typed_values_equal(PyObject* a, PyObject* b, MisfitPath& path);
 
 }  // namespace typed_shapes

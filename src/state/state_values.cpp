@@ -81,10 +81,14 @@ void define_state_values() {
   define_record<state_mapping>();
   define_record<state_sequence>();
 
-  Ref members = own(PyTuple_Pack(
-      4, globals::lookup(names.StateScalar).get(), globals::lookup(names.StateArray).get(),
-      globals::lookup(names.StateMapping).get(), globals::lookup(names.StateSequence).get()));
-  Ref alias = own(PyObject_GetItem(globals::lookup(names.Union).get(), members.get()));
+  PyObject* const members[] = {names.StateScalar, names.StateArray, names.StateMapping,
+                               names.StateSequence};
+  Ref classes = own(PyList_New(0));
+  for (PyObject* name : members) {
+    check(PyList_Append(classes.get(), globals::lookup(name).get()));
+  }
+  Ref alias =
+      get_item(globals::lookup(names.Union).get(), own(PyList_AsTuple(classes.get())).get());
   globals::bind("StateValue", alias.get());
 }
 

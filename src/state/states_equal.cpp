@@ -5,6 +5,8 @@
 #include <cstring>
 
 #include "common/checks.h"
+#include "common/misfit_path.h"
+#include "common/scopes.h"
 #include "state/side_by_side.h"
 #include "state/state_values.h"
 
@@ -31,10 +33,24 @@ DictWatch math_names;
 // Whether the walk side by side may stand for the canonical path.
 bool untouched() { return math_names.untouched() && state_values_untouched(); }
 
-// bool(_states_value_equal(a, b)), the function looked up in the module now
-bool are_equal(PyObject* a, PyObject* b) {
-  return is_true(call(globals::lookup(names.states_value_equal).get(), a, b).get());
-}
+Ref values_equal(PyObject* a, PyObject* b, MisfitPath& path);
+
+// _states_value_equal, looked up in the module before its arguments are made.
+class InnerComparison {
+ public:
+  InnerComparison()
+      : other_(globals::untouched() ? Ref() : globals::lookup(names.states_value_equal)) {}
+
+  // bool(_states_value_equal(a, b))
+  [[nodiscard]] bool are_equal(const Ref& a, const Ref& b, MisfitPath& path) const {
+    if (other_) return is_true(call(other_.get(), a.get(), b.get()).get());
+    const RecursionLevel level;
+    return is_true(values_equal(a.get(), b.get(), path).get());
+  }
+
+ private:
+  Ref other_;  // null where the module still has its own
+};
 
 // isinstance(value, float) and math.isnan(value)
 bool is_float(PyObject* value) {
@@ -51,7 +67,7 @@ Ref compare_scalars(PyObject* a, PyObject* b) {
   if (is_float(left.get()) && is_float(right.get()) && is_nan(left.get()) && is_nan(right.get())) {
     return boolean(true);
   }
-  return own(PyObject_RichCompare(left.get(), right.get(), Py_EQ));
+  return rich_compare(left.get(), right.get(), Py_EQ);
 }
 
 // a.data.name != b.name
@@ -65,6 +81,8 @@ bool differs(PyObject* a, PyObject* right, PyObject* name) {
 bool all_close(PyObject* a, PyObject* right) {
   Ref function = numpy_attr(names.allclose);
   Ref left = get_attr(a, names.data);
+  check_nesting(left.get());
+  check_nesting(right);
   Ref zero = own(PyLong_FromLong(0));
   PyObject* const positional[] = {left.get(), right};
   const Keyword keywords[] = {
@@ -75,7 +93,10 @@ bool all_close(PyObject* a, PyObject* right) {
 // bool(np.array_equal(a.data, right))
 bool array_equal(PyObject* a, PyObject* right) {
   Ref function = numpy_attr(names.array_equal);
-  return is_true(call(function.get(), get_attr(a, names.data).get(), right).get());
+  Ref left = get_attr(a, names.data);
+  check_nesting(left.get());
+  check_nesting(right);
+  return is_true(call(function.get(), left.get(), right).get());
 }
 
 bool compare_arrays(PyObject* a, PyObject* b) {
@@ -99,43 +120,53 @@ bool compare_arrays(PyObject* a, PyObject* b) {
   }
 }
 
-bool compare_mappings(PyObject* a, PyObject* b) {
+bool compare_mappings(PyObject* a, PyObject* b, MisfitPath& path) {
   Ref right = get_attr(b, names.entries);
   Ref left_keys = own(PySet_New(call_method(get_attr(a, names.entries).get(), names.keys).get()));
   Ref right_keys = own(PySet_New(call_method(right.get(), names.keys).get()));
   if (compare(left_keys.get(), right_keys.get(), Py_NE)) return false;
   return all_of(get_attr(a, names.entries).get(), [&](PyObject* key) {
-    Ref left_value = own(PyObject_GetItem(get_attr(a, names.entries).get(), key));
-    return are_equal(left_value.get(), own(PyObject_GetItem(right.get(), key)).get());
+    const InnerComparison inner;
+    const Ref left_value = get_item(get_attr(a, names.entries).get(), key);
+    return inner.are_equal(left_value, get_item(right.get(), key), path);
   });
 }
 
-bool compare_sequences(PyObject* a, PyObject* b) {
+bool compare_sequences(PyObject* a, PyObject* b, MisfitPath& path) {
   Ref right = get_attr(b, names.items_);
   const Py_ssize_t left_size = check(PyObject_Size(get_attr(a, names.items_).get()));
   if (left_size != check(PyObject_Size(right.get()))) return false;
   Ref pairs =
       call(reinterpret_cast<PyObject*>(&PyZip_Type), get_attr(a, names.items_).get(), right.get());
-  return all_of(pairs.get(), [](PyObject* pair) {
-    return are_equal(PyTuple_GET_ITEM(pair, 0), PyTuple_GET_ITEM(pair, 1));
+  return all_of(pairs.get(), [&](PyObject* pair) {
+    const Pair items = unpack_pair(pair);
+    return InnerComparison().are_equal(items.first, items.second, path);
   });
 }
 
-Ref compare_canonically(PyObject* a, PyObject* b) {
+Ref compare_canonically(PyObject* a, PyObject* b, MisfitPath& path) {
   if (Py_TYPE(a) != Py_TYPE(b)) return boolean(false);
   if (globals::is_instance_of(a, names.StateScalar)) return compare_scalars(a, b);
   if (globals::is_instance_of(a, names.StateArray)) return boolean(compare_arrays(a, b));
-  if (globals::is_instance_of(a, names.StateMapping)) return boolean(compare_mappings(a, b));
-  if (globals::is_instance_of(a, names.StateSequence)) return boolean(compare_sequences(a, b));
+  if (globals::is_instance_of(a, names.StateMapping)) return boolean(compare_mappings(a, b, path));
+  if (globals::is_instance_of(a, names.StateSequence)) {
+    return boolean(compare_sequences(a, b, path));
+  }
   return boolean(false);
+}
+
+Ref values_equal(PyObject* a, PyObject* b, MisfitPath& path) {
+  const auto fast = [a, b](MisfitPath& tried) {
+    return untouched() ? typed_values_equal(a, b, tried) : Ref();
+  };
+  if (Ref result = path.try_once(a, fast)) return result;
+  return compare_canonically(a, b, path);
 }
 
 Ref states_value_equal(PyObject* const* arguments) {
   const auto [a, b] = unpack<2>(arguments);
-  if (untouched()) {
-    if (Ref result = typed_values_equal(a, b)) return result;
-  }
-  return compare_canonically(a, b);
+  MisfitPath path;
+  return values_equal(a, b, path);
 }
 
 Ref states_equal(PyObject* const* arguments) {

@@ -1,0 +1,35 @@
+// A fast path that meets a misfit deep in a payload leaves the whole payload to the canonical path,
+// which comes back to the fast one at each part. The path to the misfit keeps those parts from
+// being tried again that lead to it: each would be walked down to the misfit once more, in time
+// quadratic in the depth.
+#pragma once
+
+#include <vector>
+
+#include "common/ref.h"
+
+namespace typed_shapes {
+
+// The objects from a misfit up to where the fast path began. Their addresses are only compared.
+class MisfitPath {
+ public:
+  // Notes the next object up. The fast path calls it on its way out.
+  void add(PyObject* object) { objects_.push_back(object); }
+
+  // What fast(path) gives, unless the object is the next one down this path: then null, at once.
+  template <typename Fast>
+  [[nodiscard]] Ref try_once(PyObject* object, Fast&& fast) {
+    if (objects_.empty() || objects_.back() != object) {
+      MisfitPath tried;
+      if (Ref result = fast(tried)) return result;
+      objects_ = std::move(tried.objects_);
+    }
+    if (!objects_.empty()) objects_.pop_back();
+    return {};
+  }
+
+ private:
+  std::vector<PyObject*> objects_;
+};
+
+}  // namespace typed_shapes
