@@ -13,8 +13,9 @@ namespace typed_shapes {
 // The objects from a misfit up to where the fast path began. Their addresses are only compared.
 class MisfitPath {
  public:
-  // Notes the next object up. The fast path calls it on its way out.
-  void add(PyObject* object) { objects_.push_back(object); }
+  // Notes the next object up. The fast path calls it on its way out; kept out of its code, which
+  // hardly ever meets a misfit.
+  [[gnu::noinline, gnu::cold]] void add(PyObject* object) { objects_.push_back(object); }
 
   // What fast(path) gives, unless the object is the next one down this path: then null, at once.
   template <typename Fast>

@@ -117,6 +117,12 @@ void Record::define(vectorcallfunc overlay) {
   globals::bind(table_.name, record.get());
   if (!is_plain || record.get() != made.get() || !is_as_generated(type, body.get(), table_)) return;
   factory_mark_.set(factory_mark(type, table_.fields));
+  first_factory_ = factory_count_ = 0;
+  for (std::size_t i = 0; i < table_.fields.size(); ++i) {
+    if (default_factory(table_.fields[i].default_value) == nullptr) continue;
+    if (factory_count_ == 0) first_factory_ = i;
+    factory_count_ = i + 1 - first_factory_;
+  }
   has_inline_fields_ = proves_inline_fields(type, field_names());
   watch_.start(type);
   // A documented slot that subclasses do not inherit: they go through type.__call__ as ever.
@@ -209,14 +215,13 @@ Ref Record::construct_natively(const CallArguments& arguments) {
   Values values{};
   if (match_arguments(field_names(), arguments, {values.data(), count}).any()) return {};
   // inspect.Signature.bind() and apply_defaults() give a caller the mark to pass on.
-  PyObject* mark = factory_mark_.get();
-  const auto given = std::span(values).first(count);
-  if (mark != nullptr && std::ranges::find(given, mark) != given.end()) return {};
+  const auto made = std::span(values).subspan(first_factory_, factory_count_);
+  if (std::ranges::find(made, factory_mark_.get()) != made.end()) return {};
   return build_checked(values);
 }
 
 Ref Record::create(PyObject* cls, std::initializer_list<PyObject*> given) {
-  if (stands_for(cls)) {
+  if (may_allocate(cls)) {
     Values values{};
     std::ranges::copy(given, values.begin());
     if (Ref instance = build_checked(values)) return instance;
@@ -232,7 +237,7 @@ PyObject* Record::construct(PyObject* cls, PyObject* const* args, std::size_t na
                             PyObject* kwnames) noexcept {
   return guarded([&] {
     const CallArguments arguments(args, nargsf, kwnames);
-    if (stands_for(cls)) {
+    if (may_allocate(cls)) {
       if (Ref instance = construct_natively(arguments)) return instance;
     }
     const RecursionLevel level;

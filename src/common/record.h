@@ -106,6 +106,10 @@ class Record {
   [[nodiscard]] Ref build_with_defaults(Values& values);
   [[nodiscard]] Ref build_if_accepted(PyObject* const* values);
   [[nodiscard]] Ref construct_natively(const CallArguments& arguments);
+  // Whether an instance may be made and dropped again unseen, before all is asked.
+  [[nodiscard]] bool may_allocate(PyObject* cls) noexcept {
+    return cls == reinterpret_cast<PyObject*>(type()) && watch_.attributes_untouched();
+  }
   [[nodiscard]] Ref allocate() const;
   void fill(PyObject* instance, PyObject* const* values) const;
   [[nodiscard]] Ref make_class() const;
@@ -115,6 +119,8 @@ class Record {
   ClassWatch watch_;
   Slot field_names_;   // a tuple of interned str
   Slot factory_mark_;  // what dataclasses passes for a field that its factory makes; or null
+  std::size_t first_factory_ = 0;  // the fields that may be given the mark: from here on
+  std::size_t factory_count_ = 0;
   bool has_inline_fields_ = false;
 };
 

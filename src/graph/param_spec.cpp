@@ -152,6 +152,12 @@ class EntryCoercion {
   Ref other_;  // null where the class is ParamSpec as it was made
 };
 
+// cls.from_raw(name, raw)
+Ref coerce_entry(PyObject* cls, PyObject* name, PyObject* raw) {
+  if (Ref spec = build_param(record, cls, name, raw)) return spec;
+  return EntryCoercion(cls).coerce(name, raw);
+}
+
 // --- Coercion of a schema ---
 
 Ref param_name(PyObject* const* arguments) {
@@ -178,7 +184,7 @@ Ref from_mapping(PyObject* const* arguments) {
     });
   } else if (is_dict(raw)) {
     for_each_item(raw, [&, cls = cls](PyObject* key, PyObject* value) {
-      check(PyList_Append(specs.get(), EntryCoercion(cls).coerce(key, value).get()));
+      check(PyList_Append(specs.get(), coerce_entry(cls, key, value).get()));
     });
   } else {
     schema_error().refuse(
