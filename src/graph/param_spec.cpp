@@ -175,15 +175,17 @@ Ref from_list_entry(PyObject* cls, PyObject* entry) {
 }
 
 Ref from_mapping(PyObject* const* arguments) {
-  const auto [cls, raw] = unpack<2>(arguments);
+  // Not unpacked: before its version 16, clang lets no lambda capture a structured binding.
+  PyObject* const cls = arguments[0];
+  PyObject* const raw = arguments[1];
   Ref specs = own(PyList_New(0));
   if (raw == Py_None) return specs;
   if (is_list(raw)) {
-    for_each(raw, [&, cls = cls](PyObject* entry) {
+    for_each(raw, [&](PyObject* entry) {
       check(PyList_Append(specs.get(), from_list_entry(cls, entry).get()));
     });
   } else if (is_dict(raw)) {
-    for_each_item(raw, [&, cls = cls](PyObject* key, PyObject* value) {
+    for_each_item(raw, [&](PyObject* key, PyObject* value) {
       check(PyList_Append(specs.get(), coerce_entry(cls, key, value).get()));
     });
   } else {
