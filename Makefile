@@ -32,7 +32,7 @@ $(VENV)/tools: pyproject.toml | require
 	@touch $@
 
 $(VENV)/lint-tools: $(VENV)/tools
-	$(PIP) install --quiet --group lint --group test --group bench
+	$(PIP) install --quiet --group lint --group test --group bench --group wheel
 	@touch $@
 
 $(VENV)/bench-tools: $(VENV)/tools

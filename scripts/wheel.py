@@ -1,7 +1,7 @@
 """Build the sdist and the wheel; a tree gives the same bytes wherever and whenever it is built.
 
-The two files go to dist/. With --check they are built again in other surroundings, and all bytes
-are compared.
+The two files go to dist/. Their members must be the expected ones, and the binary must have all its
+protections. With --check they are built again in other surroundings, and all bytes are compared.
 """
 
 from __future__ import annotations
@@ -17,6 +17,8 @@ import tempfile
 import tomllib
 import zipfile
 from pathlib import Path
+
+import hardening
 
 ROOT = Path(__file__).resolve().parent.parent
 BIN = Path(sys.executable).parent
@@ -130,6 +132,11 @@ def surprises(file: Path) -> list[str]:
     ]
 
 
+def gaps(file: Path) -> list[str]:
+    modules = [content for name, content in members(file).items() if name.endswith(".so")]
+    return [f"{file.name} lacks {gap}" for module in modules for gap in hardening.gaps(module)]
+
+
 def differences(one: Path, other: Path) -> list[str]:
     if one.name != other.name:
         return [f"{one.name} is called {other.name} elsewhere"]
@@ -146,7 +153,7 @@ def main() -> int:
     parser.add_argument("--into", type=Path, default=ROOT / "dist", metavar="FOLDER")
     options = parser.parse_args()
     made = sorted(build_into(options.into))
-    found = [text for file in made for text in surprises(file)]
+    found = [text for file in made for text in [*surprises(file), *gaps(file)]]
     if options.check:
         with tempfile.TemporaryDirectory() as folder:
             for one, other in zip(made, build_elsewhere(Path(folder)), strict=True):
