@@ -2,12 +2,14 @@
 
 A cell may succeed or end in RecursionError or MemoryError, and crash only where plain classes crash
 too, which is the interpreter's own matter; coercion, equality, making and dropping have no such
-excuse. Then greedy callbacks run at the deepest level that is permitted, and levels are measured.
+excuse. Before that, greedy callbacks run at the deepest level that is permitted on small stacks,
+with the kernels that OpenBLAS has for different processors, and the levels are measured.
 """
 
 import bisect
 import copy
 import dataclasses
+import os
 import pickle
 import re
 import resource
@@ -172,34 +174,55 @@ def deepest(size: int, shape: str, call: Callable[..., Any], leaf: Any = None) -
     return on_thread(size, lambda: bisect.bisect_left(levels, True, 10, key=is_too_deep)) - 1
 
 
-def look_at_the_stack() -> str:
+def look_at_the_stack() -> None:
+    """What a child does: name each call before it is made, and print what it came to."""
     sys.setrecursionlimit(MANY)
     taken = []
     equal = lambda value: ts.states_equal(value, value)  # noqa: E731
     calls = [("coerce_graph", "graph", ts.coerce_graph, {"op": Greedy()}),
              ("coerce_state", "list", ts.coerce_state, {Greedy(): 1}),
              ("states_equal", "sequence", equal, ts.StateScalar(Greedy()))]  # fmt: skip
-    # The smallest stacks first: threads take over the larger ones of threads that are gone.
-    for name, *call in calls:
-        print(name, "with a greedy callback in 256 KiB:", deepest(256 * KIB, *call), "levels")
+    for size in (96, 128, 256):  # small ones first: threads take over the larger of others
+        for name, *call in calls:
+            print(f"{name} with a greedy callback in {size} KiB:", end=" ", flush=True)
+            print(deepest(size * KIB, *call), "levels", flush=True)
     for name, shape, call, _ in calls:
         for path in (nullcontext, canonical_path):
             with path():
                 one, two = (deepest(size, shape, call) for size in (MIB, 2 * MIB))
             taken.append(f"{name} {path.__name__} {MIB // (two - one)}")
-    return "bytes of stack a level: " + ", ".join(taken)
+    print("bytes of stack a level:", ", ".join(taken))
+
+
+def with_kernels(processor: str) -> tuple[bool, str]:
+    """Whether a child survives with the kernels for a processor, and what came of it."""
+    environment = {**os.environ, "OPENBLAS_CORETYPE": processor}
+    bare = [sys.executable, "-c", "import numpy; numpy.linalg.inv(numpy.eye(9))"]
+    if subprocess.run(bare, env=environment).returncode != 0:
+        return True, "do not run on this processor"
+    command = [sys.executable, "-m", "harden.depth", "stack"]
+    done = subprocess.run(command, env=environment, stdout=subprocess.PIPE, text=True)
+    *_, last = ["", *done.stdout.splitlines()]
+    print(f"kernels for {processor}:", done.stdout, sep="\n", flush=True)
+    return done.returncode == 0, f"CRASH {done.returncode} in {last}" * bool(
+        done.returncode
+    ) or last
 
 
 def main() -> int:
+    if sys.argv[1:] == ["stack"]:
+        look_at_the_stack()
+        return 0
     if sys.argv[1:] != QUICK:
         run_cells(*map(int, sys.argv[1:3]))
         return 0
-    stack = look_at_the_stack()
+    kernels = {name: with_kernels(name) for name in ("Haswell", "Zen", "SkylakeX")}
+    stack = ", ".join(f"kernels for {name}: {text}" for name, (_, text) in kernels.items())
     with ThreadPoolExecutor(2) as pool:
         total = sum(pool.map(sweep, range(len(PLACES))), Counter())
     counts = ", ".join(f"{number} {outcome}" for outcome, number in total.items())
     print(f"figures: {total.total()} cells: {counts}; {stack}")
-    return int(not FINE.issuperset(total))
+    return int(not FINE.issuperset(total) or not all(passed for passed, _ in kernels.values()))
 
 
 if __name__ == "__main__":
