@@ -4,7 +4,7 @@ A part is to blame where it draws the very text that the whole payload drew.
 """
 
 from bisect import bisect_left
-from collections.abc import Callable, Mapping
+from collections.abc import Callable, Iterator, Mapping
 from functools import partial
 from itertools import islice
 from typing import Any
@@ -34,20 +34,29 @@ def nowhere(payload: Any, coerce: Coerce) -> Path:
 
 
 def in_graph(payload: Any, coerce: Coerce) -> Path:
-    """Follows the children that are refused down to the node that is refused by itself."""
+    """The first node, in the order of the library, that is refused without its children.
+
+    Each node is coerced once and alone. To coerce whole subtrees on the way down would take time
+    quadratic in the depth.
+    """
     path: Path = []
+    levels: list[Iterator[tuple[int, Any]]] = []
     node = payload
-    while isinstance(node, Mapping) and not refusal(coerce, {**node, "children": []}):
-        path.append("children" if node.get("children") is not None else "args")
-        children = node.get(path[-1])
-        if not isinstance(children, list):
-            break
-        bad = next((i for i, child in enumerate(children) if refusal(coerce, child)), None)
-        if bad is None:
-            return path[:-1]
-        path.append(bad)
-        node = children[bad]
-    return path
+    while True:
+        if not isinstance(node, Mapping) or refusal(coerce, {**node, "children": []}):
+            return path
+        name = "children" if node.get("children") is not None else "args"
+        children = node.get(name)
+        if children is not None and not isinstance(children, list):
+            return [*path, name]
+        path += [name, -1]
+        levels.append(enumerate(children or []))
+        while (following := next(levels[-1], None)) is None:
+            levels.pop()
+            del path[-2:]
+            if not levels:
+                return []
+        path[-1], node = following
 
 
 def in_order(payload: Any, coerce: Coerce) -> Path:
