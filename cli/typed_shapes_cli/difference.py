@@ -1,14 +1,25 @@
-"""Finds the first place where two state payloads differ, by the rules of their equality."""
+"""Finds the first place where two state payloads differ, by the rules of their equality.
 
-from collections.abc import Mapping
+One walk decides whether they differ and where, so that the two answers cannot contradict each
+other. It asks the library about each leaf, and about arrays block by block. To ask about whole
+subtrees on the way down would take time quadratic in the depth, and to ask about whole arrays would
+take several times their memory for what NumPy computes in between.
+"""
+
+from collections.abc import Iterator, Mapping
 from dataclasses import dataclass
+from math import prod
 from typing import Any
 
 import numpy as np
 from quillmere.functions import _typed_shapes as shapes
 
-from typed_shapes_cli.outcomes import PathStep, format_path, printable
-from typed_shapes_cli.summaries import brief
+from typed_shapes_cli.outcomes import PathStep, format_path
+from typed_shapes_cli.summaries import brief, cell_text
+
+BLOCK = 1 << 16  # cells that the library compares at once
+
+Entries = Iterator[tuple[PathStep, Any, Any]]
 
 
 @dataclass(frozen=True)
@@ -22,27 +33,31 @@ class Difference:
 
 def first_difference(a: Any, b: Any) -> Difference | None:
     """The first difference of two payloads, or None where they are equal states."""
-    if shapes.states_equal(a, b):
-        return None
     path: list[PathStep] = []
-    while True:
-        step = _differing_entry(a, b)
-        if step is None:
-            return Difference(format_path(path), *_show_both(a, b))
-        path += step[0]
-        a, b = step[1:]
+    levels: list[Entries] = [iter([("", a, b)])]
+    while levels:
+        entry = next(levels[-1], None)
+        if entry is None:
+            levels.pop()
+            del path[-1:]
+            continue
+        step, x, y = entry
+        entries = _entries(x, y)
+        if entries is not None:
+            path.append(step)
+            levels.append(entries)
+        elif (cell := _unequal_cell(x, y)) is not None:
+            at = format_path([*path, step, *cell][1:])
+            return Difference(at, *(_show_both(x[cell], y[cell]) if cell else _show_both(x, y)))
+    return None
 
 
-def _differing_entry(a: Any, b: Any) -> tuple[list[PathStep], Any, Any] | None:
-    """The first entry of two unequal values that is unequal itself, if they are alike so far."""
+def _entries(a: Any, b: Any) -> Entries | None:
+    """The entries of two values side by side, if the values are alike but for their entries."""
     if isinstance(a, dict) and isinstance(b, dict):
-        return _differing_key(_by_text(a), _by_text(b))
+        return _by_key(_by_text(a), _by_text(b))
     if isinstance(a, list | tuple) and isinstance(b, list | tuple) and len(a) == len(b):
-        for index, (x, y) in enumerate(zip(a, b, strict=True)):
-            if not shapes.states_equal(x, y):
-                return [index], x, y
-    if isinstance(a, np.ndarray) and isinstance(b, np.ndarray):
-        return _differing_cell(a, b)
+        return ((index, x, y) for index, (x, y) in enumerate(zip(a, b, strict=True)))
     return None
 
 
@@ -58,28 +73,34 @@ def _by_text(mapping: Mapping[Any, Any]) -> dict[str, Any]:
     return {str(key): value for key, value in mapping.items()}
 
 
-def _differing_key(a: dict[str, Any], b: dict[str, Any]) -> tuple[list[PathStep], Any, Any] | None:
-    for key in [*a, *b]:
-        if (key in a) != (key in b):
-            return [key], a.get(key, ABSENT), b.get(key, ABSENT)
-    for key, value in a.items():
-        if not shapes.states_equal(value, b[key]):
-            return [key], value, b[key]
+def _by_key(a: dict[str, Any], b: dict[str, Any]) -> Entries:
+    if a.keys() == b.keys():
+        return ((key, value, b[key]) for key, value in a.items())
+    alone = next(key for key in [*a, *b] if (key in a) != (key in b))
+    return iter([(alone, a.get(alone, ABSENT), b.get(alone, ABSENT))])
+
+
+def _unequal_cell(a: Any, b: Any) -> tuple[int, ...] | None:
+    """The first cell in which two arrays differ, () for values without cells, None if equal."""
+    arrays = isinstance(a, np.ndarray) and isinstance(b, np.ndarray)
+    if not arrays or a.shape != b.shape or a.dtype != b.dtype:
+        return None if shapes.states_equal([a], [b]) else ()
+    boxes = [tuple((0, length) for length in a.shape)]
+    while boxes:
+        box = boxes.pop()
+        cells = prod(stop - start for start, stop in box)
+        if cells <= BLOCK:
+            part = tuple(slice(start, stop) for start, stop in box)
+            if shapes.states_equal(a[part], b[part]):
+                continue
+            if cells <= 1:
+                return tuple(start for start, _ in box)
+        axis, (start, stop) = next((i, span) for i, span in enumerate(box) if span[1] - span[0] > 1)
+        middle = (start + stop) // 2
+        # The half that comes first in the order of the cells is looked at first.
+        for half in ((middle, stop), (start, middle)):
+            boxes.append((*box[:axis], half, *box[axis + 1 :]))
     return None
-
-
-def _differing_cell(
-    a: np.ndarray[Any, Any], b: np.ndarray[Any, Any]
-) -> tuple[list[PathStep], Any, Any] | None:
-    if a.shape != b.shape or a.dtype != b.dtype or a.ndim == 0:
-        return None
-    unequal = np.asarray(a != b)
-    if a.dtype.kind in "fc":
-        unequal &= ~(np.isnan(a) & np.isnan(b))
-    if not unequal.any():
-        return None
-    cell = np.unravel_index(int(np.flatnonzero(unequal)[0]), a.shape)
-    return [int(index) for index in cell], a[cell], b[cell]
 
 
 def _show_both(a: Any, b: Any) -> tuple[str, str]:
@@ -94,4 +115,4 @@ def _show_both(a: Any, b: Any) -> tuple[str, str]:
 def _show(value: Any) -> str:
     if isinstance(value, np.ndarray):
         return f"array {brief(value)}"
-    return printable(str(value)) if isinstance(value, np.generic) else brief(value)
+    return cell_text(value)
