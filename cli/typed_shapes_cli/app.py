@@ -1,23 +1,49 @@
 """The sub-commands of `typed-shapes`."""
 
+import errno
 import io
+import os
 import platform
 import sys
-from difflib import get_close_matches
+import warnings
 from enum import StrEnum
 from importlib.metadata import version
 from pathlib import Path
 from typing import Annotated, Any
 
 import typer
-from rich.text import Text
+from typer.core import TyperGroup
 
 from typed_shapes_cli import rendering, reporting
 from typed_shapes_cli.checking import Result, results
+from typed_shapes_cli.console import (
+    console,
+    output_failed,
+    print_view,
+    printable_usage_errors,
+    words,
+)
 from typed_shapes_cli.difference import first_difference
 from typed_shapes_cli.kinds import KINDS, Options
-from typed_shapes_cli.loading import Document, single_payload
-from typed_shapes_cli.outcomes import FITS, MISFIT, TOO_DEEP, UNREADABLE, InputError, Misfit
+from typed_shapes_cli.loading import single_payload
+from typed_shapes_cli.options import (
+    INPUTS,
+    MAX_BYTES,
+    AllocOption,
+    KindOption,
+    LinesOption,
+    SizeOption,
+    read_once,
+)
+from typed_shapes_cli.outcomes import (
+    FITS,
+    MISFIT,
+    TOO_DEEP,
+    UNREADABLE,
+    InputError,
+    Misfit,
+    reason,
+)
 
 EXAMPLES = """[bold]Examples[/]
   typed-shapes show momentum.json
@@ -29,12 +55,28 @@ EXAMPLES = """[bold]Examples[/]
 EXIT_CODES = """[bold]Exit codes[/]
   0    all is well
   1    a payload does not fit its record, or two states differ
-  2    input that cannot be read, or a command line that cannot be understood
+  2    input that cannot be read, output that cannot be written, or a wrong command line
   130  after Ctrl-C
   141  the reader of the output went away
 """
 
+
+class _Commands(TyperGroup):
+    """The sub-commands, which repeat words of the command line and of payloads safely."""
+
+    def make_context(self, *args: Any, **options: Any) -> Any:
+        with printable_usage_errors():
+            return super().make_context(*args, **options)
+
+    def invoke(self, ctx: Any) -> Any:
+        """Runs a sub-command. NumPy's warnings about numbers of a payload are not its business."""
+        with printable_usage_errors(), warnings.catch_warnings():
+            warnings.simplefilter("ignore")
+            return super().invoke(ctx)
+
+
 app = typer.Typer(
+    cls=_Commands,
     help="Look at payloads the way the simulation engine and its functions see them.\n\n"
     "Every payload is coerced into its typed record. One that does not fit is refused with the "
     "library's own text, and with the place in the payload where that can be told.",
@@ -53,47 +95,11 @@ class Format(StrEnum):
     json = "json"
 
 
-def _known(kind: str) -> str:
-    if kind not in KINDS:
-        alike = get_close_matches(kind, KINDS, n=1)
-        hint = f"Did you mean {alike[0]!r}?" if alike else f"There are {', '.join(KINDS)}."
-        raise typer.BadParameter(f"{kind!r} is no kind of payload. {hint}")
-    return kind
-
-
-def _kinds_from(incomplete: str) -> list[tuple[str, str]]:
-    return [(name, kind.about) for name, kind in KINDS.items() if name.startswith(incomplete)]
-
-
 def _print_version(wanted: bool) -> None:
     if wanted:
         python, own = platform.python_version(), version("quillmere-typed-shapes")
-        typer.echo(f"typed-shapes {own} (Python {python}, NumPy {version('numpy')})")
+        console().print(f"typed-shapes {own} (Python {python}, NumPy {version('numpy')})")
         raise typer.Exit
-
-
-KindOption = Annotated[
-    str,
-    typer.Option(
-        "--as",
-        metavar="KIND",
-        help=f"What the payload is: {', '.join(KINDS)}. See [bold]typed-shapes kinds[/].",
-        callback=_known,
-        autocompletion=_kinds_from,
-    ),
-]
-AllocOption = Annotated[
-    int | None,
-    typer.Option("--n-alloc", metavar="N", help="Slots of a mask; else those of the first mask."),
-]
-LinesOption = Annotated[
-    bool,
-    typer.Option("--lines", help="A payload on each line, whatever the name of the file."),
-]
-INPUTS = (
-    "JSON (NaN and Infinity may stand in it), JSON Lines (.jsonl or .ndjson, a payload on each "
-    "line), .npz for payloads of arrays, or - for the standard input."
-)
 
 
 @app.callback()
@@ -117,23 +123,20 @@ def show(
     kind: KindOption = "graph",
     n_alloc: AllocOption = None,
     lines: LinesOption = False,
+    max_bytes: SizeOption = MAX_BYTES,
     limit: Annotated[
-        int, typer.Option(min=0, help="Show so many nodes or entries at most; 0 shows all.")
+        int, typer.Option(min=0, help="Show at most this many nodes or entries; 0 shows all.")
     ] = 200,
 ) -> None:
     """Coerce a payload into its record and show the record."""
-    out, errors = reporting.console(), reporting.console(stderr=True)
+    out, errors = console(), console(stderr=True)
     chosen = KINDS[kind]
-
-    def shown(document: Document, record: Any) -> None:
-        if document.line is not None:
-            out.print(Text(document.place, "bold"), soft_wrap=True)
-        reporting.show(out, chosen.render(record, limit))
-
     tally = reporting.Tally(files=1)
-    reporting.write_misfits(results(chosen, file, Options(n_alloc, lines), shown), tally, errors)
+    options = Options(max_bytes, n_alloc, lines)
+    found = results(chosen, file, options, lambda record: chosen.render(record, limit))
+    reporting.write_records(found, tally, out, errors)
     if not tally.codes:
-        errors.print(Text(f"{file}: holds no payload", "dim"))
+        errors.print(words((f"{file}: contains no payload", "dim")), soft_wrap=True)
     raise typer.Exit(tally.exit_code)
 
 
@@ -142,20 +145,24 @@ def show(
     "  typed-shapes check --as evidence --format json checks.jsonl"
 )
 def check(
-    files: Annotated[list[str], typer.Argument(metavar="FILE...", help=INPUTS, show_default=False)],
+    files: Annotated[
+        list[str],
+        typer.Argument(metavar="FILE...", help=INPUTS, show_default=False, callback=read_once),
+    ],
     kind: KindOption,
     n_alloc: AllocOption = None,
     lines: LinesOption = False,
+    max_bytes: SizeOption = MAX_BYTES,
     form: Annotated[
         Format, typer.Option("--format", help="For people, or one document for programs.")
     ] = Format.text,
 ) -> None:
     """Check whether the payloads of many files fit their record."""
-    errors = reporting.console(stderr=True)
+    errors = console(stderr=True)
     tally = reporting.Tally(files=len(files))
-    options = Options(n_alloc, lines)
+    options = Options(max_bytes, n_alloc, lines)
     # A document on the terminal is its own sign of progress, and a bar would overwrite it.
-    quiet = form is Format.json and reporting.console().is_terminal
+    quiet = form is Format.json and console().is_terminal
     with reporting.progress(errors, 0 if quiet else len(files)) as bar:
         every = (
             result
@@ -177,30 +184,40 @@ def same(
         Path, typer.Argument(metavar="A", help="A state payload, JSON or .npz.", show_default=False)
     ],
     b: Annotated[Path, typer.Argument(metavar="B", help="The payload to compare it with.")],
+    max_bytes: SizeOption = MAX_BYTES,
 ) -> None:
     """Tell whether two state payloads are equal, and if not, where they first differ.
 
-    NaN equals NaN, the order of keys does not count, numbers are compared exactly.
+    NaN equals NaN, the order of keys does not count, and there is no tolerance.
+    Integers in arrays compare as float64: beyond 2**53, neighbours can be equal.
     """
-    out, errors = reporting.console(), reporting.console(stderr=True)
+    read_once([str(a), str(b)])
+    out, errors = console(), console(stderr=True)
+
+    def refuse(file: str, text: str) -> typer.Exit:
+        reporting.problem(errors, Result(file, code=UNREADABLE, error=text))
+        return typer.Exit(UNREADABLE)
+
     payloads = []
     for file in (a, b):
         try:
-            payloads.append(single_payload(file))
+            payloads.append(single_payload(file, max_bytes))
         except (InputError, Misfit) as error:
-            reporting.problem(errors, Result(str(file), code=UNREADABLE, error=str(error)))
-            raise typer.Exit(UNREADABLE) from error
+            raise refuse(str(file), str(error)) from error
     try:
         difference = first_difference(*payloads)
     except RecursionError as error:
-        reporting.problem(errors, Result(f"{a}, {b}", code=UNREADABLE, error=TOO_DEEP))
-        raise typer.Exit(UNREADABLE) from error
+        raise refuse(f"{a}, {b}", TOO_DEEP) from error
+    except Exception as error:  # whatever NumPy raises for arrays that it cannot compare
+        text = f"cannot be compared: {type(error).__name__}: {reason(error)}"
+        raise refuse(f"{a}, {b}", text) from error
     if difference is None:
-        out.print(Text("equal", "green"))
+        out.print(words(("equal", "green")))
         raise typer.Exit(FITS)
-    out.print(Text.assemble(("different ", "red"), ("at " + (difference.at or "the top"), "bold")))
+    at = "at " + (difference.at or "the top")
+    out.print(words(("different ", "red"), (at, "bold")), soft_wrap=True)
     for file, value in ((a, difference.left), (b, difference.right)):
-        out.print(Text(f"  {file.name}: {value}"), soft_wrap=True)
+        out.print(words(f"  {file.name}: {value}"), soft_wrap=True)
     raise typer.Exit(MISFIT)
 
 
@@ -208,7 +225,7 @@ def same(
 def kinds() -> None:
     """List the kinds of payloads that --as may name."""
     rows = ((kind.name, kind.about, kind.files) for kind in KINDS.values())
-    reporting.show(reporting.console(), rendering.kinds(rows))
+    print_view(console(), rendering.kinds(rows))
 
 
 def main() -> None:
@@ -216,4 +233,9 @@ def main() -> None:
     for stream in (sys.stdout, sys.stderr):
         if isinstance(stream, io.TextIOWrapper):
             stream.reconfigure(errors="backslashreplace")
-    app(prog_name="typed-shapes")
+    try:
+        if sys.stdout is None:
+            raise OSError(errno.EBADF, os.strerror(errno.EBADF))
+        app(prog_name="typed-shapes")
+    except OSError as error:  # the errors of the input are results
+        output_failed(error)

@@ -1,29 +1,33 @@
-"""Coerces the payloads of files one by one and keeps of each only whether it fits."""
+"""Coerces the payloads of files one by one and keeps of each only what became of it."""
 
 from collections.abc import Callable, Iterator
 from dataclasses import dataclass
 from pathlib import Path
 from typing import Any
 
+from rich.console import RenderableType
+
 from typed_shapes_cli.kinds import Kind, Options
 from typed_shapes_cli.loading import Document, documents
-from typed_shapes_cli.outcomes import FITS, MISFIT, UNREADABLE, InputError, Misfit
+from typed_shapes_cli.outcomes import FITS, MISFIT, UNREADABLE, InputError, Misfit, reason
 
 STATUS = {FITS: "fit", MISFIT: "misfit", UNREADABLE: "unreadable"}
 
 
 @dataclass(frozen=True)
 class Result:
-    """What became of one payload, or of a file that gave none."""
+    """What became of one payload, or of a file that gave none; `view` shows a record."""
 
     file: str
     line: int | None = None
     code: int = FITS
     error: str | None = None
     at: str | None = None
+    view: RenderableType | None = None
 
     @property
     def place(self) -> str:
+        """The file, and the line where the file has a payload on each."""
         return self.file if self.line is None else f"{self.file}:{self.line}"
 
     def as_json(self) -> dict[str, Any]:
@@ -38,20 +42,31 @@ class Result:
 
 
 def results(
-    kind: Kind, file: Path, options: Options, use: Callable[[Document, Any], None] | None = None
+    kind: Kind, file: Path, options: Options, render: Callable[[Any], RenderableType] | None = None
 ) -> Iterator[Result]:
-    """Checks every payload of a file; `use` is given each record as soon as it is made."""
+    """Checks every payload of a file; `render` makes the view of each record."""
     name = str(file)
     try:
-        for document in documents(file, options.lines):
-            try:
-                record = kind.typed(kind.load(document), options)
-                if use is not None:
-                    use(document, record)
-                yield Result(name, document.line)
-            except Misfit as misfit:
-                yield Result(name, document.line, MISFIT, misfit.text, misfit.at or None)
-            except InputError as error:
-                yield Result(name, document.line, UNREADABLE, str(error))
+        for document in documents(file, options.lines, options.max_bytes):
+            yield _result(name, document, kind, options, render)
     except InputError as error:
         yield Result(name, code=UNREADABLE, error=str(error))
+
+
+def _result(
+    name: str,
+    document: Document,
+    kind: Kind,
+    options: Options,
+    render: Callable[[Any], RenderableType] | None,
+) -> Result:
+    try:
+        record = kind.typed(kind.load(document), options)
+        return Result(name, document.line, view=render(record) if render else None)
+    except Misfit as misfit:
+        return Result(name, document.line, MISFIT, misfit.text, misfit.at or None)
+    except InputError as error:
+        return Result(name, document.line, UNREADABLE, str(error))
+    except Exception as error:  # a payload may raise anything, and the others are still to come
+        text = f"cannot be checked: {type(error).__name__}: {reason(error)}"
+        return Result(name, document.line, UNREADABLE, text)

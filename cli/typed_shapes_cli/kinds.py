@@ -25,6 +25,7 @@ from typed_shapes_cli.outcomes import TOO_DEEP, InputError, Misfit, PathStep
 class Options:
     """What the command line may say about the payloads beyond their kind."""
 
+    max_bytes: int
     n_alloc: int | None = None
     lines: bool = False
 
@@ -54,13 +55,13 @@ class Kind:
     def load(self, document: Document) -> Any:
         """Reads the payload of a document."""
         if not document.arrays:
-            return document.read()
+            return document.payload()
         if self.from_arrays is None:
             takers = ", ".join(kind.name for kind in KINDS.values() if kind.from_arrays)
             raise InputError(
                 f"holds arrays, but a payload of kind {self.name} is JSON; arrays are for {takers}"
             )
-        return self.from_arrays(document.read())
+        return self.from_arrays(document.payload())
 
     def typed(self, payload: Any, options: Options) -> Any:
         """Coerces a payload; raises Misfit with the library's own text where it does not fit."""

@@ -2,30 +2,17 @@
 
 import json
 import sys
-import zipfile
-import zlib
 from collections.abc import Callable, Generator
 from contextlib import AbstractContextManager, closing, nullcontext
 from dataclasses import dataclass
 from functools import partial
 from io import BytesIO
+from itertools import count
 from pathlib import Path
-from typing import IO, Any
+from typing import IO, Any, NoReturn
 
-import numpy as np
-
-from typed_shapes_cli.outcomes import TOO_DEEP, InputError, Misfit, printable
-
-BROKEN_ARCHIVE = (
-    ValueError,
-    EOFError,
-    MemoryError,
-    NotImplementedError,
-    RuntimeError,
-    zipfile.BadZipFile,
-    zlib.error,
-)
-
+from typed_shapes_cli.archive import CHUNK, read_arrays, read_up_to
+from typed_shapes_cli.outcomes import TOO_DEEP, InputError, Misfit, reason, too_large
 
 STDIN = Path("-")
 ONE_A_LINE = (".jsonl", ".ndjson")
@@ -36,19 +23,21 @@ ARCHIVE_START = b"PK"  # no JSON document begins so
 class Document:
     """One payload of a file, not yet parsed, so that each line of a file can fail alone."""
 
-    file: Path
     line: int | None
     read: Callable[[], Any]
     arrays: bool = False
 
-    @property
-    def place(self) -> str:
-        """The file, and the line where the file has a payload on each."""
-        name = printable(str(self.file))
-        return name if self.line is None else f"{name}:{self.line}"
+    def payload(self) -> Any:
+        """Reads the payload, once; whatever goes wrong is an InputError or a Misfit."""
+        try:
+            return self.read()
+        except (InputError, Misfit):
+            raise
+        except Exception as error:
+            raise _unreadable(error) from error
 
 
-def documents(file: Path, lines: bool = False) -> Generator[Document, None, None]:
+def documents(file: Path, lines: bool, max_bytes: int) -> Generator[Document, None, None]:
     """Yields the payloads of a file; raises InputError where it cannot be opened.
 
     Each must be read before the next is asked for.
@@ -56,29 +45,27 @@ def documents(file: Path, lines: bool = False) -> Generator[Document, None, None
     try:
         with _opened(file) as stream:
             if lines or file.suffix in ONE_A_LINE:
-                for number, line in enumerate(stream, start=1):
-                    if not line.isspace():
-                        yield Document(file, number, partial(_parse, line))
-            elif file.suffix == ".npz":
-                yield Document(file, None, partial(_read_arrays, stream), arrays=True)
-            elif (content := stream.read()).startswith(ARCHIVE_START):
-                yield Document(file, None, partial(_read_arrays, BytesIO(content)), arrays=True)
+                yield from _lines(stream, max_bytes)
+                return
+            source = stream if stream.seekable() else _whole(stream, max_bytes)
+            start = source.read(len(ARCHIVE_START))
+            source.seek(-len(start), 1)
+            if file.suffix == ".npz" or start == ARCHIVE_START:
+                yield Document(None, partial(read_arrays, source, max_bytes), arrays=True)
             else:
-                yield Document(file, None, partial(_parse, content))
-    except OSError as error:
+                yield Document(None, lambda: _parse(_whole(source, max_bytes)))
+    except InputError:
+        raise
+    except Exception as error:
         raise _unreadable(error) from error
 
 
-def _opened(file: Path) -> AbstractContextManager[IO[bytes]]:
-    return nullcontext(sys.stdin.buffer) if file == STDIN else file.open("rb")
-
-
-def single_payload(file: Path) -> Any:
+def single_payload(file: Path, max_bytes: int) -> Any:
     """The payload of a file that holds exactly one."""
     if file.suffix in ONE_A_LINE:
         raise InputError("holds one payload a line; a single JSON document or .npz is needed")
-    with closing(documents(file)) as found:
-        return next(found).read()
+    with closing(documents(file, False, max_bytes)) as found:
+        return next(found).payload()
 
 
 def nest_by_slash(arrays: dict[str, Any]) -> dict[str, Any]:
@@ -93,38 +80,63 @@ def nest_by_slash(arrays: dict[str, Any]) -> dict[str, Any]:
     return nested
 
 
-def _unreadable(error: OSError) -> InputError:
-    return InputError(f"cannot be read: {error.strerror or error}")
+def _opened(file: Path) -> AbstractContextManager[IO[bytes]]:
+    if file != STDIN:
+        return file.open("rb")
+    if sys.stdin is None:
+        raise InputError("cannot be read: the standard input is closed")
+    return nullcontext(sys.stdin.buffer)
 
 
-def _parse(content: bytes) -> Any:
-    if not content.strip():
-        raise InputError("is empty")
+def _unreadable(error: Exception) -> InputError:
+    text = error.strerror if isinstance(error, OSError) else None
+    return InputError(f"cannot be read: {text or reason(error)}")
+
+
+def _lines(stream: IO[bytes], max_bytes: int) -> Generator[Document, None, None]:
+    for number in count(1):
+        line = stream.readline(max_bytes + 1)
+        if not line:
+            return
+        if number == 1 and line.startswith(ARCHIVE_START):
+            raise InputError("is an archive, not JSON Lines")
+        if len(line) > max_bytes and not line.endswith(b"\n"):
+            yield Document(number, partial(_refuse, max_bytes))
+            while line and not line.endswith(b"\n"):
+                line = stream.readline(CHUNK)
+        elif not line.isspace():
+            content = BytesIO(line)
+            del line  # so that the text, once decoded, is the only copy
+            yield Document(number, partial(_parse, content))
+
+
+def _refuse(max_bytes: int) -> NoReturn:
+    raise too_large(max_bytes)
+
+
+def _whole(stream: IO[bytes], max_bytes: int) -> BytesIO:
+    content = read_up_to(stream, max_bytes + 1)
+    if content.getbuffer().nbytes > max_bytes:
+        raise too_large(max_bytes)
+    return content
+
+
+def _parse(content: BytesIO) -> Any:
+    """Parses a document, which is in memory twice while it is decoded and once after that."""
     try:
-        return json.loads(content.decode("utf-8-sig"))
+        text = str(content.getbuffer(), "utf-8-sig")
+        content.close()
+        if not text or text.isspace():
+            raise InputError("is empty")
+        return json.loads(text)
     except RecursionError:
         raise Misfit(TOO_DEEP) from None
     except json.JSONDecodeError as error:
-        line = f"line {error.lineno}, " if b"\n" in content.strip() else ""
+        line = f"line {error.lineno}, " if "\n" in text.strip() else ""
         where = f"{line}column {error.colno}"
         raise InputError(f"is not valid JSON: {error.msg} ({where})") from error
     except UnicodeDecodeError as error:
-        raise InputError(f"is not UTF-8 text, as JSON is: see byte {error.start}") from error
+        raise InputError(f"is not valid UTF-8 (byte {error.start})") from error
     except ValueError as error:  # what is left is the interpreter's guard
         digits = sys.get_int_max_str_digits()
         raise InputError(f"holds an integer of more than {digits} digits") from error
-
-
-def _read_arrays(stream: IO[bytes]) -> dict[str, Any]:
-    """Reads every array at once; whatever would have to be unpickled is refused by NumPy."""
-    try:
-        archive = np.load(stream, allow_pickle=False)
-        if not isinstance(archive, np.lib.npyio.NpzFile):
-            raise InputError("is not an .npz archive")
-        with archive:
-            return {name: archive[name] for name in archive.files}
-    except OSError as error:
-        raise _unreadable(error) from error
-    except BROKEN_ARCHIVE as error:
-        reason = str(error).partition("\n")[0].partition(". ")[0] or type(error).__name__
-        raise InputError(f"is not a readable .npz archive: {reason}") from error

@@ -21,6 +21,16 @@ class InputError(Exception):
     """A file that cannot be read, or whose content is not what its name says."""
 
 
+def too_large(max_bytes: int) -> InputError:
+    """The error for a payload that would take more memory than the command line allows."""
+    return InputError(f"holds more than {max_bytes} bytes, the limit that --max-bytes sets")
+
+
+def reason(error: Exception) -> str:
+    """What an error says, in the first sentence of its first line."""
+    return str(error).partition("\n")[0].partition(". ")[0] or type(error).__name__
+
+
 def printable(text: str) -> str:
     """Escapes the characters that would act on a terminal or that no encoding can write."""
     if text.isprintable():

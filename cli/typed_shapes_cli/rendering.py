@@ -12,7 +12,7 @@ from rich.table import Table
 from rich.text import Text
 from rich.tree import Tree
 
-from typed_shapes_cli.outcomes import printable
+from typed_shapes_cli.console import words
 from typed_shapes_cli.summaries import array_facts, brief
 
 INLINE_WIDTH = 72
@@ -33,11 +33,10 @@ def graph(root: shapes.FunctionGraphNode, limit: int) -> Tree:
         queue.extend((child, branch.add(_node_label(child))) for child in shown)
         hidden = sum(sizes[id(child)] for child in node.children[len(shown) :])
         if hidden:
-            branch.add(Text(f"... {_count(hidden, 'more node')} below", "dim"))
+            branch.add(words((f"... {_count(hidden, 'more node')} below", "dim")))
     if limit and total > limit:
-        top.label = Text.assemble(
-            _node_label(root), (f"  [{limit} of {total} nodes shown; --limit 0 shows all]", "dim")
-        )
+        note = f"  [{limit} of {total} nodes shown; --limit 0 shows all]"
+        top.label = Text.assemble(_node_label(root), (note, "dim"))
     return top
 
 
@@ -52,28 +51,26 @@ def _subtree_sizes(root: shapes.FunctionGraphNode) -> dict[int, int]:
 
 
 def _node_label(node: shapes.FunctionGraphNode) -> Text:
-    label = Text(printable(node.type), "bold cyan")
+    parts = [(node.type, "bold cyan")]
     if node.node is not None:
-        name = printable(node.node) if isinstance(node.node, str) else brief(node.node)
-        label.append(f" {name}", "bold default")
+        name = node.node if isinstance(node.node, str) else brief(node.node)
+        parts.append((f" {name}", "bold default"))
     for key, value in node.config.items():
-        label.append(f"  {printable(str(key))}=", "not bold dim")
-        label.append(brief(value), "not bold green")
+        parts += [(f"  {key}=", "dim cyan"), (brief(value), "green")]
     for field, value in (
         ("value", node.value),
         ("id", node.canonical_id),
         ("family", node.family),
     ):
         if value is not None:
-            label.append(f"  {field}=", "not bold dim")
-            label.append(brief(value), "not bold magenta")
-    return label
+            parts += [(f"  {field}=", "dim cyan"), (brief(value), "magenta")]
+    return words(*parts)
 
 
 def window(spec: shapes.WindowSpec, limit: int) -> Tree:
     """The fields of a window and the length that the engine would pick."""
     tree = record(spec, limit)
-    tree.add(Text.assemble(("picked: ", "dim"), (brief(spec.picked()), "bold")))
+    tree.add(words(("picked: ", "dim"), (brief(spec.picked()), "bold")))
     return tree
 
 
@@ -92,8 +89,8 @@ def parameters(specs: dict[str, shapes.ParamSpec], limit: int) -> Table:
 def _cell(value: Any) -> Text:
     if isinstance(value, shapes.WindowSpec):
         bounds = [str(b) if b is not None else "" for b in (value.minimum, value.maximum)]
-        return Text("..".join(bounds) + f" picks {value.picked()}")
-    return Text("" if value is None else brief(value))
+        return words("..".join(bounds) + f" picks {value.picked()}")
+    return words("" if value is None else brief(value))
 
 
 def kinds(rows: Iterable[tuple[str, str, str]]) -> Table:
@@ -107,7 +104,7 @@ def kinds(rows: Iterable[tuple[str, str, str]]) -> Table:
 def record(value: Any, limit: int) -> Tree:
     """Any other record as a tree of its fields; past `limit` entries the rest is counted."""
     title = _count(len(value), "entry", "entries") if isinstance(value, list) else None
-    tree = Tree(Text(title or type(value).__name__, "bold cyan"))
+    tree = Tree(words((title or type(value).__name__, "bold cyan")))
     _add_entries(tree, value, limit or None, 0)
     return tree
 
@@ -118,19 +115,19 @@ def _add_entries(tree: Tree, holder: Any, left: int | None, depth: int) -> int |
     for index, (name, value) in enumerate(entries):
         if left is not None:
             if left <= 0:
-                tree.add(Text(f"... {len(entries) - index} more (--limit 0 shows all)", "dim"))
+                tree.add(words((f"... {len(entries) - index} more (--limit 0 shows all)", "dim")))
                 return left
             left -= 1
-        label = Text(f"{name}: ", "dim")
+        label = (f"{name}: ", "dim")
         if isinstance(value, np.ndarray):
             facts = [f"{fact} {text}" for fact, text in array_facts(value).items()]
-            tree.add(label.append("  ".join(facts), "not dim green"))
+            tree.add(words(label, ("  ".join(facts), "green")))
         elif depth < MAX_DEPTH and _holds_entries(value):
             size = _count(len(list(_entries(value))), "entry", "entries")
-            branch = tree.add(label.append(f"{type(value).__name__}, {size}", "not dim"))
+            branch = tree.add(words(label, f"{type(value).__name__}, {size}"))
             left = _add_entries(branch, value, left, depth + 1)
         else:
-            tree.add(label.append(brief(value), "not dim green"))
+            tree.add(words(label, (brief(value), "green")))
     return left
 
 
@@ -140,7 +137,7 @@ def _entries(holder: Any) -> Iterator[tuple[str, Any]]:
             yield field.name, getattr(holder, field.name)
     elif isinstance(holder, dict):
         for key, value in holder.items():
-            yield printable(str(key)), value
+            yield str(key), value
     else:
         for index, value in enumerate(holder):
             yield f"[{index}]", value
@@ -152,9 +149,10 @@ def _holds_entries(value: Any) -> bool:
     if not isinstance(value, dict | list) or not value:
         return False
     items = value.values() if isinstance(value, dict) else value
-    has_array = any(isinstance(item, np.ndarray) for item in items)
+    if any(isinstance(item, np.ndarray) for item in items):
+        return True
     text = brief(value)
-    return has_array or len(text) > INLINE_WIDTH or "..." in text
+    return len(text) > INLINE_WIDTH or "..." in text
 
 
 def _count(number: int, noun: str, plural: str | None = None) -> str:

@@ -1,55 +1,26 @@
 """Writes results for people and for programs."""
 
-import contextlib
 import json
-import os
 from collections import Counter
 from collections.abc import Iterable, Iterator
 from dataclasses import dataclass, field
 
-import typer
-from rich.console import Console, RenderableType
-from rich.measure import Measurement
+from rich.console import Console
 from rich.progress import BarColumn, MofNCompleteColumn, Progress, TextColumn, TimeRemainingColumn
-from rich.text import Text
 
 from typed_shapes_cli.checking import STATUS, Result
-from typed_shapes_cli.outcomes import FITS, HUNG_UP, printable
+from typed_shapes_cli.console import console, print_view, words, write_plain
+from typed_shapes_cli.outcomes import FITS
 
-PIPED_WIDTH = 10_000
 MANY_FILES = 20
-
-
-class _Console(Console):
-    def on_broken_pipe(self) -> None:
-        """Ends the command where nobody reads any more, with the code that a signal would give."""
-        with contextlib.suppress(SystemExit):
-            super().on_broken_pipe()
-        raise SystemExit(HUNG_UP)
-
-
-def console(stderr: bool = False) -> Console:
-    """A console on the terminal; piped, one so wide that every node stays on one line."""
-    made = _Console(stderr=stderr, highlight=False, markup=False, emoji=False)
-    if not made.is_terminal and "COLUMNS" not in os.environ:
-        made.width = PIPED_WIDTH
-    return made
-
-
-def show(out: Console, what: RenderableType) -> None:
-    """Prints a record; where deep guides leave no room for the words, the terminal folds lines."""
-    needed = Measurement.get(out, out.options.update(width=PIPED_WIDTH), what)
-    if needed.minimum > out.width:
-        out.width = needed.maximum
-    out.print(what)
 
 
 def problem(errors: Console, result: Result) -> None:
     """Prints why a payload was refused, with the library's text as it is."""
-    place = Text(printable(result.place), "bold")
-    errors.print(place.append(f": {printable(result.error or '')}", "not bold red"), soft_wrap=True)
+    place = words((result.place, "bold"), (f": {result.error}", "red"))
+    errors.print(place, soft_wrap=True)
     if result.at:
-        errors.print(Text(f"  at {result.at}"), soft_wrap=True)
+        errors.print(words(f"  at {result.at}"), soft_wrap=True)
 
 
 @dataclass
@@ -79,16 +50,13 @@ class Tally:
 
 
 def write_json(kind: str, results: Iterable[Result], tally: Tally) -> None:
-    """One JSON document with a line for each result, written as the results come."""
-    try:
-        typer.echo(f'{{"kind": {json.dumps(kind)}, "results": [', nl=False)
-        separator = "\n  "
-        for result in tally.counted(results):
-            typer.echo(separator + json.dumps(result.as_json()), nl=False)
-            separator = ",\n  "
-        typer.echo(f'\n], "summary": {json.dumps(tally.as_json())}}}')
-    except BrokenPipeError:
-        console().on_broken_pipe()
+    """One JSON document, in ASCII, with a line for each result as the results come."""
+    write_plain(f'{{"kind": {json.dumps(kind)}, "results": [')
+    separator = "\n  "
+    for result in tally.counted(results):
+        write_plain(separator + json.dumps(result.as_json()))
+        separator = ",\n  "
+    write_plain(f'\n], "summary": {json.dumps(tally.as_json())}}}\n')
 
 
 def write_misfits(results: Iterable[Result], tally: Tally, errors: Console) -> None:
@@ -98,10 +66,21 @@ def write_misfits(results: Iterable[Result], tally: Tally, errors: Console) -> N
             problem(errors, result)
 
 
+def write_records(results: Iterable[Result], tally: Tally, out: Console, errors: Console) -> None:
+    """The view of each record, and on the error stream what went wrong."""
+    for result in tally.counted(results):
+        if result.view is None:
+            problem(errors, result)
+            continue
+        if result.line is not None:
+            out.print(words((result.place, "bold")), soft_wrap=True)
+        print_view(out, result.view)
+
+
 def write_summary(kind: str, tally: Tally) -> None:
     """The line that sums up a check."""
     style = "green" if tally.exit_code == FITS else "red"
-    console().print(Text(f"{kind}: {tally}", style))
+    console().print(words((f"{kind}: {tally}", style)))
 
 
 def progress(errors: Console, number: int) -> Progress:
