@@ -5,14 +5,22 @@ import os
 import signal
 import subprocess
 import sys
+import tracemalloc
+import zipfile
 from importlib.metadata import version
 from pathlib import Path
 
 import numpy as np
 import pytest
+from quillmere.functions import _typed_shapes as shapes
+from rich.text import Text
 from typed_shapes_cli.app import app
+from typed_shapes_cli.console import console
 from typed_shapes_cli.difference import first_difference
 from typed_shapes_cli.kinds import KINDS
+from typed_shapes_cli.locating import in_graph
+from typed_shapes_cli.outcomes import format_path
+from typed_shapes_cli.summaries import array_facts
 from typer.testing import CliRunner
 
 EXAMPLES = Path(__file__).resolve().parent.parent / "examples"
@@ -45,14 +53,28 @@ INPUTS = [  # name, content, arguments before it, exit code, a part of what is s
     ("mixed.jsonl", b'true\n{\n{"min": 1}', ["check", "--as", "window"], 2, "1 fit, 1 misfit, 1"),
     ("null.json", b"null", ["show", "--as", "aggregation"], 1, "gave no aggregation output"),
     ("empty.json", b" \n", ["show"], 2, "empty.json: is empty"),
-    ("empty.jsonl", b"", ["show"], 0, "holds no payload"),
+    ("empty.jsonl", b"", ["show"], 0, "contains no payload"),
     ("long.json", b"[" + b"9" * 5000 + b"]", ["show"], 2, "an integer of more than 4300 digits"),
-    ("pickle.json", b"\x80\x05", ["show"], 2, "is not UTF-8 text, as JSON is: see byte 0"),
+    ("pickle.json", b"\x80\x05", ["show"], 2, "is not valid UTF-8 (byte 0)"),
     ("pools.json", b'{"a": {}, "b": 1}', ["check", "--as", "metaparameters"], 1, "at b\n"),
     ("some.log", b"1\n\nx\n", ["check", "--lines", "--as", "window"], 2, "some.log:3: is not"),
     ("escape.json", b'{"type": "\\u001b[31m"}', ["show"], 0, "rotation \\x1b[31m\n"),
     ("graph.json", b"{}", ["show", "--as", "grpah"], 2, "Did you mean 'graph'?"),
+    ("masks.json", b"{}", ["show", "--as", "masks", "--n-alloc", "-5"], 2, "for '--n-alloc'"),
+    ("10.json", b'{"type":"a"}', ["show", "--max-bytes", "10"], 2, "holds more than 10 bytes"),
+    (
+        "a.jsonl",
+        b"%13d\n1" % 1,
+        ["check", "--as=window", "--max-bytes=12"],
+        2,
+        "1 fit, 0 misfit, 1",
+    ),
 ]
+HEADER = "{'descr': %s, 'fortran_order': False, 'shape': (%s,)}"
+MALFORMED = ["{", "{'", "{[]: 1}", "{1: 2, 'a': 3}", "[" * 9000]
+MALFORMED += [HEADER % ("'<f8'", length) for length in ("True", "-1", "2", "1" + "0" * 30)]
+MALFORMED += [HEADER % (descr, 10**10) for descr in ("[('a',)]", "'<U0'", "'O'", "'<f9'")]
+NASTY = "\x1b[31m\x9b\r\u202e\x7f"
 
 
 def run(*words: object) -> tuple[int, str]:
@@ -101,6 +123,86 @@ def test_same_tells_where_states_differ(tmp_path: Path) -> None:
     assert run("same", tmp_path / "pickled.npz", tmp_path / "pickled.npz")[0] == 2
     found = first_difference({"a": [1, {"b c": None}]}, {"a": (1.0, {"b c": np.arange(3)})})
     assert found and (found.at, found.left) == ("a[1]['b c']", "None")
+
+    a = np.array([2**53, 1])  # as float64, which has no 2**53 + 1
+    assert first_difference(a, a + [1, 0]) is None
+    assert (found := first_difference(a, a + [1, 1])) and found.at == "[1]"
+    for name, value in (("a", 1e308), ("b", -1e308)):  # NumPy warns of an overflow
+        np.savez(tmp_path / name, x=np.full(2, value))
+    assert "at x[0]\n" in run("same", tmp_path / "a.npz", tmp_path / "b.npz")[1]
+    assert "can be read only once" in run("same", "-", "-")[1]
+
+
+def test_malformed_archives_are_results_and_the_run_goes_on(tmp_path: Path) -> None:
+    def archive(name: object, text: str, form: int = zipfile.ZIP_STORED) -> Path:
+        start = b"\x93NUMPY\x01\x00" + len(text).to_bytes(2, "little")
+        with zipfile.ZipFile(file := tmp_path / f"{name}{NASTY}.npz", "w", form) as made:
+            made.writestr("a.npy", start + text.encode() + bytes(8))
+        return file
+
+    files = [archive(index, text) for index, text in enumerate(MALFORMED)]
+    files.append(archive("lzma", HEADER % ("'<f8'", 1), zipfile.ZIP_LZMA))
+    files.append(archive("good", HEADER % ("'<f8'", 1)))
+    code, output = run("check", "--as", "masks", "--format", "json", *files)
+    states = [result["status"] for result in json.loads(output)["results"]]
+    assert (code, states) == (2, ["unreadable"] * (len(files) - 1) + ["fit"])
+    assert "more than 20 bytes" in run("show", "--as=masks", "--max-bytes=20", files[-1])[1]
+
+
+def test_what_a_payload_or_the_command_line_brings_is_printed_as_escapes(tmp_path: Path) -> None:
+    (folder := tmp_path / (NASTY + "\udcff")).mkdir()
+    node = {"type": NASTY, "name": NASTY, "config": {NASTY: [NASTY]}, "value": {NASTY: 1}}
+    payloads = {"graph": node, "params": {NASTY: {"min": NASTY}}, "metaparameters": {NASTY: 1}}
+    for kind, payload in (payloads | {"evidence": {NASTY: node}, "empty": ""}).items():
+        (folder / f"{kind}.jsonl").write_text(json.dumps(payload) if payload else "")
+    for name in ("a", "b"):
+        cell = np.array([(NASTY + name, 1)], dtype=[(NASTY, "U12"), ("b", int)])
+        np.savez(folder / name, **{NASTY: cell[NASTY], "x" + NASTY: cell})
+    arrays = folder / "a.npz", folder / "b.npz"
+    commands = [("show", "--as", k, folder / f"{k}.jsonl") for k in (*payloads, "evidence")]
+    commands += [("show", "--as", kind, arrays[0]) for kind in ("stage", "aggregation", "history")]
+    commands += [("show", folder / "empty.jsonl"), ("same", *arrays), ("same", NASTY, "x")]
+    commands += [("show", "--as", NASTY, "x"), ("show", "x", NASTY), (NASTY,), ("--" + NASTY,)]
+    for words in commands:
+        output = run(*words)[1]
+        assert "\\r" in output or "\\x0d" in output, words  # typer writes it so
+        assert output.replace("\n", "").isprintable(), words
+    with (out := console()).capture() as captured:  # a caller that forgets to make a text printable
+        out.print(Text(NASTY))
+    assert captured.get() == "\\x1b[31m\\x9b\\u202e\\x7f\n"
+
+
+def test_work_and_memory_grow_in_step_with_the_payload(monkeypatch: pytest.MonkeyPatch) -> None:
+    asked, sums = [], []
+    counted = lambda call: lambda *parts: asked.append(len(str(parts))) or call(*parts)  # noqa: E731
+    monkeypatch.setattr(shapes, "states_equal", counted(shapes.states_equal))
+    for depth in (100, 200):
+        a, b = 5, 6
+        for _ in range(depth):
+            a, b = ({"type": "x", "children": [{"type": "y"}, node]} for node in (a, b))
+        found = in_graph(a, counted(shapes.coerce_graph))
+        sums.append(sum(asked))
+        assert first_difference(a, b).at == format_path(found)
+        sums.append(sum(asked) - sums[-1])
+        asked.clear()
+    assert sums[2] < 3 * sums[0] and sums[3] < 3 * sums[1]
+    tracemalloc.start()
+    array_facts(np.empty(10**6, dtype=np.int64))
+    peak = tracemalloc.get_traced_memory()[1]
+    tracemalloc.stop()
+    assert peak < 8.1e6  # the array alone
+
+
+def test_closed_and_full_streams_end_in_a_line() -> None:
+    for words, error in (
+        ("--as graph - <&-", b"-: cannot be read: the standard input is closed\n"),
+        ("--as window --format json - >/dev/full", b"cannot be written: No space left on device\n"),
+        ("--as window - >/dev/full 2>/dev/full", b""),
+    ):
+        command = ["sh", "-c", f"exec '{sys.executable}' -m typed_shapes_cli check {words}"]
+        done = subprocess.run(command, input=b"1", capture_output=True)
+        assert (done.returncode, done.stderr.count(b"\n")) == (2, error.count(b"\n")), words
+        assert done.stderr.endswith(error), words
 
 
 def start(*words: object, **env: str) -> subprocess.Popen[str]:
