@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import json
+from collections import OrderedDict
 from typing import Any
 
 import numpy as np
@@ -42,6 +43,22 @@ def deep_graph_payload(levels: int) -> dict[str, Any]:
     for _ in range(levels - 1):
         payload = {"type": "rotation", "node": "rank", "children": [payload], "config": {"w": 5}}
     return parsed(payload)
+
+
+def odd_leaf_graph(levels: int) -> dict[str, Any]:
+    """A chain of nodes, each with a sibling, over a leaf that only the canonical path takes."""
+    payload: dict[str, Any] = OrderedDict(type="feature", name="close")
+    for _ in range(levels):
+        payload = {"op": "rank", "children": [{"type": "feature", "name": "open"}, payload]}
+    return payload
+
+
+def odd_leaf_states(levels: int) -> tuple[Any, Any]:
+    """Two equal states whose only array is at the bottom, and of no kind that is compared natively."""
+    state: Any = np.array(["a"])
+    for _ in range(levels):
+        state = [{"mean": 0.5}, state]
+    return state, state
 
 
 def parsed(payload: dict[str, Any]) -> dict[str, Any]:

@@ -35,7 +35,7 @@ def _raw(raw: object, **names: str) -> Setup:
     }
 
 
-def _graph(name: str, floor: float, payload: dict[str, Any], nodes: int) -> Work:
+def _graph(name: str, floor: float | None, payload: dict[str, Any], nodes: int) -> Work:
     return Work(name, floor, "coerce_graph(raw)", _raw(payload, coerce_graph="coerce_graph"), nodes)
 
 
@@ -297,6 +297,8 @@ FURTHER = [
     _access("cost subscription", "record[3]", "CostResult"),
     _access("np.asarray(CostResult)", "np.asarray(record, dtype=float)", "CostResult"),
     *map(_constructor, payloads.record_fields()),
+    _graph("graph, an odd leaf 150 levels down", None, payloads.odd_leaf_graph(150), 300),
+    _equal("an odd leaf 150 levels down", None, *payloads.odd_leaf_states(150), 300),
     _refused("the last of 1,000 nodes", "X.from_raw(raw)", _bad_graph(), "FunctionGraphNode"),
     _refused("a window that is a bool", "X.from_raw(raw)", True, "WindowSpec"),
     _refused("a batch that is a list", "X.from_raw(raw)", [], "HistoryData"),

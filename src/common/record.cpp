@@ -44,16 +44,9 @@ Ref default_of(const Field& field) {
   return call_field({{names.default_, Py_None}, {names.compare, Py_False}, {names.repr, Py_False}});
 }
 
-// What the generated __init__ gives a field that the caller left out; null where that is an error.
-Ref default_instance(Default kind) {
-  switch (kind) {
-    case Default::kEmptyList:
-      return own(PyList_New(0));
-    case Default::kEmptyDict:
-      return own(PyDict_New());
-    default:
-      return Ref::borrow(plain_default(kind));
-  }
+// What the factory of a field makes.
+Ref make_default(Default kind) {
+  return own(kind == Default::kEmptyList ? PyList_New(0) : PyDict_New());
 }
 
 // type.__call__(type, *args, **kwargs): the interpreter's own way to make an instance.
@@ -99,7 +92,12 @@ Ref Record::decorated(PyObject* type) const {
 }
 
 void Record::define(vectorcallfunc overlay) {
-  if (table_.fields.size() > kMaxParameters) raise(PyExc_SystemError, "too many fields");
+  const auto factories = std::ranges::count_if(table_.fields, [](const Field& field) {
+    return default_factory(field.default_value) != nullptr;
+  });
+  if (table_.fields.size() > kMaxParameters || std::cmp_greater(factories, kMaxFactories)) {
+    raise(PyExc_SystemError, "too many fields");
+  }
   no_arguments.set(own(PyTuple_New(0)));
   Ref name_tuple = own(PyTuple_New(static_cast<Py_ssize_t>(table_.fields.size())));
   for (std::size_t i = 0; i < table_.fields.size(); ++i) {
@@ -193,12 +191,16 @@ Ref Record::build_if_accepted(PyObject* const* values) {
 }
 
 Ref Record::build_with_defaults(Values& values) {
-  std::array<Ref, kMaxParameters> defaults;
+  std::array<Ref, kMaxFactories> made;
+  auto next = made.begin();
   for (std::size_t i = 0; i < table_.fields.size(); ++i) {
     if (values[i] != nullptr) continue;
-    defaults[i] = default_instance(table_.fields[i].default_value);
-    if (!defaults[i]) return {};
-    values[i] = defaults[i].get();
+    const Default kind = table_.fields[i].default_value;
+    values[i] = plain_default(kind);
+    if (values[i] != nullptr) continue;
+    if (default_factory(kind) == nullptr) return {};
+    *next = make_default(kind);
+    values[i] = (next++)->get();
   }
   return build_if_accepted(values.data());
 }

@@ -33,6 +33,9 @@ struct Field {
   Default default_value = Default::kRequired;
 };
 
+// No record has more fields that a factory makes.
+inline constexpr std::size_t kMaxFactories = 3;
+
 enum class Decorator {
   kPlain,     // @dataclass
   kFrozen,    // @dataclass(frozen=True)

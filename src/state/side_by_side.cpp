@@ -40,7 +40,7 @@ View typed_view(Variant variant, const Record& record, PyObject* object) {
   return {variant, std::move(payload)};
 }
 
-View view(const Operand& operand) {
+View view(Operand operand) {
   PyObject* object = operand.object;
   if (state_scalar.is_exact(object)) return typed_view(Variant::kScalar, state_scalar, object);
   if (state_array.is_exact(object)) return typed_view(Variant::kArray, state_array, object);
@@ -81,7 +81,7 @@ Verdict compare_scalars(PyObject* a, PyObject* b, bool outermost) {
 
 // --- Containers ---
 
-Verdict compare(const Operand& a, const Operand& b, MisfitPath& path);
+Verdict compare(Operand a, Operand b, MisfitPath& path);
 
 // Whether both have the same keys in the same order, as two states of one function mostly have.
 bool are_in_step(PyObject* a, PyObject* b) {
@@ -164,14 +164,19 @@ Verdict compare_views(const View& a, const View& b, bool outermost, MisfitPath& 
   return Verdict::kUnsure;
 }
 
-Verdict compare(const Operand& a, const Operand& b, MisfitPath& path) {
+// Out of line, so that scalars do not pay for the views.
+[[gnu::noinline]] Verdict compare_others(Operand a, Operand b, MisfitPath& path) {
+  const Verdict verdict = compare_views(view(a), view(b), false, path);
+  if (verdict == Verdict::kUnsure) path.add(a.object);
+  return verdict;
+}
+
+Verdict compare(Operand a, Operand b, MisfitPath& path) {
   // Most of what is met is a builtin scalar, and scalars need no view.
   if (a.raw && b.raw && is_builtin_scalar(a.object) && is_builtin_scalar(b.object)) {
     return compare_scalars(a.object, b.object, false);
   }
-  const Verdict verdict = compare_views(view(a), view(b), false, path);
-  if (verdict == Verdict::kUnsure) path.add(a.object);
-  return verdict;
+  return compare_others(a, b, path);
 }
 
 Ref result_of(Verdict verdict) {

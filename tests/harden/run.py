@@ -43,10 +43,7 @@ ROWS: dict[str, tuple[list[str], list[str]]] = {
     "hostile": ([f"{INSTRUMENTED} --run harden.hostile"], [job("hostile --quick")]),
     "depth": ([job("depth")], [job("depth --quick")]),
     "threads": ([job("threads")], [job("threads --quick")]),
-    "fuzz": (
-        [fuzz(650_000, "python -m pytest -n 2"), "tests/harden/fuzz_bytes.sh"],
-        [fuzz(26_000, "python -m pytest -n 2")],
-    ),
+    "fuzz": ([fuzz(650_000, "python -m pytest -n 2")], [fuzz(26_000, "python -m pytest -n 2")]),
     "coverage": ([job("coverage")], [job("coverage")]),
     "faults": ([job("faults")], []),
     "rules": (["python scripts/source_rules.py"], []),
