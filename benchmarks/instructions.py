@@ -23,18 +23,18 @@ import numpy
 COUNTS = Path(__file__).with_name("instructions.json")
 TOLERANCE = 0.05
 CALLS = {
-    "graph, 1,000 nodes": 3,
-    "graph, an odd leaf 150 levels down": 5,
-    "graph node constructor": 10_000,
-    "coerce_state, 85 nodes": 50,
-    "states_equal, with an array": 200,
-    "states_equal, float64 x 1,000": 2000,
-    "states_equal, an odd leaf 150 levels down": 5,
-    "validate_function_state": 10_000,
-    "parameter schema, 20 entries": 30,
-    "masks, float16 x 5,000": 1000,
-    "history batch, 200 arrays": 200,
-    "stage slice_t, 300 keys": 5,
+    "graph, 1,000 nodes": 12,
+    "graph, an odd leaf 150 levels down": 20,
+    "graph node constructor": 40_000,
+    "coerce_state, 85 nodes": 200,
+    "states_equal, with an array": 800,
+    "states_equal, float64 x 1,000": 8000,
+    "states_equal, an odd leaf 150 levels down": 20,
+    "validate_function_state": 40_000,
+    "parameter schema, 20 entries": 120,
+    "masks, float16 x 5,000": 4000,
+    "history batch, 200 arrays": 800,
+    "stage slice_t, 300 keys": 20,
 }
 CHILD = """
 import gc, sys

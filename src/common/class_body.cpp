@@ -20,7 +20,7 @@ void ClassBody::define(const Method& method) {
   Ref name = get_attr(function.get(), names.name_dunder);
   switch (method.binding) {
     case Binding::kClassMethod:
-      function = own(PyClassMethod_New(function.get()));
+      function = call(reinterpret_cast<PyObject*>(&PyClassMethod_Type), function.get());
       break;
     case Binding::kProperty:
       function = call(globals::builtin("property").get(), function.get());
