@@ -54,8 +54,8 @@ def load(bare: bool = False) -> ModuleType:
             exec(compile(path.read_text(), path, "exec", flags, dont_inherit=True), names)
     names["__builtins__"] = builtins
     if not bare:
-        classes = [value for value in names.values() if getattr(value, "__module__", "") == NAME]
-        for holder in (module, *filter(lambda value: isinstance(value, type), classes)):
+        classes = [value for value in names.values() if isinstance(value, type)]
+        for holder in (module, *(cls for cls in classes if cls.__module__ == NAME)):
             for name, value in list(vars(holder).items()):
                 if (made := finished(value, FOLDER)) is not value:
                     setattr(holder, name, made)

@@ -76,7 +76,7 @@ def bound(function: Callable[..., Any]) -> Callable[..., Any]:
 def finished(value: Any, folder: Path) -> Any:
     """A function from this folder, or the class method or property of one, made `bound`."""
     if isinstance(value, classmethod):
-        return classmethod(bound(value.__func__))  # type: ignore[arg-type]
+        return classmethod(bound(value.__func__))
     if isinstance(value, property) and value.fget is not None:
         return property(bound(value.fget))
     if isinstance(value, FunctionType) and value.__code__.co_filename.startswith(str(folder)):
