@@ -105,22 +105,30 @@ def both_paths(make: Callable[[], Any]) -> tuple[Any, Any]:
     return fast, canonical
 
 
-def agree(make: Any, source: Callable[[], random.Random], again: str) -> str:
-    """Send what a generator makes down both paths, and say what came of it in one word."""
+Witness = Callable[[random.Random], Any]
+
+
+def agree(
+    make: Any, source: Callable[[], random.Random], again: str, witness: Witness | None = None
+) -> str:
+    """Send what a generator makes down both paths, compare with what the witness says of the same
+    source, and say what came of it in one word."""
     fast, canonical = both_paths(lambda: make(source()))
-    if fast != canonical:
-        sides = f"fast: {fast}\ncanonical: {canonical}"
+    expected = witness(source()) if witness else canonical
+    if not fast == canonical == expected:
+        sides = f"fast: {fast}\ncanonical: {canonical}\nexpected: {expected}"
         raise AssertionError(f"{make.__name__}, again with {again}\n{sides}")
     came, returned = fast[0][0], fast[0][-1][1]
     return str(returned) if type(returned) is bool else came
 
 
-def agree_on(make: Any, seeds: Iterable[int]) -> Counter[str]:
+def agree_on(make: Any, seeds: Iterable[int], witness: Witness) -> Counter[str]:
     """How often which outcome came of the cases of these seeds."""
     seen: Counter[str] = Counter()
     for seed in seeds:
         again = f"TYPED_SHAPES_SEED={seed} TYPED_SHAPES_CASES=1"
-        seen[agree(make, lambda: random.Random(f"{make.__name__} {seed}"), again)] += 1
+        text = f"{make.__name__} {seed}"
+        seen[agree(make, lambda text=text: random.Random(text), again, witness)] += 1
     assert not python_calls(ts.WindowSpec)  # still: else one path was compared with itself
     return seen
 
