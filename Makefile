@@ -8,7 +8,7 @@ BIN := $(VENV)/bin
 PIP := $(BIN)/python -m pip --disable-pip-version-check
 NATIVE_SOURCES := CMakeLists.txt $(wildcard src/*/*.cpp src/*/*.h)
 PACKAGE_SOURCES := pyproject.toml $(NATIVE_SOURCES) $(wildcard functions/*) $(wildcard cli/*/*.py)
-PYTHON_TREES := cli tests benchmarks examples scripts docs
+PYTHON_TREES := cli tests benchmarks examples scripts docs reference
 OTHER_PYTHONS := $(foreach minor,12 13,build/python3.$(minor)/ready)
 
 .PHONY: help demo test lint format sanitize harden harden-quick wheel compat bench bench-check docs stats clean require
@@ -74,7 +74,8 @@ lint: $(VENV)/installed $(VENV)/lint-tools ## Check format, types and the C++ ru
 	$(BIN)/clang-format --dry-run --Werror $(wildcard src/*/*.cpp src/*/*.h)
 	$(BIN)/ruff format --check $(PYTHON_TREES) functions
 	$(BIN)/ruff check $(PYTHON_TREES) functions
-	$(BIN)/mypy cli scripts examples benchmarks/run.py benchmarks/worker.py tests/typing_surface.py
+	$(BIN)/mypy cli scripts examples benchmarks/run.py benchmarks/worker.py reference/__init__.py \
+	  tests/typing_surface.py
 	$(BIN)/python -m mypy.stubtest quillmere.functions
 	$(BIN)/basedpyright --level error tests/typing_surface.py examples
 	$(BIN)/python scripts/doc_code.py

@@ -1,5 +1,7 @@
 # Batches, checkpoints and aggregation.
 
+from __future__ import annotations
+
 _CHECKPOINT_REQUIRED = ("tick_timestamp", "dag_metadata", "canonical_id_to_filename")
 
 
@@ -130,7 +132,10 @@ class StageData:
         """Return a new StageData with arrays sliced along the T axis."""
         new_flat = {}
         for key, arr in self.flat.items():
-            if not any("__getitem__" in vars(base) for base in type(arr).__mro__):
+            for base in type(arr).__mro__:
+                if "__getitem__" in base.__dict__:
+                    break
+            else:
                 raise TypeError(f"'{type(arr).__name__:.200}' object is unsliceable")
             new_flat[key] = arr[t_start:t_end]
         new_nested = {}

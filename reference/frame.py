@@ -11,6 +11,8 @@ Validation lives in ``__post_init__``. Out-of-shape inputs raise
 exists after coercion.
 """
 
+from __future__ import annotations
+
 import math
 from dataclasses import dataclass, field
 from typing import Any, Dict, Iterable, List, Mapping, Optional, Sequence, Tuple, Union

@@ -1,5 +1,7 @@
 # Function graphs, and the declarations of windows and parameters.
 
+from __future__ import annotations
+
 
 @dataclass(eq=False)
 class FunctionGraphNode:

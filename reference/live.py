@@ -1,5 +1,7 @@
 # What is exchanged once per tick of live evaluation.
 
+from __future__ import annotations
+
 
 @dataclass
 class LiveCheckpoint:

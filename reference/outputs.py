@@ -1,5 +1,7 @@
 # What aggregation reads and writes.
 
+from __future__ import annotations
+
 
 @dataclass
 class EraIndexManifest:

@@ -1,5 +1,7 @@
 # State values, and their equality.
 
+from __future__ import annotations
+
 
 @dataclass(frozen=True)
 class StateScalar:
