@@ -100,7 +100,9 @@ std::size_t stack_left() noexcept {
 void let_others_run() {
   using Clock = std::chrono::steady_clock;
   constexpr unsigned kStepsPerLook = 64;
-  constexpr auto kTurn = std::chrono::milliseconds(5);  // the interpreter's own switch interval
+  // Twice the interpreter's switch interval: a thread that waits asks for the lock after one, and
+  // one that was woken in vain before that begins to count anew.
+  constexpr auto kTurn = std::chrono::milliseconds(10);
   static unsigned steps = 0;
   static Clock::time_point turn_began;
   check(PyErr_CheckSignals());

@@ -54,8 +54,8 @@ class RecursionLevel {
 
 [[noreturn]] void raise_stack_exceeded();
 
-// Called at each step of a walk that runs no bytecode by itself: handlers of signals run, and every
-// few milliseconds other threads have their turn.
+// Called at each step of a walk that runs no bytecode by itself: handlers of signals run, and other
+// threads have their turn, half as often as between bytecodes.
 void let_others_run();
 
 // No garbage collection inside the scope. For native builds that run no Python code: they make only
