@@ -54,10 +54,10 @@ def odd_leaf_graph(levels: int) -> dict[str, Any]:
 
 
 def odd_leaf_states(levels: int) -> tuple[Any, Any]:
-    """Two equal states whose only array is at the bottom, and of no kind that is compared natively."""
+    """Two equal states over an array of a kind that only NumPy compares."""
     state: Any = np.array(["a"])
     for _ in range(levels):
-        state = [{"mean": 0.5}, state]
+        state = [{"mean": 0.5}, np.float64(1), state]
     return state, state
 
 

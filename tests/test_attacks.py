@@ -90,10 +90,38 @@ def test_arrays_that_hold_themselves_end_in_recursion_errors() -> None:
             with path:
                 pytest.raises(RecursionError, call, arrays[0])
     shared = nested(np.ones(2, object), 9, lambda x: [x, x])
-    assert ts.states_equal(shared[0], shared[0].copy()) is True
+    unreadable = np.zeros(2, [("x", object), ("text", "U1")])
+    unreadable["text"].view("u4")[:] = 0x7FFFFFFF
+    for array in (shared[0], unreadable, np.empty((1 << 40, 0), object)):
+        assert ts.states_equal(array, array.copy()) is True
     for arrays in NESTED:
         for array in arrays:  # one by one: to drop them at once is as deep
             array[0] = 0
+
+
+def test_rings_of_lists_do_not_hide_what_is_below_them() -> None:
+    heads, below = list[Any](), np.ones(2, object)
+    for _ in range(10):
+        one: list[Any] = [below]
+        two = [one]
+        one.append(two)
+        heads.append(one)
+        below = nested(two, 40)[0]
+    root = np.empty(11, object)
+    root[:] = [*heads, below]
+    other, came = root.copy(), list[type[BaseException]]()
+
+    def compare() -> None:
+        try:
+            ts.states_equal(root, other)
+        except RecursionError as error:
+            came.append(type(error))
+
+    before = threading.stack_size(512 * 1024)
+    (thread := threading.Thread(target=compare)).start()
+    threading.stack_size(before)
+    thread.join()
+    assert came == [RecursionError]
 
 
 # --- Signals and other threads ---

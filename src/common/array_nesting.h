@@ -10,7 +10,8 @@ namespace typed_shapes {
 // could follow on this stack.
 void check_array_nesting(PyArrayObject* array);
 
-// The same for any object that is about to be compared. Cheap for what is not an object array.
+// The same for an array of any kind, and nothing for what is not an array. Cheap where nothing is
+// nested.
 inline void check_nesting(PyObject* object) {
   constexpr unsigned long kBuiltins = Py_TPFLAGS_LONG_SUBCLASS | Py_TPFLAGS_UNICODE_SUBCLASS |
                                       Py_TPFLAGS_LIST_SUBCLASS | Py_TPFLAGS_TUPLE_SUBCLASS |

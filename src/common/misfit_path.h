@@ -17,16 +17,19 @@ class MisfitPath {
   // hardly ever meets a misfit.
   [[gnu::noinline, gnu::cold]] void add(PyObject* object) { objects_.push_back(object); }
 
-  // What fast(path) gives, unless the object is the next one down this path: then null, at once.
-  template <typename Fast>
-  [[nodiscard]] Ref try_once(PyObject* object, Fast&& fast) {
-    if (objects_.empty() || objects_.back() != object) {
-      MisfitPath tried;
-      if (Ref result = fast(tried)) return result;
-      objects_ = std::move(tried.objects_);
+  // What fast(path) gives, and where that is null, what canonical(path) gives. An object that is
+  // the next one down this path goes to the canonical one at once; what lies beside the path gets a
+  // path of its own.
+  template <typename Fast, typename Canonical>
+  [[nodiscard]] Ref walk(PyObject* object, Fast&& fast, Canonical&& canonical) {
+    if (!objects_.empty() && objects_.back() == object) {
+      objects_.pop_back();
+      return canonical(*this);
     }
-    if (!objects_.empty()) objects_.pop_back();
-    return {};
+    MisfitPath own;
+    if (Ref result = fast(own)) return result;
+    if (!own.objects_.empty()) own.objects_.pop_back();
+    return canonical(own);
   }
 
  private:

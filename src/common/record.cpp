@@ -49,22 +49,24 @@ Ref make_default(Default kind) {
   return own(kind == Default::kEmptyList ? PyList_New(0) : PyDict_New());
 }
 
-// type.__call__(type, *args, **kwargs): the interpreter's own way to make an instance.
-Ref call_type(PyObject* type, const CallArguments& arguments) {
-  Ref positional = own(PyTuple_New(arguments.positional));
-  for (Py_ssize_t i = 0; i < arguments.positional; ++i) {
-    PyTuple_SET_ITEM(positional.get(), i, Py_NewRef(arguments.values[i]));
-  }
-  Ref keywords;
-  if (arguments.keyword_count() > 0) {
+// The arguments of a call as type.__call__ and __init__ take them.
+struct TupleAndDict {
+  Ref positional;
+  Ref keywords;  // null where there are none
+
+  explicit TupleAndDict(const CallArguments& arguments)
+      : positional(own(PyTuple_New(arguments.positional))) {
+    for (Py_ssize_t i = 0; i < arguments.positional; ++i) {
+      PyTuple_SET_ITEM(positional.get(), i, Py_NewRef(arguments.values[i]));
+    }
+    if (arguments.keyword_count() == 0) return;
     keywords = own(PyDict_New());
     for (Py_ssize_t i = 0; i < arguments.keyword_count(); ++i) {
       check(PyDict_SetItem(keywords.get(), PyTuple_GET_ITEM(arguments.keywords, i),
                            arguments.values[arguments.positional + i]));
     }
   }
-  return own(PyType_Type.tp_call(type, positional.get(), keywords.get()));
-}
+};
 
 }  // namespace
 
@@ -180,70 +182,90 @@ Ref Record::build_accepted(PyObject* const* values) const {
   return build(values);
 }
 
-Ref Record::build_if_accepted(PyObject* const* values) {
-  // First the instance, then the questions: making it may collect garbage, and with that run code
-  // that changes the class, the module or the values.
-  Ref instance = allocate();
-  if (!untouched() || !globals::untouched()) return {};
-  if (table_.accepts != nullptr && !table_.accepts(values)) return {};
-  fill(instance.get(), values);
-  return instance;
-}
-
-Ref Record::build_with_defaults(Values& values) {
-  std::array<Ref, kMaxFactories> made;
+bool Record::add_defaults(Values& values, Factories& made) const {
   auto next = made.begin();
   for (std::size_t i = 0; i < table_.fields.size(); ++i) {
     if (values[i] != nullptr) continue;
     const Default kind = table_.fields[i].default_value;
     values[i] = plain_default(kind);
     if (values[i] != nullptr) continue;
-    if (default_factory(kind) == nullptr) return {};
+    if (default_factory(kind) == nullptr) return false;
     *next = make_default(kind);
     values[i] = (next++)->get();
   }
-  return build_if_accepted(values.data());
+  return true;
 }
 
-Ref Record::build_checked(Values& values) {
-  const auto* end = values.begin() + table_.fields.size();
-  const bool complete = std::find(values.cbegin(), end, nullptr) == end;
-  return complete ? build_if_accepted(values.data()) : build_with_defaults(values);
-}
-
-Ref Record::construct_natively(const CallArguments& arguments) {
+bool Record::bind(const CallArguments& arguments, Values& values) const {
   const std::size_t count = table_.fields.size();
-  if (std::cmp_greater(arguments.positional, count) || !arguments.has_plain_keywords()) return {};
-  Values values{};
-  if (match_arguments(field_names(), arguments, {values.data(), count}).any()) return {};
+  if (std::cmp_greater(arguments.positional, count) || !arguments.has_plain_keywords()) {
+    return false;
+  }
+  if (match_arguments(field_names(), arguments, {values.data(), count}).any()) return false;
   // inspect.Signature.bind() and apply_defaults() give a caller the mark to pass on.
-  const auto made = std::span(values).subspan(first_factory_, factory_count_);
-  if (std::ranges::find(made, factory_mark_.get()) != made.end()) return {};
-  return build_checked(values);
+  const auto from_factories = std::span(values).subspan(first_factory_, factory_count_);
+  return std::ranges::find(from_factories, factory_mark_.get()) == from_factories.end();
+}
+
+template <typename Initialise>
+Ref Record::make(const Values& values, bool are_complete, Initialise&& initialise) {
+  // First the instance, then the questions: making it may collect garbage, and with that run code
+  // that changes the class, the module or the values.
+  Ref instance = allocate();
+  const bool is_sure = are_complete && untouched() && globals::untouched() &&
+                       (table_.accepts == nullptr || table_.accepts(values.data()));
+  if (is_sure) {
+    fill(instance.get(), values.data());
+  } else {
+    // What type.__call__ does with the instance.
+    const RecursionLevel level;
+    initialise(instance.get());
+  }
+  return instance;
+}
+
+Ref Record::keywords_of(std::initializer_list<PyObject*> given) const {
+  const Ref held_names = globals::held(field_names_);
+  Ref keywords = own(PyDict_New());
+  auto name = field_names().begin();
+  for (PyObject* value : given) {
+    if (value != nullptr) check(PyDict_SetItem(keywords.get(), *name, value));
+    ++name;
+  }
+  return keywords;
 }
 
 Ref Record::create(PyObject* cls, std::initializer_list<PyObject*> given) {
-  if (may_allocate(cls)) {
-    Values values{};
-    std::ranges::copy(given, values.begin());
-    if (Ref instance = build_checked(values)) return instance;
+  if (!may_allocate(cls)) {
+    const Ref positional = globals::held(no_arguments);
+    return own(PyObject_Call(cls, positional.get(), keywords_of(given).get()));
   }
-  const Ref held_names = globals::held(field_names_);
-  std::array<Keyword, kMaxParameters> keywords{};
-  std::ranges::transform(field_names().first(given.size()), given, keywords.begin(),
-                         [](PyObject* name, PyObject* value) { return Keyword{name, value}; });
-  return call_keywords(cls, {}, {keywords.data(), given.size()});
+  Values values{};
+  std::ranges::copy(given, values.begin());
+  Factories made;
+  const bool are_complete = add_defaults(values, made);
+  return make(values, are_complete, [&](PyObject* instance) {
+    const Ref positional = globals::held(no_arguments);
+    check(Py_TYPE(instance)->tp_init(instance, positional.get(), keywords_of(given).get()));
+  });
 }
 
 PyObject* Record::construct(PyObject* cls, PyObject* const* args, std::size_t nargsf,
                             PyObject* kwnames) noexcept {
   return guarded([&] {
     const CallArguments arguments(args, nargsf, kwnames);
-    if (may_allocate(cls)) {
-      if (Ref instance = construct_natively(arguments)) return instance;
+    if (!may_allocate(cls)) {
+      const TupleAndDict given(arguments);
+      const RecursionLevel level;
+      return own(PyType_Type.tp_call(cls, given.positional.get(), given.keywords.get()));
     }
-    const RecursionLevel level;
-    return call_type(cls, arguments);
+    Values values{};
+    Factories made;
+    const bool are_complete = bind(arguments, values) && add_defaults(values, made);
+    return make(values, are_complete, [&](PyObject* instance) {
+      const TupleAndDict given(arguments);
+      check(Py_TYPE(instance)->tp_init(instance, given.positional.get(), given.keywords.get()));
+    });
   });
 }
 

@@ -103,13 +103,18 @@ class Record {
   // Field by field, in field order; null where the field is left to its default.
   using Values = std::array<PyObject*, kMaxParameters>;
 
-  // The instance with these values if the class accepts them; null where the generated __init__ has
-  // to decide.
-  [[nodiscard]] Ref build_checked(Values& values);
-  [[nodiscard]] Ref build_with_defaults(Values& values);
-  [[nodiscard]] Ref build_if_accepted(PyObject* const* values);
-  [[nodiscard]] Ref construct_natively(const CallArguments& arguments);
-  // Whether an instance may be made and dropped again unseen, before all is asked.
+  using Factories = std::array<Ref, kMaxFactories>;
+
+  // Puts the arguments of a call in field order; false where the generated __init__ has to decide.
+  [[nodiscard]] bool bind(const CallArguments& arguments, Values& values) const;
+  // Fills what the caller left out, and keeps what was made for that; false where that is an error.
+  [[nodiscard]] bool add_defaults(Values& values, Factories& made) const;
+  // {field: value, ...} of the values that are not null.
+  [[nodiscard]] Ref keywords_of(std::initializer_list<PyObject*> given) const;
+  // A new instance, with these values where the class is sure to take them, else initialised.
+  template <typename Initialise>
+  [[nodiscard]] Ref make(const Values& values, bool are_complete, Initialise&& initialise);
+  // Whether an instance of cls is one of this class and made by object.__new__.
   [[nodiscard]] bool may_allocate(PyObject* cls) noexcept {
     return cls == reinterpret_cast<PyObject*>(type()) && watch_.attributes_untouched();
   }

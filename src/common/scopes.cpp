@@ -93,7 +93,7 @@ void raise_stack_exceeded() {
 std::size_t stack_left() noexcept {
   const auto address = reinterpret_cast<Address>(__builtin_frame_address(0));
   const Stack stack = stack_of_this_thread();
-  if (!stack.holds(address)) return kStep;
+  if (!stack.holds(address)) return kStackReserve;
   return address < stack.floor() ? 0 : address - stack.floor();
 }
 

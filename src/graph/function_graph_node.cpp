@@ -163,10 +163,7 @@ Ref copy_config(PyObject* raw) {
   return is_dict(config.get()) ? dict_from(config.get()) : own(PyDict_New());
 }
 
-Ref coerce_node(PyObject* cls, PyObject* raw, MisfitPath& path) {
-  const auto build = [&](MisfitPath& tried) { return build_graph(record, cls, raw, tried); };
-  if (Ref node = path.try_once(raw, build)) return node;
-
+Ref coerce_canonically(PyObject* cls, PyObject* raw, MisfitPath& path) {
   require_json_mapping(raw, "FunctionGraphNode");
   const auto [kind, node] = resolve(raw);
   if (!is_non_empty_str(kind.get())) {
@@ -179,6 +176,12 @@ Ref coerce_node(PyObject* cls, PyObject* raw, MisfitPath& path) {
   Ref value = get(raw, names.value);
   return record.create(cls, {kind.get(), node.get(), children.get(), config.get(),
                              canonical_id.get(), family.get(), value.get()});
+}
+
+Ref coerce_node(PyObject* cls, PyObject* raw, MisfitPath& path) {
+  return path.walk(
+      raw, [&](MisfitPath& tried) { return build_graph(record, cls, raw, tried); },
+      [&](MisfitPath& rest) { return coerce_canonically(cls, raw, rest); });
 }
 
 Ref from_raw(PyObject* const* arguments) {

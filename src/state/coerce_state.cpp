@@ -142,14 +142,16 @@ Ref build(PyObject* raw, MisfitPath& path) {
   return value;
 }
 
+Ref build_untouched(PyObject* raw, MisfitPath& path) {
+  if (!state_values_untouched()) return {};
+  const CollectorPause pause;
+  return build(raw, path);
+}
+
 Ref coerce(PyObject* raw, MisfitPath& path) {
-  const auto fast = [raw](MisfitPath& tried) {
-    if (!state_values_untouched()) return Ref();
-    const CollectorPause pause;
-    return build(raw, tried);
-  };
-  if (Ref value = path.try_once(raw, fast)) return value;
-  return coerce_canonically(raw, path);
+  return path.walk(
+      raw, [raw](MisfitPath& tried) { return build_untouched(raw, tried); },
+      [raw](MisfitPath& rest) { return coerce_canonically(raw, rest); });
 }
 
 Ref coerce_state(PyObject* const* arguments) {

@@ -156,11 +156,10 @@ Ref compare_canonically(PyObject* a, PyObject* b, MisfitPath& path) {
 }
 
 Ref values_equal(PyObject* a, PyObject* b, MisfitPath& path) {
-  const auto fast = [a, b](MisfitPath& tried) {
-    return untouched() ? typed_values_equal(a, b, tried) : Ref();
-  };
-  if (Ref result = path.try_once(a, fast)) return result;
-  return compare_canonically(a, b, path);
+  return path.walk(
+      a,
+      [a, b](MisfitPath& tried) { return untouched() ? typed_values_equal(a, b, tried) : Ref(); },
+      [a, b](MisfitPath& rest) { return compare_canonically(a, b, rest); });
 }
 
 Ref states_value_equal(PyObject* const* arguments) {
