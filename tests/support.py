@@ -9,6 +9,7 @@ import threading
 import warnings
 from collections import Counter
 from collections.abc import Callable, Iterable, Iterator, Mapping
+from types import FunctionType
 from typing import Any
 
 import numpy as np
@@ -94,7 +95,7 @@ def python_calls(call: Callable[[], Any]) -> list[str]:
         call()
     finally:
         sys.setprofile(None)
-    return entered[1:]
+    return entered[isinstance(call, FunctionType) :]  # the call itself does not count
 
 
 def both_paths(make: Callable[[], Any]) -> tuple[Any, Any]:

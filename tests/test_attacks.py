@@ -1,10 +1,12 @@
 """What payloads, their callbacks and whoever else is around may try during a call."""
 
+import bisect
 import contextlib
 import gc
 import inspect
 import itertools
 import signal
+import sys
 import threading
 from collections import OrderedDict
 from collections.abc import Callable
@@ -27,28 +29,24 @@ GROWTH: list[tuple[Any, Any, Callable[[Any], Any]]] = [  # a leaf, what goes aro
 
 
 def allocations(call: Callable[[Any], Any], payload: Any) -> int:
-    """About how many blocks of memory a call asks for: with so many it misses none."""
+    """How many blocks of memory a call asks for: with so many it misses none."""
     testcapi = pytest.importorskip("_testcapi")
+    if hasattr(sys, "gettotalrefcount"):
+        pytest.skip("an interpreter with assertions aborts where there is no memory")
 
-    def misses(number: int) -> bool:
+    def misses_none(number: int) -> bool:
         try:
             testcapi.set_nomemory(number)
             call(payload)
         except MemoryError:
-            return True
+            return False
         except ts.SchemaError:
             pass
         finally:
             testcapi.remove_mem_hooks()
-        return False
+        return True
 
-    low, high = 0, 64
-    while misses(high):
-        low, high = high, 2 * high
-    while high - low > 8:
-        middle = (low + high) // 2
-        low, high = (middle, high) if misses(middle) else (low, middle)
-    return high
+    return bisect.bisect_left(range(1 << 17), True, key=misses_none)
 
 
 @pytest.mark.parametrize(("leaf", "around", "call"), GROWTH)

@@ -45,7 +45,6 @@ ROWS: dict[str, tuple[list[str], list[str]]] = {
     "threads": ([job("threads")], [job("threads --quick")]),
     "fuzz": ([fuzz(650_000, "python -m pytest -n 2")], [fuzz(26_000, "python -m pytest -n 2")]),
     "coverage": ([job("coverage")], [job("coverage")]),
-    "faults": ([job("faults")], []),
     "rules": (["python scripts/source_rules.py"], []),
 }
 
