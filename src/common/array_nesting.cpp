@@ -54,7 +54,7 @@ void add_element(Objects& found, const char* data, PyArray_Descr* type) {
   if (!PyDataType_REFCHK(type)) return;
   if (type->type_num == NPY_OBJECT) {
     PyObject* object = nullptr;
-    std::memcpy(&object, data, sizeof object);  // it may be unaligned
+    std::memcpy(static_cast<void*>(&object), data, sizeof(PyObject*));  // it may be unaligned
     add(found, object);
     return;
   }
@@ -201,14 +201,13 @@ class NestingWalk {
   }
 
   void close(PyObject* root, std::size_t arrays) {
-    PyObject* member = nullptr;
-    do {
+    for (PyObject* member = nullptr; member != root;) {
       member = open_.back();
       open_.pop_back();
       Seen& seen = seen_.at(member);
       seen.arrays = arrays;
       seen.is_open = false;
-    } while (member != root);
+    }
   }
 
   // The stack is looked at only where there is something to follow.

@@ -183,7 +183,7 @@ Ref Record::build_accepted(PyObject* const* values) const {
 }
 
 bool Record::add_defaults(Values& values, Factories& made) const {
-  auto next = made.begin();
+  Ref* next = made.data();
   for (std::size_t i = 0; i < table_.fields.size(); ++i) {
     if (values[i] != nullptr) continue;
     const Default kind = table_.fields[i].default_value;
