@@ -134,7 +134,7 @@ class Sweep:
         except BaseException as error:
             self.disarm()
             # Making a class, the interpreter wraps what __set_name__ raises in an error of its own.
-            ran_out = MemoryError in (type(error), type(error.__cause__))
+            ran_out = MemoryError in (*type(error).__mro__, type(error.__cause__))
             return "" if ran_out else f"{type(error).__name__}: {error}"
         finally:
             self.disarm()
