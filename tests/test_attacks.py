@@ -73,7 +73,9 @@ def nested(inner: Any, levels: int, wrap: Any = lambda x: x, dtype: Any = object
     return arrays
 
 
-NESTED = [nested(None, 1), nested(None, 2), nested(None, 2, lambda x: [{"a": (x,)}]),
+SUBARRAY = np.zeros(1, [("x", object, (2,))])
+SUBARRAY["x"][0, 1] = SUBARRAY
+NESTED = [[SUBARRAY], nested(None, 1), nested(None, 2), nested(None, 2, lambda x: [{"a": (x,)}]),
           nested(None, 2, lambda x: (x,), [("x", object)]), nested(1, 200_000)]  # fmt: skip
 COMPARED: list[Callable[[Any], Any]] = [
     lambda x: ts.states_equal(x, x.copy()),
