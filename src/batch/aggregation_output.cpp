@@ -49,9 +49,9 @@ void check_output(PyObject* key, PyObject* value) {
 }
 
 Ref post_init(PyObject* const* arguments) {
-  Ref outputs =
-      dict_attribute(arguments[0], names.by_dotted_key, "AggregationOutput.by_dotted_key");
-  for_each_item(outputs.get(), check_output);
+  const auto [self] = unpack<1>(arguments);
+  require_dict_field(self, names.by_dotted_key, "AggregationOutput.by_dotted_key");
+  for_each_item(get_attr(self, names.by_dotted_key).get(), check_output);
   return none();
 }
 

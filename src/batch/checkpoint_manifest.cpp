@@ -38,8 +38,8 @@ constexpr RecordTable kTable = {
 constinit Record record{kTable};
 
 Ref post_init(PyObject* const* arguments) {
-  dict_attribute(arguments[0], names.canonical_id_to_filename,
-                 "CheckpointManifest.canonical_id_to_filename");
+  require_dict_field(arguments[0], names.canonical_id_to_filename,
+                     "CheckpointManifest.canonical_id_to_filename");
   return none();
 }
 

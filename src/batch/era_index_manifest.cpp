@@ -48,16 +48,17 @@ constinit Record record{kTable};
 
 Ref post_init(PyObject* const* arguments) {
   const auto [self] = unpack<1>(arguments);
-  Ref version = get_attr(self, names.schema_version);
-  if (compare(version.get(), own(PyLong_FromLong(kSchemaVersion)).get(), Py_NE)) {
-    schema_error().refuse({"EraIndexManifest.schema_version must be 2; got ", repr(version.get())});
-  }
-  Ref kind = get_attr(self, names.bundle_kind);
-  if (compare(kind.get(), names.era_index, Py_NE)) {
+  const auto shown = [self](PyObject* name) { return repr(get_attr(self, name).get()); };
+  Ref version = own(PyLong_FromLong(kSchemaVersion));
+  if (compare(get_attr(self, names.schema_version).get(), version.get(), Py_NE)) {
     schema_error().refuse(
-        {"EraIndexManifest.bundle_kind must be 'era_index'; got ", repr(kind.get())});
+        {"EraIndexManifest.schema_version must be 2; got ", shown(names.schema_version)});
   }
-  dict_attribute(self, names.epochs, "EraIndexManifest.epochs");
+  if (compare(get_attr(self, names.bundle_kind).get(), names.era_index, Py_NE)) {
+    schema_error().refuse(
+        {"EraIndexManifest.bundle_kind must be 'era_index'; got ", shown(names.bundle_kind)});
+  }
+  require_dict_field(self, names.epochs, "EraIndexManifest.epochs");
   return none();
 }
 

@@ -39,9 +39,12 @@ constexpr RecordTable kTable = {
 constinit Record record{kTable};
 
 Ref post_init(PyObject* const* arguments) {
-  Ref by_pool = dict_attribute(arguments[0], names.by_pool, "Metaparameters.by_pool");
-  if (!is_true(by_pool.get())) schema_error().refuse({"Metaparameters.by_pool must be non-empty"});
-  for_each_item(by_pool.get(), [](PyObject* pool_id, PyObject* stages) {
+  const auto [self] = unpack<1>(arguments);
+  require_dict_field(self, names.by_pool, "Metaparameters.by_pool");
+  if (!is_true(get_attr(self, names.by_pool).get())) {
+    schema_error().refuse({"Metaparameters.by_pool must be non-empty"});
+  }
+  for_each_item(get_attr(self, names.by_pool).get(), [](PyObject* pool_id, PyObject* stages) {
     if (is_dict(stages)) return;
     schema_error().refuse(
         {"Metaparameters.by_pool[", repr(pool_id), "] must be a dict; got ", type_name(stages)});

@@ -71,9 +71,9 @@ constinit Record record{kTable};
 
 Ref post_init(PyObject* const* arguments) {
   const auto [self] = unpack<1>(arguments);
-  dict_attribute(self, names.flat, "StageData.flat");
-  dict_attribute(self, names.nested, "StageData.nested");
-  dict_attribute(self, names.opaque, "StageData.opaque");
+  require_dict_field(self, names.flat, "StageData.flat");
+  require_dict_field(self, names.nested, "StageData.nested");
+  require_dict_field(self, names.opaque, "StageData.opaque");
   return none();
 }
 

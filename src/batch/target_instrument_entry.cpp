@@ -37,7 +37,7 @@ constexpr RecordTable kTable = {
 constinit Record record{kTable};
 
 Ref post_init(PyObject* const* arguments) {
-  dict_attribute(arguments[0], names.payload, "TargetInstrumentEntry.payload");
+  require_dict_field(arguments[0], names.payload, "TargetInstrumentEntry.payload");
   return none();
 }
 

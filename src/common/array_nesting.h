@@ -20,4 +20,10 @@ inline void check_nesting(PyObject* object) {
   if (PyDataType_REFCHK(PyArray_DESCR(as_array(object)))) check_array_nesting(as_array(object));
 }
 
+// What comes before an operation on both.
+inline void check_operands(PyObject* left, PyObject* right) {
+  check_nesting(left);
+  check_nesting(right);
+}
+
 }  // namespace typed_shapes

@@ -13,14 +13,17 @@ namespace typed_shapes {
 
 // --- Canonical ---
 
-// "<what> must be a dict; got <type>"
-void require_dict(PyObject* value, const char* what);
-// self.name, which must be a dict
-Ref dict_attribute(PyObject* self, PyObject* name, const char* what);
+// "<what> must be a dict; got <type of self.name>". Like each check of a field, it reads the field
+// anew for each use: a subclass may make a property of it.
+void require_dict_field(PyObject* self, PyObject* name, const char* what);
 // "<class> JSON mapping payload required; got <type>"
 void require_json_mapping(PyObject* raw, const char* class_name);
 // "<what> must be a non-empty str; got <repr>"
 void require_non_empty_str(PyObject* value, const char* what);
+// The same of self.name
+void require_name_field(PyObject* self, PyObject* name, const char* what);
+// "<what> must be np.ndarray; got <type of self.name>"
+void require_array_field(PyObject* self, PyObject* name, const char* what);
 
 // "<owner> must be np.ndarray; got <type>"; the owner's text is made when it is needed.
 [[noreturn]] void refuse_array(const ErrorClass& error, const Ref& owner, PyObject* value);

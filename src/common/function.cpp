@@ -74,13 +74,21 @@ void set_member(NativeFunction* function, Member member, Ref value) {
   });
 }
 
+// Whether each parameter is given, by position or by its own name in the parameters' order: the
+// interpreter's own array serves.
+bool is_in_place(const NativeFunction* function, const CallArguments& arguments) {
+  if (!std::cmp_equal(arguments.positional, function->positional)) return false;
+  const auto keywords = items_of(arguments.keywords);
+  return std::ranges::equal(
+      keywords,
+      std::span(function->names, function->parameter_count).subspan(function->positional));
+}
+
 PyObject* call_function(PyObject* callable, PyObject* const* args, std::size_t nargsf,
                         PyObject* kwnames) {
   NativeFunction* function = as_function(callable);
   const CallArguments arguments(args, nargsf, kwnames);
-  // Every parameter given by position: the interpreter's own array serves.
-  if (kwnames == nullptr && std::cmp_equal(arguments.positional, function->positional) &&
-      function->positional == function->parameter_count) {
+  if (is_in_place(function, arguments)) {
     return guarded([&] {
       const RecursionLevel level;
       return function->body(args);

@@ -80,8 +80,7 @@ inline void set_attr(PyObject* object, PyObject* name, PyObject* value) {
 }
 // left OPERATOR right, for Py_EQ, Py_NE, Py_LT, ...
 [[nodiscard]] inline Ref rich_compare(PyObject* left, PyObject* right, int op) {
-  check_nesting(left);
-  check_nesting(right);
+  check_operands(left, right);
   return own(PyObject_RichCompare(left, right, op));
 }
 // bool(left OPERATOR right)

@@ -178,8 +178,7 @@ Ref Record::attribute(PyObject* instance, std::size_t index) {
 }
 
 Ref Record::build_accepted(PyObject* const* values) const {
-  if (table_.accepts != nullptr && !table_.accepts(values)) return {};
-  return build(values);
+  return is_accepted(values) ? build(values) : Ref();
 }
 
 bool Record::add_defaults(Values& values, Factories& made) const {
@@ -212,8 +211,8 @@ Ref Record::make(const Values& values, bool are_complete, Initialise&& initialis
   // First the instance, then the questions: making it may collect garbage, and with that run code
   // that changes the class, the module or the values.
   Ref instance = allocate();
-  const bool is_sure = are_complete && untouched() && globals::untouched() &&
-                       (table_.accepts == nullptr || table_.accepts(values.data()));
+  const bool is_sure =
+      are_complete && untouched() && globals::untouched() && is_accepted(values.data());
   if (is_sure) {
     fill(instance.get(), values.data());
   } else {

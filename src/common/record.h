@@ -118,6 +118,10 @@ class Record {
   [[nodiscard]] bool may_allocate(PyObject* cls) noexcept {
     return cls == reinterpret_cast<PyObject*>(type()) && watch_.attributes_untouched();
   }
+  // Whether the class's own validation is sure to pass.
+  [[nodiscard]] bool is_accepted(PyObject* const* values) const {
+    return table_.accepts == nullptr || table_.accepts(values);
+  }
   [[nodiscard]] Ref allocate() const;
   void fill(PyObject* instance, PyObject* const* values) const;
   [[nodiscard]] Ref make_class() const;

@@ -62,25 +62,27 @@ constinit Record record{kTable};
 
 // --- Validation ---
 
-[[noreturn]] void refuse_children(PyObject* children) {
-  schema_error().refuse({"FunctionGraphNode.children must be a list; got ", type_name(children)});
+[[noreturn]] void refuse_children(const ErrorClass& error, PyObject* children) {
+  error.refuse({"FunctionGraphNode.children must be a list; got ", type_name(children)});
 }
 
 Ref post_init(PyObject* const* arguments) {
   const auto [self] = unpack<1>(arguments);
 
-  require_non_empty_str(get_attr(self, names.type).get(), "FunctionGraphNode.type");
-  Ref children = get_attr(self, names.children);
-  if (!is_list(children.get())) refuse_children(children.get());
+  require_name_field(self, names.type, "FunctionGraphNode.type");
+  if (!is_list(get_attr(self, names.children).get())) {
+    const ErrorClass error = schema_error();
+    refuse_children(error, get_attr(self, names.children).get());
+  }
   Py_ssize_t index = 0;
-  for_each(children.get(), [&](PyObject* child) {
+  for_each(get_attr(self, names.children).get(), [&](PyObject* child) {
     if (!globals::is_instance_of(child, names.FunctionGraphNode)) {
       schema_error().refuse({"FunctionGraphNode.children[", str(index),
                              "] must be FunctionGraphNode; got ", type_name(child)});
     }
     ++index;
   });
-  dict_attribute(self, names.config, "FunctionGraphNode.config");
+  require_dict_field(self, names.config, "FunctionGraphNode.config");
   return none();
 }
 
@@ -150,7 +152,7 @@ Ref coerce_children(PyObject* cls, PyObject* raw, MisfitPath& path) {
   // Not the list that was offered as the default: the mapping may have kept it.
   Ref result = own(PyList_New(0));
   if (is_none(children)) return result;
-  if (!is_list(children.get())) refuse_children(children.get());
+  if (!is_list(children.get())) refuse_children(schema_error(), children.get());
   for_each(children.get(), [&](PyObject* child) {
     check(PyList_Append(result.get(), coerce_child(cls, child, path).get()));
   });

@@ -69,13 +69,12 @@ constinit Record record{kTable};
 
 Ref post_init(PyObject* const* arguments) {
   const auto [self] = unpack<1>(arguments);
-  require_non_empty_str(get_attr(self, names.name).get(), "ParamSpec.name");
+  require_name_field(self, names.name, "ParamSpec.name");
+  if (is_none(get_attr(self, names.window))) return none();
   Ref window = get_attr(self, names.window);
-  if (!is_none(window) && !globals::is_instance_of(window.get(), names.WindowSpec)) {
-    schema_error().refuse(
-        {"ParamSpec.window must be WindowSpec or None; got ", type_name(window.get())});
-  }
-  return none();
+  if (globals::is_instance_of(window.get(), names.WindowSpec)) return none();
+  schema_error().refuse({"ParamSpec.window must be WindowSpec or None; got ",
+                         type_name(get_attr(self, names.window).get())});
 }
 
 bool accepts(PyObject* const* values) {

@@ -88,15 +88,14 @@ Ref from_raw(PyObject* const* arguments) {
 
 Ref picked(PyObject* const* arguments) {
   const auto [self, clamp_to] = unpack<2>(arguments);
-  Ref value = window_spec.attribute(self, kValue);
-  if (!is_none(value)) return value;
-  Ref fallback = window_spec.attribute(self, kDefault);
-  if (!is_none(fallback)) return fallback;
-  Ref minimum = window_spec.attribute(self, kMinimum);
-  if (is_none(minimum)) return none();
-  Ref maximum = window_spec.attribute(self, kMaximum);
-  if (is_none(maximum)) return none();
+  // Each use of a field reads it anew: a subclass may make a property of it.
+  const auto field = [self](std::size_t index) { return window_spec.attribute(self, index); };
+  if (!is_none(field(kValue))) return field(kValue);
+  if (!is_none(field(kDefault))) return field(kDefault);
+  if (is_none(field(kMinimum)) || is_none(field(kMaximum))) return none();
   // max(minimum, min(clamp_to, maximum)): the minimum wins over the clamp.
+  Ref minimum = field(kMinimum);
+  Ref maximum = field(kMaximum);
   Ref inner = compare(maximum.get(), clamp_to, Py_LT) ? std::move(maximum) : Ref::borrow(clamp_to);
   return compare(inner.get(), minimum.get(), Py_GT) ? std::move(inner) : std::move(minimum);
 }

@@ -74,9 +74,9 @@ void check_component(PyObject* label, PyObject* array) {
 
 Ref post_init(PyObject* const* arguments) {
   const auto [self] = unpack<1>(arguments);
-  require_array(get_attr(self, names.total).get(), [] { return interned("CostResult.total"); });
-  Ref breakdown = dict_attribute(self, names.breakdown, "CostResult.breakdown");
-  for_each_item(breakdown.get(), check_component);
+  require_array_field(self, names.total, "CostResult.total");
+  require_dict_field(self, names.breakdown, "CostResult.breakdown");
+  for_each_item(get_attr(self, names.breakdown).get(), check_component);
   return none();
 }
 

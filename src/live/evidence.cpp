@@ -41,7 +41,7 @@ constexpr RecordTable kTable = {
 constinit Record record{kTable};
 
 Ref post_init(PyObject* const* arguments) {
-  dict_attribute(arguments[0], names.data, "Evidence.data");
+  require_dict_field(arguments[0], names.data, "Evidence.data");
   return none();
 }
 

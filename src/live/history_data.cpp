@@ -57,8 +57,8 @@ void check_feature(PyObject* name, PyObject* array) {
 
 Ref post_init(PyObject* const* arguments) {
   const auto [self] = unpack<1>(arguments);
-  Ref by_feature = dict_attribute(self, names.by_feature, "HistoryData.by_feature");
-  for_each_item(by_feature.get(), check_feature);
+  require_dict_field(self, names.by_feature, "HistoryData.by_feature");
+  for_each_item(get_attr(self, names.by_feature).get(), check_feature);
   return none();
 }
 

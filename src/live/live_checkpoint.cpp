@@ -39,8 +39,8 @@ constinit Record record{kTable};
 
 Ref post_init(PyObject* const* arguments) {
   const auto [self] = unpack<1>(arguments);
-  dict_attribute(self, names.signals, "LiveCheckpoint.signals");
-  dict_attribute(self, names.nodes, "LiveCheckpoint.nodes");
+  require_dict_field(self, names.signals, "LiveCheckpoint.signals");
+  require_dict_field(self, names.nodes, "LiveCheckpoint.nodes");
   return none();
 }
 

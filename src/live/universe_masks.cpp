@@ -50,16 +50,17 @@ constinit Record record{kTable};
 
 Ref owner(PyObject* tag) { return message({"UniverseMasks['", str(tag), "']"}); }
 
-void check_shape(PyObject* tag, PyObject* mask, PyObject* n_alloc) {
+void check_shape(PyObject* self, PyObject* tag, PyObject* mask) {
   Ref one = own(PyLong_FromLong(1));
   bool fits = !compare(get_attr(mask, names.ndim).get(), one.get(), Py_NE);
   if (fits) {
     Ref shape = get_attr(mask, names.shape);
-    fits = !compare(get_item(shape.get(), own(PyLong_FromLong(0)).get()).get(), n_alloc, Py_NE);
+    Ref length = get_item(shape.get(), own(PyLong_FromLong(0)).get());
+    fits = !compare(length.get(), get_attr(self, names.n_alloc).get(), Py_NE);
   }
   if (fits) return;
   schema_error().refuse({owner(tag), " has shape ", str(get_attr(mask, names.shape).get()),
-                         ", expected (", str(n_alloc), ",)"});
+                         ", expected (", str(get_attr(self, names.n_alloc).get()), ",)"});
 }
 
 void check_dtype(PyObject* tag, PyObject* mask) {
@@ -70,10 +71,10 @@ void check_dtype(PyObject* tag, PyObject* mask) {
                          ", expected float64, float16, or bool"});
 }
 
-void check_mask(PyObject* tag, PyObject* mask, PyObject* n_alloc) {
+void check_mask(PyObject* self, PyObject* tag, PyObject* mask) {
   require_non_empty_str(tag, "UniverseMasks tag");
   require_array(mask, [&] { return owner(tag); });
-  check_shape(tag, mask, n_alloc);
+  check_shape(self, tag, mask);
   check_dtype(tag, mask);
   Ref flags = get_attr(mask, names.flags);
   if (!is_true(get_item(flags.get(), names.C_CONTIGUOUS).get())) {
@@ -87,21 +88,21 @@ void check_mask(PyObject* tag, PyObject* mask, PyObject* n_alloc) {
   }
 }
 
-bool is_positive_int(PyObject* value) {
-  if (!is_int(value)) return false;
-  return !compare(value, own(PyLong_FromLong(0)).get(), Py_LE);
+void check_length(PyObject* self) {
+  if (is_int(get_attr(self, names.n_alloc).get())) {
+    Ref n_alloc = get_attr(self, names.n_alloc);
+    if (!compare(n_alloc.get(), own(PyLong_FromLong(0)).get(), Py_LE)) return;
+  }
+  schema_error().refuse({"UniverseMasks.n_alloc must be a positive int; got ",
+                         repr(get_attr(self, names.n_alloc).get())});
 }
 
 Ref post_init(PyObject* const* arguments) {
-  const auto [self] = unpack<1>(arguments);
-  Ref by_tag = dict_attribute(self, names.by_tag, "UniverseMasks.by_tag");
-  Ref n_alloc = get_attr(self, names.n_alloc);
-  if (!is_positive_int(n_alloc.get())) {
-    schema_error().refuse(
-        {"UniverseMasks.n_alloc must be a positive int; got ", repr(n_alloc.get())});
-  }
-  for_each_item(by_tag.get(),
-                [&](PyObject* tag, PyObject* mask) { check_mask(tag, mask, n_alloc.get()); });
+  PyObject* const self = arguments[0];
+  require_dict_field(self, names.by_tag, "UniverseMasks.by_tag");
+  check_length(self);
+  for_each_item(get_attr(self, names.by_tag).get(),
+                [self](PyObject* tag, PyObject* mask) { check_mask(self, tag, mask); });
   return none();
 }
 
@@ -130,10 +131,9 @@ bool accepts(PyObject* const* values) {
 Ref from_raw(PyObject* const* arguments) {
   const auto [cls, raw, n_alloc] = unpack<3>(arguments);
   if (globals::is_instance_of(raw, names.UniverseMasks)) {
-    Ref stored = get_attr(raw, names.n_alloc);
-    if (!compare(stored.get(), n_alloc, Py_NE)) return Ref::borrow(raw);
+    if (!compare(get_attr(raw, names.n_alloc).get(), n_alloc, Py_NE)) return Ref::borrow(raw);
     schema_error().refuse({"UniverseMasks coerced with n_alloc=", str(n_alloc),
-                           " but payload has n_alloc=", str(stored.get())});
+                           " but payload has n_alloc=", str(get_attr(raw, names.n_alloc).get())});
   }
   if (!is_dict(raw)) {
     schema_error().refuse(

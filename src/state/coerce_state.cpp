@@ -127,9 +127,10 @@ Ref build_sequence(PyObject* raw, MisfitPath& path) {
 }
 
 Ref build_value(PyObject* raw, MisfitPath& path) {
+  PyObject* const values[] = {raw};
+  if (is_builtin_scalar(raw)) return state_scalar.build(values);
   if (PyDict_CheckExact(raw)) return build_mapping(raw, path);
   if (PyList_CheckExact(raw) || PyTuple_CheckExact(raw)) return build_sequence(raw, path);
-  PyObject* const values[] = {raw};
   if (PyArray_CheckExact(raw)) return state_array.build(values);
   if (is_state_value(raw)) return Ref::borrow(raw);
   if (is_settled_scalar(raw)) return state_scalar.build(values);
@@ -163,6 +164,7 @@ Ref coerce_state(PyObject* const* arguments) {
 }  // namespace
 
 bool is_plain_payload(PyObject* raw) {
+  if (is_builtin_scalar(raw)) return true;
   if (PyDict_CheckExact(raw)) {
     const RecursionLevel level;
     return all_entries(raw, [](PyObject* key, PyObject* value) {

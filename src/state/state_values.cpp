@@ -54,7 +54,7 @@ constexpr RecordTable kSequenceTable = {
 
 Ref validate_array(PyObject* const* arguments) {
   const auto [self] = unpack<1>(arguments);
-  require_array(get_attr(self, names.data).get(), [] { return interned("StateArray.data"); });
+  require_array_field(self, names.data, "StateArray.data");
   return none();
 }
 
@@ -62,7 +62,7 @@ bool accepts_array(PyObject* const* values) { return is_plain_array(values[0]); 
 
 Ref validate_mapping(PyObject* const* arguments) {
   const auto [self] = unpack<1>(arguments);
-  dict_attribute(self, names.entries, "StateMapping.entries");
+  require_dict_field(self, names.entries, "StateMapping.entries");
   return none();
 }
 
@@ -98,14 +98,11 @@ bool state_values_untouched() noexcept {
 }
 
 bool is_settled_scalar(PyObject* object) noexcept {
-  PyTypeObject* type = Py_TYPE(object);
-  if (type == &PyFloat_Type || type == &PyLong_Type || type == &PyUnicode_Type ||
-      type == &PyBool_Type || object == Py_None) {
-    return true;
-  }
+  if (is_builtin_scalar(object)) return true;
   constexpr unsigned long kContainers =
       Py_TPFLAGS_DICT_SUBCLASS | Py_TPFLAGS_LIST_SUBCLASS | Py_TPFLAGS_TUPLE_SUBCLASS;
-  return (type->tp_flags & kContainers) == 0 && has_settled_class(object) && !PyArray_Check(object);
+  return (Py_TYPE(object)->tp_flags & kContainers) == 0 && has_settled_class(object) &&
+         !PyArray_Check(object);
 }
 
 }  // namespace typed_shapes

@@ -81,8 +81,7 @@ bool differs(PyObject* a, PyObject* right, PyObject* name) {
 bool all_close(PyObject* a, PyObject* right) {
   Ref function = numpy_attr(names.allclose);
   Ref left = get_attr(a, names.data);
-  check_nesting(left.get());
-  check_nesting(right);
+  check_operands(left.get(), right);
   Ref zero = own(PyLong_FromLong(0));
   PyObject* const positional[] = {left.get(), right};
   const Keyword keywords[] = {
@@ -94,8 +93,7 @@ bool all_close(PyObject* a, PyObject* right) {
 bool array_equal(PyObject* a, PyObject* right) {
   Ref function = numpy_attr(names.array_equal);
   Ref left = get_attr(a, names.data);
-  check_nesting(left.get());
-  check_nesting(right);
+  check_operands(left.get(), right);
   return is_true(call(function.get(), left.get(), right).get());
 }
 
