@@ -138,16 +138,17 @@ class HistoryData:
                 )
             if not isinstance(arr, np.ndarray):
                 raise SchemaError(
-                    f"HistoryData['{str.__str__(feat)}'] must be np.ndarray; got "
+                    "HistoryData['".__add__(feat)
+                    + "'] must be np.ndarray; got "
                     + type(arr).__name__
                 )
             if arr.ndim != 2:
                 raise SchemaError(
-                    f"HistoryData['{str.__str__(feat)}'] must be 2D (T, N); got shape {arr.shape!s}"
+                    "HistoryData['".__add__(feat) + f"'] must be 2D (T, N); got shape {arr.shape!s}"
                 )
             if arr.dtype != np.float64:
                 raise SchemaError(
-                    f"HistoryData['{str.__str__(feat)}'] has dtype {arr.dtype!s}, expected float64"
+                    "HistoryData['".__add__(feat) + f"'] has dtype {arr.dtype!s}, expected float64"
                 )
 
     @classmethod
@@ -196,7 +197,8 @@ class CostResult:
                 raise SchemaError("CostResult.breakdown must not contain 'total'")
             if not isinstance(arr, np.ndarray):
                 raise SchemaError(
-                    f"CostResult.breakdown['{str.__str__(label)}'] must be np.ndarray; got "
+                    "CostResult.breakdown['".__add__(label)
+                    + "'] must be np.ndarray; got "
                     + type(arr).__name__
                 )
 

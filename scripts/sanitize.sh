@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Build the module with AddressSanitizer and UndefinedBehaviorSanitizer and run the tests on it, or with
-# `--run module ...` any Python module. SANITIZE_PYTHON names another interpreter than that of .venv.
+# Build the module with AddressSanitizer and UndefinedBehaviorSanitizer and run the tests on it.
+# SANITIZE_PYTHON names another interpreter than that of .venv.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/build_for.sh
@@ -16,7 +16,4 @@ build_for "$python" "sanitize${SANITIZE_PYTHON:+-other}" -DCMAKE_BUILD_TYPE= \
 compiler=${CXX:-c++}
 export LD_PRELOAD="$($compiler -print-file-name=libasan.so) $($compiler -print-file-name=libubsan.so) $($compiler -print-file-name=libstdc++.so)"
 export PYTHONMALLOC=malloc TYPED_SHAPES_SANITIZED=1
-if [ "${1:-}" = --run ]; then
-  exec "$python" -m "${@:2}"
-fi
 exec "$python" -m pytest -p no:cacheprovider "$@"

@@ -1,7 +1,7 @@
 """Calls made by a source of choices: payloads that fit, that nearly fit, that only look as if.
 
 A generator takes the source, and gives a function and its arguments. `agree` in support.py sends
-what it gives down both paths. Parts that call back and do harm are the matter of harden/hostile.py.
+what it gives down both paths. The last of them have parts that call back and do harm.
 """
 
 import copy
@@ -17,14 +17,15 @@ from types import MappingProxyType, SimpleNamespace
 from typing import Any
 
 import numpy as np
+from hostile import hostile_class, infested
 from quillmere.functions import _typed_shapes as ts
 from support import *
 
 NAN = float("nan")
 
 
-def functions(head: str, table: str) -> list[Any]:
-    names = {**vars(ts), **globals()}
+def functions(head: str, table: str, **others: Any) -> list[Any]:
+    names = {**vars(ts), **globals(), **others}
     return [eval(f"lambda {head}: {text.strip()}", names) for text in table.split(";")]
 
 
@@ -106,7 +107,8 @@ def change_one(rng: random.Random, array: np.ndarray) -> np.ndarray:
     changed = array.copy()
     if changed.size:
         with np.errstate(all="ignore"):
-            changed.flat[rng.randrange(changed.size)] = rng.choice([0, 1, 3])
+            edges = EDGES if array.dtype.kind in "fc" else [0, 1, 3]
+            changed.flat[rng.randrange(changed.size)] = rng.choice(edges)
     return changed
 
 
@@ -131,7 +133,8 @@ ODD = functions("", """
     MappingProxyType({"op": "x"}); [("k", 1)]; {"feature"}; StrChild("feature");
     EmptyLookingStr("zscore"); np.zeros((2, 3)).view(ArrayChild); np.array([NAN, 1.0], object);
     WindowSpec(1, 2); ParamSpec("p"); SimpleNamespace(name="n"); StateMapping({1: StateScalar(1)});
-    StateSequence([StateScalar(1), 2]); StateScalar(np.zeros(2)); object.__new__(StateArray)
+    StateSequence([StateScalar(1), 2]); StateScalar(np.zeros(2)); object.__new__(StateArray);
+    StateSequence("ab"); StateSequence(5)
     """)  # fmt: skip
 
 
@@ -291,6 +294,9 @@ CostResult.from_raw(CostResult(**raw)).shape | total:array breakdown:arrays
 np.asarray(CostResult(**raw)) | total:array
 Evidence(raw) | a:any b:any
 Evidence.from_raw(raw)["a"] | a:any b:any
+[e := Evidence.from_raw(raw), e.get("a", 5), "b" in e, e.__setitem__("c", 5)] | a:any b:any
+[*(e := Evidence(raw)).items(), *e.keys(), *e.values()] | a:any b:any
+[c := CostResult(**raw), len(c), c[0]] | total:array
 CheckpointManifest.from_raw(raw) | tick_timestamp:any dag_metadata:any x:any\
  canonical_id_to_filename:dict
 CheckpointManifest(*raw.values()) | a:any b:any c:dict d:any
@@ -299,14 +305,20 @@ Metaparameters.from_raw(raw) | a:dict b:dict
 StageData(**raw) | flat:arrays nested:dict opaque:dict
 StageData.from_mapping(raw) | a:array b:arrays c:any
 StageData.from_optional_mapping(raw).slice_t(0, 2) | a:array b:arrays c:any d:dict
+[s := StageData.from_mapping(raw), s.has_value("b"), s.value("a", 5)] | a:array c:any
+[m := UniverseMasks(raw, 3), *m.keys(), *m.items(), m["a"]] | a:mask
 StageData.from_mapping(raw).feature_names() | a:array b:matrix c:any
 [s := StageData.from_mapping(raw), s.set_value("a", s.value("b")), s.is_empty()] | a:any b:array
 EraIndexManifest.from_raw(raw) | schema_version:2 bundle_kind:"era_index" epochs:dict x:any
 EraIndexManifest(**raw) | schema_version:2 bundle_kind:"era_index" epochs:dict
+TargetInstrumentEntry(*raw.values()) | a:dict
 TargetInstrumentEntry.from_raw(raw, 1) | a:any
 AggregationOutput.from_raw(raw) | a.b:array c.d:array
 [*AggregationOutput(raw)] | a.b:array c.d:array
 StateArray(*raw.values()) | a:array
+StateMapping(*raw.values()) | a:dict
+repr(StateSequence(*raw.values())) == StateScalar(*raw.values()) | a:any
+ParamSpec.coerce_specs(raw) | a:param b:param window:param
 validate_function_state(FunctionState(**raw), expected_name="f", expected_version=3) |\
  function_name:"f" function_version:3 data:dict
 """.strip().splitlines()
@@ -335,9 +347,9 @@ USES = functions("result", """
     dataclasses.replace(result)""")  # fmt: skip
 
 
-def record(text: str) -> Callable[[random.Random], Any]:
+def record(text: str, uses: Any = USES, **others: Any) -> Callable[[random.Random], Any]:
     call, _, fields = text.partition(" | ")
-    (entry,) = functions("raw", call)
+    entries = functions("raw", call) + functions("raw", call, **others)
     fits = []
     for field in fields.split():
         name, _, kind = field.partition(":")
@@ -354,8 +366,9 @@ def record(text: str) -> Callable[[random.Random], Any]:
                 key = rng.choice([StrChild(name), "", 5, None])
             kind = rng.choice([*KINDS_OF_VALUES.values()]) if rng.random() < oddness else fitting
             raw[key] = odd(rng) if rng.random() < oddness else kind(rng)
+        entry = rng.choice(entries)
         if rng.random() >= oddness:
-            use = rng.choice(USES) if not oddness else USES[0]
+            use = rng.choice(uses) if not oddness else uses[0]
             return lambda raw: use(entry(raw)), raw
         wrap = rng.choice([DictChild, MappingProxyType, Registered, list, None])
         return entry, odd(rng) if wrap is None else wrap(raw)
@@ -364,4 +377,7 @@ def record(text: str) -> Callable[[random.Random], Any]:
     return make
 
 
-GENERATORS = {make.__name__: make for make in (graphs, states, arrays, *map(record, RECORDS))}
+NOTING = {n: hostile_class(c, "child") for n, c in vars(ts).items() if dataclasses.is_dataclass(c)}
+CALLED = [graphs, states, *(record(text, USES[:1], **NOTING) for text in RECORDS)]
+EVERY = [graphs, states, arrays, *map(record, RECORDS), *(infested(make, ts) for make in CALLED)]
+GENERATORS = {make.__name__: make for make in EVERY}

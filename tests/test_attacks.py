@@ -164,35 +164,6 @@ def test_other_threads_run_in_the_middle_of_a_walk() -> None:
 # --- What a callback sees, and what it may change ---
 
 
-class Seeing(np.ndarray[Any, Any]):
-    """Notes each operation of NumPy on it, with the number that is compared with."""
-
-    seen: list[Any] = []
-
-    def __array_ufunc__(self, ufunc: Any, method: str, *inputs: Any, **options: Any) -> Any:
-        bare = [i.view(np.ndarray) if isinstance(i, Seeing) else i for i in inputs]
-        self.seen.append((ufunc.__name__, *(float(i) for i in bare if np.ndim(i) == 0)))
-        result = getattr(ufunc, method)(*bare, **options)
-        return result.view(Seeing) if isinstance(result, np.ndarray) else result
-
-
-def test_numpy_is_asked_in_the_order_of_the_text() -> None:
-    seen: list[Any] = []
-    for path in (contextlib.nullcontext(), canonical_path()):
-        with path:
-            Seeing.seen = []
-            ts.UniverseMasks({"a": np.ones(3, np.float16).view(Seeing)}, 3)
-            seen.append([" ".join(map(str, step)) for step in Seeing.seen])
-    assert (
-        seen[0]
-        == seen[1]
-        == (
-            "isnan,equal 0.0,bitwise_or,equal 1.0,bitwise_or,equal 0.0,signbit,bitwise_and,invert,"
-            "bitwise_or,logical_or"
-        ).split(",")
-    )
-
-
 class Rebinding(dict[Any, Any]):
     """Binds a global of the module to something else while it is looked at."""
 

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Run the suite, or with `--run module ...` any Python module, on the instrumented interpreter with the
-# module built under both sanitizers. Nothing is suppressed. A report or a failed assertion ends the
-# process that made it, and is counted from its log wherever that process was.
+# Run the suite on the instrumented interpreter with the module built under both sanitizers. Nothing is
+# suppressed. A report or a failed assertion ends the process that made it, and is counted from its log
+# wherever that process was.
 set -euo pipefail
 cd "$(dirname "$0")/../.."
 tests/harden/instrumented_python.sh >&2
