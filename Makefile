@@ -11,7 +11,7 @@ PACKAGE_SOURCES := pyproject.toml $(NATIVE_SOURCES) $(wildcard functions/*) $(wi
 PYTHON_TREES := cli tests benchmarks examples scripts docs reference
 OTHER_PYTHONS := $(foreach minor,12 13,build/python3.$(minor)/ready)
 
-.PHONY: help demo test lint format sanitize harden harden-quick wheel compat bench bench-check docs stats clean require
+.PHONY: help demo test lint format sanitize harden harden-quick mutants wheel compat bench bench-check docs stats clean require
 .DELETE_ON_ERROR:
 
 help: ## List the commands
@@ -94,6 +94,9 @@ sanitize: $(VENV)/installed ## Run the tests under AddressSanitizer and Undefine
 
 harden: $(VENV)/installed $(VENV)/harden-tools $(OTHER_PYTHONS) ## Try everything to break the module; takes an hour, writes docs/reliability.md
 	$(BIN)/python tests/harden/run.py $(HARDEN_ARGS)
+
+mutants: $(VENV)/harden-tools ## Plant small faults and see whether the tests notice: MUTANTS_ARGS="--count 60 --seed 1"
+	$(BIN)/python scripts/mutants.py $(MUTANTS_ARGS)
 
 harden-quick: $(VENV)/installed $(VENV)/harden-tools $(OTHER_PYTHONS) ## Those of its jobs that fit into every CI run
 	$(BIN)/python tests/harden/run.py --quick $(HARDEN_ARGS)

@@ -47,8 +47,10 @@ class Journal:
     def __call__(self, steps: list[str], *arguments: Any) -> Any:
         """Call the function, and leave in the list what was asked on the way."""
         self.arguments = arguments
-        Journal.listening = self
         try:
+            if self.moment == 0:
+                self.action(self)
+            Journal.listening = self
             return self.function(*arguments)
         finally:
             Journal.listening = None
@@ -291,7 +293,7 @@ def infested(make: Any, module: Any) -> Any:
     def make_infested(rng: random.Random) -> Any:
         function, *arguments = make(rng)
         share = rng.choice((0.05, 0.2, 1))
-        moment = rng.choice((0, rng.randrange(1, 12), rng.randrange(1, 60)))
+        moment = rng.choice((0, rng.randrange(12), rng.randrange(60)))
         journal = Journal(module, function, moment, action(rng))
         return journal, [], *(planted(rng, argument, share, keys) for argument in arguments)
 

@@ -1,10 +1,12 @@
 """The native module shows the same surface as the reference; test_agreement.py has the answers."""
 
+import ast
 import dataclasses
 import inspect
 import itertools
 import re
 import typing
+from collections.abc import Iterator
 from types import ModuleType
 from typing import Any
 
@@ -12,6 +14,7 @@ import pytest
 from quillmere.functions import _typed_shapes as ts
 
 import reference
+from reference import FOLDER, SECTIONS
 from reference.arguments import misfit
 
 PLAIN = reference.load()
@@ -76,6 +79,64 @@ def test_names_and_their_order() -> None:
 @pytest.mark.parametrize("name", REFERENCE)
 def test_surface(name: str) -> None:
     assert NATIVE[name] == REFERENCE[name]
+
+
+# --- The stub, as text: a type checker takes a misspelt name in it for Any ---
+
+STUB = FOLDER.parent / "functions" / "_typed_shapes.pyi"
+SHARPER = {  # where the stub says more
+    "_reject_function_state ->": "NoReturn",
+    "StageData.from_raw ->": "NoReturn",
+    "StageData.slice_t t_start": "int | None",
+    "StageData.slice_t t_end": "int | None",
+    "StageData.feature_names ->": "set[str]",
+    "CostResult.__array__ dtype": "DTypeLike | None",
+}
+
+
+def annotation(node: ast.expr | None, owner: str) -> str:
+    text = ast.unparse(node).replace("'", "") if node else ""
+    text = re.sub(r"\b(Dict|List|Tuple)\b", lambda found: found[0].lower(), text)
+    text = re.sub(r"^Optional\[(.*)\]$", r"\1 | None", text)
+    text = re.sub(r"NDArray\[[\w.]+\]|\b_Mask\b", "np.ndarray", text)
+    return re.sub(r"^Self$", owner, text)
+
+
+def declared(body: list[ast.stmt], owner: str = "") -> Iterator[tuple[str, tuple[str, str]]]:
+    """Every field, parameter and result that a module declares, with annotation and default."""
+    for node in body:
+        if isinstance(node, ast.ClassDef):
+            yield from declared(node.body, node.name)
+        elif isinstance(node, ast.AnnAssign) and owner:
+            default = ast.unparse(node.value) if node.value else ""
+            yield (
+                f"{owner}.{ast.unparse(node.target)}",
+                (annotation(node.annotation, owner), default),
+            )
+        elif isinstance(node, ast.FunctionDef) and "overload" not in map(
+            ast.unparse, node.decorator_list
+        ):
+            name, given = f"{owner}.{node.name}".lstrip("."), node.args
+            defaults = [None] * (len(given.args) - len(given.defaults)) + given.defaults
+            for arg, value in zip(
+                given.args + given.kwonlyargs, defaults + given.kw_defaults, strict=True
+            ):
+                text = ast.unparse(value) if value else ""
+                yield f"{name} {arg.arg}", (annotation(arg.annotation, owner), text)
+            yield f"{name} ->", (annotation(node.returns, owner), "")
+
+
+def test_the_stub_declares_what_the_reference_does() -> None:
+    sections = [(FOLDER / f"{section}.py").read_text() for section in SECTIONS]
+    plain = dict(itertools.chain(*(declared(ast.parse(text).body) for text in sections)))
+    stub = dict(declared(ast.parse(STUB.read_text()).body))
+    missing = {name.split()[0] for name in plain if name not in stub}
+    assert missing == {"UniverseMasks.get", "Evidence.get", "StageData.value"}  # overloaded
+    for name, (text, default) in plain.items():
+        if name.split()[0] in missing:
+            continue
+        names = {SHARPER.get(name, text), *([stub[name][0]] if text == "" else [])}
+        assert stub[name][0] in names and stub[name][1] in (default, "..."), name
 
 
 # --- Arguments ---

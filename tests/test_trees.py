@@ -99,28 +99,6 @@ def test_texts_of_the_old_c_api() -> None:
             assert fast == canonical and fast[0][0] == "returns"
 
 
-REBOUND = [  # a global, what it is bound to, a call and what it raises then
-    ("SchemaError", OSError, lambda: Node(""), OSError, "non-empty str"),
-    ("SchemaError", lambda text: 5, lambda: Node(""), TypeError, "must derive from BaseException"),
-    ("FunctionGraphNode", type("Child", (Node,), {}), lambda: Node("x", None, [Node("y")]),
-     ts.SchemaError, r"children\[0\] must be FunctionGraphNode"),
-    ("Mapping", list, lambda: ts.coerce_graph(RAW), ts.SchemaError, "mapping payload"),
-    ("_states_value_equal", ts.states_equal, lambda: ts.states_equal([1], [2]), RecursionError, ""),
-    ("Mapping", None, lambda: ts.coerce_graph(RAW), NameError, "name 'Mapping' is not defined"),
-]  # fmt: skip
-
-
-def test_rebound_globals_are_followed(monkeypatch: pytest.MonkeyPatch) -> None:
-    for name, value, call, error, text in REBOUND:
-        with monkeypatch.context() as patch:
-            patch.setattr(ts, name, value) if value else patch.delattr(ts, name)
-            pytest.raises(error, call).match(text)
-    with monkeypatch.context() as patch:
-        patch.setattr(ts, "_GRAPH_RUNTIME_TYPES", frozenset())
-        assert ts.coerce_graph(RAW).children[0].type == "rotation"
-    assert ts.coerce_graph(RAW).children[0].type == "feature"
-
-
 HOOKS = {"__post_init__": 2, "__init__": 2, "__setattr__": 18, "from_raw": 2}
 
 
