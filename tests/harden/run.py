@@ -30,7 +30,7 @@ def job(words: str) -> str:
 def fuzz(cases: int, runner: str, which: str = "paths_agree") -> str:
     """The suite's own comparison with 11.6 times as many cases, from seeds of this run."""
     settings = f"TYPED_SHAPES_SEED={random.getrandbits(40)} TYPED_SHAPES_CASES={cases}"
-    options = "-q -p no:cacheprovider tests/test_agreement.py -k {which}"
+    options = f"-q -p no:cacheprovider tests/test_agreement.py -k {which}"
     return f"env {settings} {runner} {options}"
 
 
