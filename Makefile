@@ -47,6 +47,11 @@ $(VENV)/harden-tools: $(VENV)/tools
 	$(PIP) install --quiet --group harden --group lint
 	@touch $@
 
+# Without what its other modes need: among that is a package that hides the standard library's typing.
+$(VENV)/mutants-tools: $(VENV)/tools
+	$(PIP) install --quiet --no-deps 'universalmutator>=1.14'
+	@touch $@
+
 $(VENV)/docs-tools: $(VENV)/tools
 	$(PIP) install --quiet --group docs
 	@touch $@
@@ -95,7 +100,7 @@ sanitize: $(VENV)/installed ## Run the tests under AddressSanitizer and Undefine
 harden: $(VENV)/installed $(VENV)/harden-tools $(OTHER_PYTHONS) ## Try everything to break the module; takes an hour, writes docs/reliability.md
 	$(BIN)/python tests/harden/run.py $(HARDEN_ARGS)
 
-mutants: $(VENV)/harden-tools ## Plant small faults and see whether the tests notice: MUTANTS_ARGS="--count 60 --seed 1"
+mutants: $(VENV)/mutants-tools ## Plant small faults and see whether the tests notice: MUTANTS_ARGS="--count 60 --seed 1"
 	$(BIN)/python scripts/mutants.py $(MUTANTS_ARGS)
 
 harden-quick: $(VENV)/installed $(VENV)/harden-tools $(OTHER_PYTHONS) ## Those of its jobs that fit into every CI run
