@@ -270,7 +270,7 @@ def parts(value: Any) -> Iterator[Any]:
 
 def every_text() -> list[str]:
     refused = [call for call, _ in rows(REFUSED) + rows(OTHERWISE) if call[-1] == ")"]
-    return [*(FAST + TAKEN).strip().splitlines(), *refused, *RAISED.strip().splitlines()]
+    return [*filter(None, (FAST + TAKEN + RAISED).splitlines()), *refused]
 
 
 def chosen_texts() -> list[str]:
