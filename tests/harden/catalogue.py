@@ -141,6 +141,9 @@ repr(coerce_graph)
 
 # Beside what the tests refuse.
 RAISED = """
+coerce_state(1, bogus=1)
+UniverseMasks({}, 0)
+Evidence.from_raw([])
 coerce_graph({"type": {"feature"}, "children": [[]]})
 coerce_graph(Registered(5))
 AggregationOutput(Items([5]))
