@@ -19,7 +19,7 @@ from rich.measure import Measurement
 from rich.segment import Segment
 from rich.text import Text
 
-from typed_shapes_cli.outcomes import HUNG_UP, UNREADABLE, printable
+from typed_shapes_cli.outcomes import BROKEN_PIPE, UNREADABLE, printable
 
 PIPED_WIDTH = 10_000
 
@@ -56,7 +56,7 @@ class _Console(Console):
         """Ends the command where nobody reads any more, with the code that a signal would give."""
         with contextlib.suppress(SystemExit):
             super().on_broken_pipe()
-        raise SystemExit(HUNG_UP)
+        raise SystemExit(BROKEN_PIPE)
 
 
 def console(stderr: bool = False) -> Console:

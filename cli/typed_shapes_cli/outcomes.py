@@ -2,7 +2,7 @@
 
 from collections.abc import Sequence
 
-FITS, MISFIT, UNREADABLE, HUNG_UP = 0, 1, 2, 141
+FITS, MISFIT, UNREADABLE, BROKEN_PIPE = 0, 1, 2, 141
 
 PathStep = str | int
 TOO_DEEP = "too deeply nested"

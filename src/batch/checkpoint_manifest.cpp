@@ -1,49 +1,41 @@
 // The typed view of a checkpoint manifest. Three keys are required; every other key is kept, so
 // that manifests of newer producers still load.
-#include "batch/checkpoint_manifest.h"
-
 #include "common/checks.h"
+#include "common/imports.h"
 #include "common/record.h"
+#include "module/contents.h"
 
 namespace typed_shapes {
 
 namespace {
 
+constexpr const char* kRequired[] = {"tick_timestamp", "dag_metadata", "canonical_id_to_filename"};
+
 constexpr Field kFields[] = {
     {"tick_timestamp", "Any"},
     {"dag_metadata", "Any"},
-    {"canonical_id_to_filename", "Mapping[str, str]"},
+    {"canonical_id_to_filename", "Mapping[str, str]", Default::kRequired, kDict},
     {"extras", "Mapping[str, Any]", Default::kEmptyDict},
 };
 
-Ref post_init(PyObject* const* arguments);
-Ref from_raw(PyObject* const* arguments);
-bool accepts(PyObject* const* values);
+extern RecordOf<std::size(kFields)> record;
+
+Ref from_raw(PyObject* cls, PyObject* raw);
 
 constexpr Method kMethods[] = {
-    {{"CheckpointManifest.__post_init__(self) -> None", nullptr, post_init}},
-    {{"CheckpointManifest.from_raw(cls, raw: Any) -> 'CheckpointManifest'", nullptr, from_raw},
+    {function<check_fields<record>>("CheckpointManifest.__post_init__(self) -> None")},
+    {function<from_raw>("CheckpointManifest.from_raw(cls, raw: Any) -> 'CheckpointManifest'"),
      Binding::kClassMethod},
 };
 
-constexpr RecordTable kTable = {
+constexpr RecordTable kTable = with_fields<kFields>({
     .name = "CheckpointManifest",
     .doc = "Typed view of the deserialized ``manifest.pkl`` payload.",
     .decorator = Decorator::kPlain,
-    .fields = kFields,
     .methods = kMethods,
-    .accepts = accepts,
-};
+});
 
-constinit Record record{kTable};
-
-Ref post_init(PyObject* const* arguments) {
-  require_dict_field(arguments[0], names.canonical_id_to_filename,
-                     "CheckpointManifest.canonical_id_to_filename");
-  return none();
-}
-
-bool accepts(PyObject* const* values) { return PyDict_CheckExact(values[2]); }
+constinit RecordOf<std::size(kFields)> record{kTable};
 
 // All missing names at once, in alphabetical order.
 void require_fields(PyObject* raw) {
@@ -68,19 +60,21 @@ Ref extras_of(PyObject* raw) {
   return extras;
 }
 
-Ref from_raw(PyObject* const* arguments) {
-  const auto [cls, raw] = unpack<2>(arguments);
+Ref from_raw(PyObject* cls, PyObject* raw) {
   require_json_mapping(raw, "CheckpointManifest");
   require_fields(raw);
   Ref timestamp = get_item(raw, names.tick_timestamp);
   Ref metadata = get_item(raw, names.dag_metadata);
   Ref filenames = dict_from(get_item(raw, names.canonical_id_to_filename).get());
   Ref extras = extras_of(raw);
-  return record.create(cls, {timestamp.get(), metadata.get(), filenames.get(), extras.get()});
+  return record.call(cls, timestamp.get(), metadata.get(), filenames.get(), extras.get());
 }
 
 }  // namespace
 
-void define_checkpoint_manifest() { define_record<record>(); }
+void define_checkpoint_manifest() {
+  globals::bind(names.CHECKPOINT_REQUIRED, own(PyList_AsTuple(list_of(kRequired).get())).get());
+  define_record<record>();
+}
 
 }  // namespace typed_shapes

@@ -1,10 +1,9 @@
 // The JSON manifest that indexes the eras of one output bundle. Coercion is lenient and validation
 // is strict: what is missing or of a wrong type becomes a value that the two equality checks
 // refuse.
-#include "batch/era_index_manifest.h"
-
 #include "common/checks.h"
 #include "common/record.h"
+#include "module/contents.h"
 
 namespace typed_shapes {
 
@@ -12,62 +11,65 @@ namespace {
 
 constexpr long kSchemaVersion = 2;
 
+// --- Validation ---
+
+// "... must be <expected>; got <repr>"
+void require_equal(const FieldAccess& field, PyObject* expected, const char* shown) {
+  if (!compare(field.read().get(), expected, Py_NE)) return;
+  schema_error().refuse(
+      {field.class_name, ".", field.name, " must be ", shown, "; got ", repr(field.read().get())});
+}
+
+void require_version(const FieldAccess& field) {
+  require_equal(field, own(PyLong_FromLong(kSchemaVersion)).get(), "2");
+}
+
+bool is_version(PyObject* value) {
+  int overflow = 0;
+  return PyLong_CheckExact(value) && PyLong_AsLongAndOverflow(value, &overflow) == kSchemaVersion;
+}
+
+void require_kind(const FieldAccess& field) {
+  require_equal(field, names.era_index, "'era_index'");
+}
+
+bool is_kind(PyObject* value) {
+  return is_plain_str(value) && is_same_text(value, names.era_index);
+}
+
+constexpr Check kVersion = {require_version, is_version};
+constexpr Check kKind = {require_kind, is_kind};
+
+// --- Table ---
+
 constexpr Field kFields[] = {
-    {"schema_version", "int"},
-    {"bundle_kind", "str"},
-    {"epochs", "Dict[str, Any]"},
+    {"schema_version", "int", Default::kRequired, kVersion},
+    {"bundle_kind", "str", Default::kRequired, kKind},
+    {"epochs", "Dict[str, Any]", Default::kRequired, kDict},
     {"extras", "Dict[str, Any]", Default::kEmptyDict},
 };
 
-Ref post_init(PyObject* const* arguments);
-Ref from_raw(PyObject* const* arguments);
-bool accepts(PyObject* const* values);
+extern RecordOf<std::size(kFields)> record;
+
+Ref from_raw(PyObject* cls, PyObject* raw);
 
 constexpr Method kMethods[] = {
-    {{"EraIndexManifest.__post_init__(self) -> None", nullptr, post_init}},
-    {{"EraIndexManifest.from_raw(cls, raw: Any) -> 'EraIndexManifest'", nullptr, from_raw},
+    {function<check_fields<record>>("EraIndexManifest.__post_init__(self) -> None")},
+    {function<from_raw>("EraIndexManifest.from_raw(cls, raw: Any) -> 'EraIndexManifest'"),
      Binding::kClassMethod},
 };
 
-constexpr RecordTable kTable = {
+constexpr RecordTable kTable = with_fields<kFields>({
     .name = "EraIndexManifest",
-    .doc =
-        "Era-index manifest JSON shape (schema_version=2, bundle_kind=\"era_index\").\n"
-        "\n"
-        "Replaces an inline shape probe in the aggregation output configuration code that\n"
-        "reads or initialises the manifest.\n",
+    .doc = "Era-index manifest JSON shape (schema_version=2, bundle_kind=\"era_index\").\n"
+           "\n"
+           "Replaces an inline shape probe in the aggregation output configuration code that\n"
+           "reads or initialises the manifest.\n",
     .decorator = Decorator::kPlain,
-    .fields = kFields,
     .methods = kMethods,
-    .accepts = accepts,
-};
+});
 
-constinit Record record{kTable};
-
-// --- Validation ---
-
-Ref post_init(PyObject* const* arguments) {
-  const auto [self] = unpack<1>(arguments);
-  const auto shown = [self](PyObject* name) { return repr(get_attr(self, name).get()); };
-  Ref version = own(PyLong_FromLong(kSchemaVersion));
-  if (compare(get_attr(self, names.schema_version).get(), version.get(), Py_NE)) {
-    schema_error().refuse(
-        {"EraIndexManifest.schema_version must be 2; got ", shown(names.schema_version)});
-  }
-  if (compare(get_attr(self, names.bundle_kind).get(), names.era_index, Py_NE)) {
-    schema_error().refuse(
-        {"EraIndexManifest.bundle_kind must be 'era_index'; got ", shown(names.bundle_kind)});
-  }
-  require_dict_field(self, names.epochs, "EraIndexManifest.epochs");
-  return none();
-}
-
-bool accepts(PyObject* const* values) {
-  if (!PyLong_CheckExact(values[0]) || !is_plain_str(values[1])) return false;
-  int overflow = 0;
-  return PyLong_AsLongAndOverflow(values[0], &overflow) == kSchemaVersion &&
-         PyUnicode_Compare(values[1], names.era_index) == 0 && PyDict_CheckExact(values[2]);
-}
+constinit RecordOf<std::size(kFields)> record{kTable};
 
 // --- Coercion ---
 
@@ -102,14 +104,13 @@ Ref extras_of(PyObject* raw) {
   return extras;
 }
 
-Ref from_raw(PyObject* const* arguments) {
-  const auto [cls, raw] = unpack<2>(arguments);
+Ref from_raw(PyObject* cls, PyObject* raw) {
   require_json_mapping(raw, "EraIndexManifest");
   Ref version = version_of(raw);
   Ref kind = kind_of(raw);
   Ref epochs = epochs_of(raw);
   Ref extras = extras_of(raw);
-  return record.create(cls, {version.get(), kind.get(), epochs.get(), extras.get()});
+  return record.call(cls, version.get(), kind.get(), epochs.get(), extras.get());
 }
 
 }  // namespace

@@ -1,55 +1,25 @@
 // The options chosen for each stage of each pool. Metaparameters also come in a flat form; from_raw
 // tells the two apart.
-#include "batch/metaparameters.h"
-
 #include "common/checks.h"
 #include "common/record.h"
+#include "module/contents.h"
 
 namespace typed_shapes {
 
 namespace {
 
-constexpr Field kFields[] = {{"by_pool", "Mapping[str, Mapping[str, str]]"}};
+// --- Validation ---
 
-Ref post_init(PyObject* const* arguments);
-Ref from_raw(PyObject* const* arguments);
-bool accepts(PyObject* const* values);
-
-constexpr Method kMethods[] = {
-    {{"Metaparameters.__post_init__(self) -> None", nullptr, post_init}},
-    {{"Metaparameters.from_raw(cls, raw: Any) -> Optional['Metaparameters']",
-      "Coerce raw input to Metaparameters if shape matches; return None otherwise.\n"
-      "\n"
-      "Returns ``None`` for ``None``, empty dictionaries, flat dictionaries (any non-mapping\n"
-      "value) and non-mapping payloads, and a typed ``Metaparameters`` when every top-level\n"
-      "value is itself a mapping.",
-      from_raw},
-     Binding::kClassMethod},
-};
-
-constexpr RecordTable kTable = {
-    .name = "Metaparameters",
-    .doc = "Per-pool nested metaparameters mapping ``{pool_id: {stage: option}}``.",
-    .decorator = Decorator::kFrozen,
-    .fields = kFields,
-    .methods = kMethods,
-    .accepts = accepts,
-};
-
-constinit Record record{kTable};
-
-Ref post_init(PyObject* const* arguments) {
-  const auto [self] = unpack<1>(arguments);
-  require_dict_field(self, names.by_pool, "Metaparameters.by_pool");
-  if (!is_true(get_attr(self, names.by_pool).get())) {
+void require_pools(const FieldAccess& field) {
+  require_dict(field);
+  if (!is_true(field.read().get())) {
     schema_error().refuse({"Metaparameters.by_pool must be non-empty"});
   }
-  for_each_item(get_attr(self, names.by_pool).get(), [](PyObject* pool_id, PyObject* stages) {
+  for_each_item(field.read().get(), [](PyObject* pool_id, PyObject* stages) {
     if (is_dict(stages)) return;
     schema_error().refuse(
         {"Metaparameters.by_pool[", repr(pool_id), "] must be a dict; got ", type_name(stages)});
   });
-  return none();
 }
 
 bool is_plain_dict_of_dicts(PyObject* object) {
@@ -59,15 +29,44 @@ bool is_plain_dict_of_dicts(PyObject* object) {
          });
 }
 
-bool accepts(PyObject* const* values) { return is_plain_dict_of_dicts(values[0]); }
+constexpr Check kPools = {require_pools, is_plain_dict_of_dicts};
 
-Ref from_raw(PyObject* const* arguments) {
-  const auto [cls, raw] = unpack<2>(arguments);
+// --- Table ---
+
+constexpr Field kFields[] = {
+    {"by_pool", "Mapping[str, Mapping[str, str]]", Default::kRequired, kPools}};
+
+extern RecordOf<std::size(kFields)> record;
+
+Ref from_raw(PyObject* cls, PyObject* raw);
+
+constexpr Method kMethods[] = {
+    {function<check_fields<record>>("Metaparameters.__post_init__(self) -> None")},
+    {function<from_raw>(
+         "Metaparameters.from_raw(cls, raw: Any) -> Optional['Metaparameters']",
+         "Coerce raw input to Metaparameters if shape matches; return None otherwise.\n"
+         "\n"
+         "Returns ``None`` for ``None``, empty dictionaries, flat dictionaries (any non-mapping\n"
+         "value) and non-mapping payloads, and a typed ``Metaparameters`` when every top-level\n"
+         "value is itself a mapping."),
+     Binding::kClassMethod},
+};
+
+constexpr RecordTable kTable = with_fields<kFields>({
+    .name = "Metaparameters",
+    .doc = "Per-pool nested metaparameters mapping ``{pool_id: {stage: option}}``.",
+    .decorator = Decorator::kFrozen,
+    .methods = kMethods,
+});
+
+constinit RecordOf<std::size(kFields)> record{kTable};
+
+Ref from_raw(PyObject* cls, PyObject* raw) {
   if (globals::is_instance_of(raw, names.Metaparameters)) return Ref::borrow(raw);
   if (raw == Py_None || !is_dict(raw) || !is_true(raw)) return none();
   if (!is_plain_dict_of_dicts(raw) && !all_of(call_method(raw, names.values).get(), is_dict))
     return none();
-  return record.create(cls, {dict_from(raw).get()});
+  return record.call(cls, dict_from(raw).get());
 }
 
 }  // namespace

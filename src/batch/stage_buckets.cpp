@@ -21,7 +21,7 @@ struct Bounds {
 
 // --- Canonical path ---
 
-Ref cut(PyObject* value, const Bounds& bounds) {
+Ref slice_value(PyObject* value, const Bounds& bounds) {
   const PyMappingMethods* mapping = Py_TYPE(value)->tp_as_mapping;
   if (mapping == nullptr || mapping->mp_subscript == nullptr) {
     raise(PyExc_TypeError, "'%.200s' object is unsliceable", Py_TYPE(value)->tp_name);
@@ -29,22 +29,22 @@ Ref cut(PyObject* value, const Bounds& bounds) {
   return get_item(value, bounds.slice().get());
 }
 
-Ref cut_flat(PyObject* flat, const Bounds& bounds) {
+Ref slice_flat(PyObject* flat, const Bounds& bounds) {
   Ref result = own(PyDict_New());
   for_each_item(flat, [&](PyObject* key, PyObject* value) {
-    check(PyDict_SetItem(result.get(), key, cut(value, bounds).get()));
+    check(PyDict_SetItem(result.get(), key, slice_value(value, bounds).get()));
   });
   return result;
 }
 
 // The new dict for an inner one, or the inner one itself where it has no array.
-Ref cut_inner(PyObject* inner, const Bounds& bounds) {
+Ref slice_inner(PyObject* inner, const Bounds& bounds) {
   Ref result = own(PyDict_New());
   bool has_array = false;
   for_each_item(inner, [&](PyObject* key, PyObject* value) {
-    const bool is_cut = is_array(value);
-    has_array |= is_cut;
-    Ref kept = is_cut ? cut(value, bounds) : Ref::borrow(value);
+    const bool is_sliced = is_array(value);
+    has_array |= is_sliced;
+    Ref kept = is_sliced ? slice_value(value, bounds) : Ref::borrow(value);
     check(PyDict_SetItem(result.get(), key, kept.get()));
   });
   return has_array ? std::move(result) : Ref::borrow(inner);
@@ -60,7 +60,7 @@ bool is_surely_other(PyObject* value) {
 // A copy of an exact dict with its arrays cut; the dict itself where it has none. Null where the
 // canonical path has to decide: at a value that may run code, and, where all must be arrays, at any
 // other value.
-Ref cut_plain(PyObject* dict, PyObject* slice, bool all_arrays) {
+Ref slice_plain(PyObject* dict, PyObject* slice, bool all_arrays) {
   if (!PyDict_CheckExact(dict) || !has_str_keys(dict)) return {};
   Ref result = own(PyDict_Copy(dict));
   bool has_array = false;
@@ -92,7 +92,7 @@ PyObject* plain_bucket_of(PyObject* value) {
 }
 
 // The fast path of sorting: no Python code runs. False where the canonical path has to decide.
-bool sort_plain_values(PyObject* raw, Buckets& buckets) {
+bool partition_plain(PyObject* raw, Buckets& buckets) {
   if (!PyDict_CheckExact(raw)) return false;
   // Making them may collect garbage, and with that run code: what is relied on is asked afterwards.
   buckets = new_buckets();
@@ -111,9 +111,9 @@ PyObject* bucket_of(PyObject* value) {
   return is_dict(value) ? names.nested : names.opaque;
 }
 
-Buckets sort_values(PyObject* raw) {
+Buckets partition(PyObject* raw) {
   Buckets buckets;
-  if (sort_plain_values(raw, buckets)) return buckets;
+  if (partition_plain(raw, buckets)) return buckets;
   buckets = new_buckets();
   for_each_item(raw, [&](PyObject* key, PyObject* value) {
     check(PyDict_SetItem(bucket_named(buckets, bucket_of(value)), key, value));
@@ -121,26 +121,26 @@ Buckets sort_values(PyObject* raw) {
   return buckets;
 }
 
-Ref cut_values(PyObject* flat, PyObject* start, PyObject* end) {
+Ref slice_values(PyObject* flat, PyObject* start, PyObject* end) {
   const Bounds bounds{start, end};
   if (bounds.are_plain() && numpy_untouched()) {
     // A collection could run code that changes what is being walked.
     const CollectorPause pause;
-    if (Ref result = cut_plain(flat, bounds.slice().get(), true)) return result;
+    if (Ref result = slice_plain(flat, bounds.slice().get(), true)) return result;
   }
-  return cut_flat(flat, bounds);
+  return slice_flat(flat, bounds);
 }
 
-Ref cut_nested(PyObject* nested, PyObject* start, PyObject* end) {
+Ref slice_nested(PyObject* nested, PyObject* start, PyObject* end) {
   const Bounds bounds{start, end};
   Ref result = own(PyDict_New());
   for_each_item(nested, [&](PyObject* key, PyObject* inner) {
     Ref kept;
     if (bounds.are_plain() && numpy_untouched()) {
       const CollectorPause pause;
-      kept = cut_plain(inner, bounds.slice().get(), false);
+      kept = slice_plain(inner, bounds.slice().get(), false);
     }
-    if (!kept) kept = cut_inner(inner, bounds);
+    if (!kept) kept = slice_inner(inner, bounds);
     check(PyDict_SetItem(result.get(), key, kept.get()));
   });
   return result;

@@ -1,4 +1,4 @@
-// Sorting stage data into buckets, and cutting the buckets along the time axis.
+// Sorting stage data into buckets, and slicing the buckets along the time axis.
 #pragma once
 
 #include "common/objects.h"
@@ -16,12 +16,12 @@ struct Buckets {
 [[nodiscard]] PyObject* bucket_of(PyObject* value);
 
 // The items of a mapping by bucket, each bucket a new dict.
-[[nodiscard]] Buckets sort_values(PyObject* raw);
+[[nodiscard]] Buckets partition(PyObject* raw);
 
 // {key: value[start:end]} for every item
-[[nodiscard]] Ref cut_values(PyObject* flat, PyObject* start, PyObject* end);
+[[nodiscard]] Ref slice_values(PyObject* flat, PyObject* start, PyObject* end);
 
 // The same one level down, arrays only. An inner dict without an array is shared, not copied.
-[[nodiscard]] Ref cut_nested(PyObject* nested, PyObject* start, PyObject* end);
+[[nodiscard]] Ref slice_nested(PyObject* nested, PyObject* start, PyObject* end);
 
 }  // namespace typed_shapes

@@ -1,58 +1,57 @@
 // The stage data of one batch, sorted once by kind: flat arrays along T, nested dicts that may hold
 // such arrays, and opaque values. Producers sort; consumers never look at a type again.
-#include "batch/stage_data.h"
-
 #include <algorithm>
 
 #include "batch/stage_buckets.h"
 #include "common/checks.h"
 #include "common/record.h"
+#include "module/contents.h"
 
 namespace typed_shapes {
 
 namespace {
 
 constexpr Field kFields[] = {
-    {"flat", "Dict[str, np.ndarray]", Default::kEmptyDict},
-    {"nested", "Dict[str, Mapping[str, Any]]", Default::kEmptyDict},
-    {"opaque", "Dict[str, Any]", Default::kEmptyDict},
+    {"flat", "Dict[str, np.ndarray]", Default::kEmptyDict, kDict},
+    {"nested", "Dict[str, Mapping[str, Any]]", Default::kEmptyDict, kDict},
+    {"opaque", "Dict[str, Any]", Default::kEmptyDict, kDict},
 };
 
-Ref post_init(PyObject* const* arguments);
-Ref from_mapping(PyObject* const* arguments);
-Ref from_raw(PyObject* const* arguments);
-Ref from_optional_mapping(PyObject* const* arguments);
-Ref slice_t(PyObject* const* arguments);
-Ref value(PyObject* const* arguments);
-Ref set_value(PyObject* const* arguments);
-Ref has_value(PyObject* const* arguments);
-Ref is_empty(PyObject* const* arguments);
-Ref feature_names(PyObject* const* arguments);
-bool accepts(PyObject* const* values);
+extern RecordOf<std::size(kFields)> record;
+
+Ref from_mapping(PyObject* cls, PyObject* raw);
+Ref from_raw(PyObject* cls, PyObject* raw);
+Ref from_optional_mapping(PyObject* cls, PyObject* raw);
+Ref slice_t(PyObject* self, PyObject* start, PyObject* end);
+Ref value(PyObject* self, PyObject* key, PyObject* fallback);
+Ref set_value(PyObject* self, PyObject* key, PyObject* new_value);
+Ref has_value(PyObject* self, PyObject* key);
+Ref is_empty(PyObject* self);
+Ref feature_names(PyObject* self);
 
 constexpr Method kMethods[] = {
-    {{"StageData.__post_init__(self) -> None", nullptr, post_init}},
-    {{"StageData.from_mapping(cls, raw: Mapping[str, Any]) -> 'StageData'",
-      "Build StageData at an explicit producer boundary from a mapping.", from_mapping},
+    {function<check_fields<record>>("StageData.__post_init__(self) -> None")},
+    {function<from_mapping>("StageData.from_mapping(cls, raw: Mapping[str, Any]) -> 'StageData'",
+                            "Build StageData at an explicit producer boundary from a mapping."),
      Binding::kClassMethod},
-    {{"StageData.from_raw(cls, raw: Any) -> 'StageData'", nullptr, from_raw},
+    {function<from_raw>("StageData.from_raw(cls, raw: Any) -> 'StageData'"), Binding::kClassMethod},
+    {function<from_optional_mapping>(
+         "StageData.from_optional_mapping(cls, raw: Optional[Mapping[str, Any]]) -> 'StageData'"),
      Binding::kClassMethod},
-    {{"StageData.from_optional_mapping(cls, raw: Optional[Mapping[str, Any]]) -> 'StageData'",
-      nullptr, from_optional_mapping},
-     Binding::kClassMethod},
-    {{"StageData.slice_t(self, t_start: int, t_end: int) -> 'StageData'",
-      "Return a new StageData with arrays sliced along the T axis.", slice_t}},
-    {{"StageData.value(self, key: str, default: Any = _MISSING) -> Any",
-      "Return one stage-data value without exposing a mapping facade.", value}},
-    {{"StageData.set_value(self, key: str, value: Any) -> None",
-      "Set one stage-data value into its typed bucket.", set_value}},
-    {{"StageData.has_value(self, key: str) -> bool", nullptr, has_value}},
-    {{"StageData.is_empty(self) -> bool", nullptr, is_empty}},
-    {{"StageData.feature_names(self) -> set",
-      "Return the set of top-level flat keys whose ndarray has ``ndim == 2``.", feature_names}},
+    {function<slice_t>("StageData.slice_t(self, t_start: int, t_end: int) -> 'StageData'",
+                       "Return a new StageData with arrays sliced along the T axis.")},
+    {function<value>("StageData.value(self, key: str, default: Any = _MISSING) -> Any",
+                     "Return one stage-data value without exposing a mapping facade.")},
+    {function<set_value>("StageData.set_value(self, key: str, value: Any) -> None",
+                         "Set one stage-data value into its typed bucket.")},
+    {function<has_value>("StageData.has_value(self, key: str) -> bool")},
+    {function<is_empty>("StageData.is_empty(self) -> bool")},
+    {function<feature_names>(
+        "StageData.feature_names(self) -> set",
+        "Return the set of top-level flat keys whose ndarray has ``ndim == 2``.")},
 };
 
-constexpr RecordTable kTable = {
+constexpr RecordTable kTable = with_fields<kFields>({
     .name = "StageData",
     .doc =
         "Typed wrapper for batch-orchestrator ``stage_data`` mapping.\n"
@@ -60,61 +59,41 @@ constexpr RecordTable kTable = {
         "``flat`` holds arrays indexed by time step along axis 0, ``nested`` dicts whose arrays\n"
         "are indexed the same way, ``opaque`` everything else.\n",
     .decorator = Decorator::kPlain,
-    .fields = kFields,
     .methods = kMethods,
-    .accepts = accepts,
-};
+});
 
-constinit Record record{kTable};
-
-// --- Validation ---
-
-Ref post_init(PyObject* const* arguments) {
-  const auto [self] = unpack<1>(arguments);
-  require_dict_field(self, names.flat, "StageData.flat");
-  require_dict_field(self, names.nested, "StageData.nested");
-  require_dict_field(self, names.opaque, "StageData.opaque");
-  return none();
-}
-
-bool accepts(PyObject* const* values) {
-  return std::all_of(values, values + std::size(kFields),
-                     [](PyObject* bucket) { return PyDict_CheckExact(bucket); });
-}
+constinit RecordOf<std::size(kFields)> record{kTable};
 
 // --- Coercion ---
 
-Ref from_mapping(PyObject* const* arguments) {
-  const auto [cls, raw] = unpack<2>(arguments);
+Ref from_mapping(PyObject* cls, PyObject* raw) {
   if (!globals::is_mapping(raw)) {
     schema_error().refuse({"StageData producer boundary mapping required; got ", type_name(raw)});
   }
-  const Buckets buckets = sort_values(raw);
-  return record.create(cls, {buckets.flat.get(), buckets.nested.get(), buckets.opaque.get()});
+  const Buckets buckets = partition(raw);
+  return record.call(cls, buckets.flat.get(), buckets.nested.get(), buckets.opaque.get());
 }
 
 // Loose input is refused here whatever it is: producers say from_mapping.
-Ref from_raw(PyObject* const* arguments) {
+Ref from_raw(PyObject* /*cls*/, PyObject* raw) {
   schema_error().refuse(
       {"StageData producer boundary requires StageData.from_mapping() before runtime consumers; "
        "got ",
-       type_name(arguments[1])});
+       type_name(raw)});
 }
 
-Ref from_optional_mapping(PyObject* const* arguments) {
-  const auto [cls, raw] = unpack<2>(arguments);
-  return raw == Py_None ? record.create(cls, {}) : call_method(cls, names.from_mapping, raw);
+Ref from_optional_mapping(PyObject* cls, PyObject* raw) {
+  return raw == Py_None ? record.call(cls) : call_method(cls, names.from_mapping, raw);
 }
 
 // --- Batches ---
 
-Ref slice_t(PyObject* const* arguments) {
-  const auto [self, start, end] = unpack<3>(arguments);
-  Ref flat = cut_values(get_attr(self, names.flat).get(), start, end);
-  Ref nested = cut_nested(get_attr(self, names.nested).get(), start, end);
+Ref slice_t(PyObject* self, PyObject* start, PyObject* end) {
+  Ref flat = slice_values(get_attr(self, names.flat).get(), start, end);
+  Ref nested = slice_nested(get_attr(self, names.nested).get(), start, end);
   Ref cls = globals::lookup(names.StageData);
   Ref opaque = dict_from(get_attr(self, names.opaque).get());
-  return record.create(cls.get(), {flat.get(), nested.get(), opaque.get()});
+  return record.call(cls.get(), flat.get(), nested.get(), opaque.get());
 }
 
 // --- Values ---
@@ -126,8 +105,7 @@ std::size_t bucket_with(PyObject* self, PyObject* key) {
   return field;
 }
 
-Ref value(PyObject* const* arguments) {
-  const auto [self, key, fallback] = unpack<3>(arguments);
+Ref value(PyObject* self, PyObject* key, PyObject* fallback) {
   const std::size_t field = bucket_with(self, key);
   // The bucket is read anew: to compare the key may have put another one in its place.
   if (field < std::size(kFields)) return get_item(record.attribute(self, field).get(), key);
@@ -135,8 +113,7 @@ Ref value(PyObject* const* arguments) {
   raise_exception(call(PyExc_KeyError, key).get());
 }
 
-Ref set_value(PyObject* const* arguments) {
-  const auto [self, key, new_value] = unpack<3>(arguments);
+Ref set_value(PyObject* self, PyObject* key, PyObject* new_value) {
   for (std::size_t field = 0; field < std::size(kFields); ++field) {
     call_method(record.attribute(self, field).get(), names.pop, key, Py_None);
   }
@@ -145,21 +122,21 @@ Ref set_value(PyObject* const* arguments) {
   return none();
 }
 
-Ref has_value(PyObject* const* arguments) {
-  return boolean(bucket_with(arguments[0], arguments[1]) < std::size(kFields));
+Ref has_value(PyObject* self, PyObject* key) {
+  return boolean(bucket_with(self, key) < std::size(kFields));
 }
 
-Ref is_empty(PyObject* const* arguments) {
+Ref is_empty(PyObject* self) {
   for (std::size_t field = 0; field < std::size(kFields); ++field) {
-    if (is_true(record.attribute(arguments[0], field).get())) return boolean(false);
+    if (is_true(record.attribute(self, field).get())) return boolean(false);
   }
   return boolean(true);
 }
 
-Ref feature_names(PyObject* const* arguments) {
+Ref feature_names(PyObject* self) {
   Ref features = own(PySet_New(nullptr));
   Ref two = own(PyLong_FromLong(2));
-  for_each_item(get_attr(arguments[0], names.flat).get(), [&](PyObject* key, PyObject* array) {
+  for_each_item(get_attr(self, names.flat).get(), [&](PyObject* key, PyObject* array) {
     if (!compare(get_attr(array, names.ndim).get(), two.get(), Py_EQ)) return;
     check(PySet_Add(features.get(), key));
   });

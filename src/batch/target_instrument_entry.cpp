@@ -1,52 +1,40 @@
 // One entry of a target_instruments list: any JSON object, carried whole for the output writer.
-#include "batch/target_instrument_entry.h"
-
 #include "common/checks.h"
 #include "common/record.h"
+#include "module/contents.h"
 
 namespace typed_shapes {
 
 namespace {
 
-constexpr Field kFields[] = {{"payload", "Mapping[str, Any]"}};
+constexpr Field kFields[] = {{"payload", "Mapping[str, Any]", Default::kRequired, kDict}};
 
-Ref post_init(PyObject* const* arguments);
-Ref from_raw(PyObject* const* arguments);
-bool accepts(PyObject* const* values);
+extern RecordOf<std::size(kFields)> record;
+
+Ref from_raw(PyObject* cls, PyObject* raw, PyObject* index);
 
 constexpr Method kMethods[] = {
-    {{"TargetInstrumentEntry.__post_init__(self) -> None", nullptr, post_init}},
-    {{"TargetInstrumentEntry.from_raw(cls, raw: Any, index: int) -> 'TargetInstrumentEntry'",
-      nullptr, from_raw},
+    {function<check_fields<record>>("TargetInstrumentEntry.__post_init__(self) -> None")},
+    {function<from_raw>(
+         "TargetInstrumentEntry.from_raw(cls, raw: Any, index: int) -> 'TargetInstrumentEntry'"),
      Binding::kClassMethod},
 };
 
-constexpr RecordTable kTable = {
+constexpr RecordTable kTable = with_fields<kFields>({
     .name = "TargetInstrumentEntry",
-    .doc =
-        "Single entry in a ``target_instruments`` list.\n"
-        "\n"
-        "Carries the full raw payload, so that the writer can read its domain-specific keys\n"
-        "via typed access.\n",
+    .doc = "Single entry in a ``target_instruments`` list.\n"
+           "\n"
+           "Carries the full raw payload, so that the writer can read its domain-specific keys\n"
+           "via typed access.\n",
     .decorator = Decorator::kFrozen,
-    .fields = kFields,
     .methods = kMethods,
-    .accepts = accepts,
-};
+});
 
-constinit Record record{kTable};
+constinit RecordOf<std::size(kFields)> record{kTable};
 
-Ref post_init(PyObject* const* arguments) {
-  require_dict_field(arguments[0], names.payload, "TargetInstrumentEntry.payload");
-  return none();
-}
-
-bool accepts(PyObject* const* values) { return PyDict_CheckExact(values[0]); }
-
-Ref from_raw(PyObject* const* arguments) {
-  const auto [cls, raw, index] = unpack<3>(arguments);
+Ref from_raw(PyObject* cls, PyObject* raw, PyObject* index) {
   if (globals::is_instance_of(raw, names.TargetInstrumentEntry)) return Ref::borrow(raw);
-  if (is_dict(raw)) return record.create(cls, {raw});
+  if (is_dict(raw)) return record.call(cls, raw);
   // A plain ValueError here, unlike everywhere else.
   Ref text =
       message({"target_instruments[", own(PyObject_Format(index, nullptr)), "] must be an object"});

@@ -4,9 +4,22 @@
 
 namespace typed_shapes {
 
-void require_dict_field(PyObject* self, PyObject* name, const char* what) {
-  if (is_dict(get_attr(self, name).get())) return;
-  schema_error().refuse({what, " must be a dict; got ", type_name(get_attr(self, name).get())});
+void require_dict(const FieldAccess& field) {
+  if (is_dict(field.read().get())) return;
+  schema_error().refuse(
+      {field.class_name, ".", field.name, " must be a dict; got ", type_name(field.read().get())});
+}
+
+void require_non_empty_str(const FieldAccess& field) {
+  if (is_str(field.read().get()) && is_true(field.read().get())) return;
+  schema_error().refuse({field.class_name, ".", field.name, " must be a non-empty str; got ",
+                         repr(field.read().get())});
+}
+
+void require_array(const FieldAccess& field) {
+  if (is_array(field.read().get())) return;
+  schema_error().refuse({field.class_name, ".", field.name, " must be np.ndarray; got ",
+                         type_name(field.read().get())});
 }
 
 void require_json_mapping(PyObject* raw, const char* class_name) {
@@ -17,17 +30,6 @@ void require_json_mapping(PyObject* raw, const char* class_name) {
 void require_non_empty_str(PyObject* value, const char* what) {
   if (is_non_empty_str(value)) return;
   schema_error().refuse({what, " must be a non-empty str; got ", repr(value)});
-}
-
-void require_name_field(PyObject* self, PyObject* name, const char* what) {
-  if (is_str(get_attr(self, name).get()) && is_true(get_attr(self, name).get())) return;
-  schema_error().refuse({what, " must be a non-empty str; got ", repr(get_attr(self, name).get())});
-}
-
-void require_array_field(PyObject* self, PyObject* name, const char* what) {
-  if (is_array(get_attr(self, name).get())) return;
-  const ErrorClass error = schema_error();
-  refuse_array(error, interned(what), get_attr(self, name).get());
 }
 
 void refuse_array(const ErrorClass& error, const Ref& owner, PyObject* value) {

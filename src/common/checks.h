@@ -8,23 +8,16 @@
 #include "common/globals.h"
 #include "common/message.h"
 #include "common/numpy_api.h"
+#include "common/record.h"
 
 namespace typed_shapes {
 
 // --- Canonical ---
 
-// "<what> must be a dict; got <type of self.name>". Like each check of a field, it reads the field
-// anew for each use: a subclass may make a property of it.
-void require_dict_field(PyObject* self, PyObject* name, const char* what);
 // "<class> JSON mapping payload required; got <type>"
 void require_json_mapping(PyObject* raw, const char* class_name);
 // "<what> must be a non-empty str; got <repr>"
 void require_non_empty_str(PyObject* value, const char* what);
-// The same of self.name
-void require_name_field(PyObject* self, PyObject* name, const char* what);
-// "<what> must be np.ndarray; got <type of self.name>"
-void require_array_field(PyObject* self, PyObject* name, const char* what);
-
 // "<owner> must be np.ndarray; got <type>"; the owner's text is made when it is needed.
 [[noreturn]] void refuse_array(const ErrorClass& error, const Ref& owner, PyObject* value);
 template <typename Owner>
@@ -90,5 +83,18 @@ template <typename Predicate>
 // A new dict of the items whose keys are none of these names; null where the object is not an exact
 // dict with exact strs for keys, or the module was changed.
 [[nodiscard]] Ref plain_items_without(PyObject* object, std::span<PyObject* const> excluded);
+
+// --- What a field must be ---
+
+// "<class>.<field> must be a dict; got <type>"
+void require_dict(const FieldAccess& field);
+inline constexpr Check kDict = {require_dict,
+                                [](PyObject* value) { return PyDict_CheckExact(value) != 0; }};
+// "<class>.<field> must be a non-empty str; got <repr>"
+void require_non_empty_str(const FieldAccess& field);
+inline constexpr Check kNonEmptyStr = {require_non_empty_str, is_plain_name};
+// "<class>.<field> must be np.ndarray; got <type>"
+void require_array(const FieldAccess& field);
+inline constexpr Check kArray = {require_array, is_plain_array};
 
 }  // namespace typed_shapes

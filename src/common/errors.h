@@ -43,12 +43,12 @@ inline void check_indicator() {
 [[noreturn]] void raise_from_pending(PyObject* type, const char* text);
 
 // Puts the pending Python error aside while the scope runs code of its own.
-class ErrorAside {
+class SavedError {
  public:
-  ErrorAside() noexcept { PyErr_Fetch(&type_, &value_, &traceback_); }
-  ~ErrorAside() { PyErr_Restore(type_, value_, traceback_); }
-  ErrorAside(const ErrorAside&) = delete;
-  ErrorAside& operator=(const ErrorAside&) = delete;
+  SavedError() noexcept { PyErr_Fetch(&type_, &value_, &traceback_); }
+  ~SavedError() { PyErr_Restore(type_, value_, traceback_); }
+  SavedError(const SavedError&) = delete;
+  SavedError& operator=(const SavedError&) = delete;
 
  private:
   PyObject* type_ = nullptr;

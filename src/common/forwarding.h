@@ -1,54 +1,42 @@
 // Methods that hand an operation on to the object in one field of self:
-//   using Masks = Forward<record, 0>;  ...  {"UniverseMasks.keys(self)", nullptr, Masks::keys}
+//   using Masks = Forward<record, 0>;  ...  {function<Masks::keys>("UniverseMasks.keys(self)")}
 #pragma once
 
 #include "common/record.h"
 
 namespace typed_shapes {
 
-template <Record& kRecord, std::size_t kField>
+template <auto& kRecord, std::size_t kField>
 class Forward {
  public:
   // key in self.field
-  static Ref contains(PyObject* const* arguments) {
-    return boolean(typed_shapes::contains(field_of(arguments).get(), arguments[1]));
+  static Ref contains(PyObject* self, PyObject* key) {
+    return boolean(typed_shapes::contains(field_of(self).get(), key));
   }
   // self.field[key]
-  static Ref item(PyObject* const* arguments) {
-    return get_item(field_of(arguments).get(), arguments[1]);
-  }
+  static Ref item(PyObject* self, PyObject* key) { return get_item(field_of(self).get(), key); }
   // self.field[key] = value
-  static Ref set_item(PyObject* const* arguments) {
-    check(PyObject_SetItem(field_of(arguments).get(), arguments[1], arguments[2]));
+  static Ref set_item(PyObject* self, PyObject* key, PyObject* value) {
+    check(PyObject_SetItem(field_of(self).get(), key, value));
     return none();
   }
   // self.field.get(key, default)
-  static Ref get(PyObject* const* arguments) {
-    return typed_shapes::get(field_of(arguments).get(), arguments[1], arguments[2]);
+  static Ref get(PyObject* self, PyObject* key, PyObject* fallback) {
+    return typed_shapes::get(field_of(self).get(), key, fallback);
   }
   // len(self.field)
-  static Ref length(PyObject* const* arguments) {
-    return own(PyLong_FromSsize_t(check(PyObject_Size(field_of(arguments).get()))));
+  static Ref length(PyObject* self) {
+    return own(PyLong_FromSsize_t(check(PyObject_Size(field_of(self).get()))));
   }
   // iter(self.field)
-  static Ref iterate(PyObject* const* arguments) {
-    return own(PyObject_GetIter(field_of(arguments).get()));
-  }
+  static Ref iterate(PyObject* self) { return own(PyObject_GetIter(field_of(self).get())); }
   // self.field.keys(), items(), values()
-  static Ref keys(PyObject* const* arguments) {
-    return call_method(field_of(arguments).get(), names.keys);
-  }
-  static Ref items(PyObject* const* arguments) {
-    return call_method(field_of(arguments).get(), names.items);
-  }
-  static Ref values(PyObject* const* arguments) {
-    return call_method(field_of(arguments).get(), names.values);
-  }
+  static Ref keys(PyObject* self) { return call_method(field_of(self).get(), names.keys); }
+  static Ref items(PyObject* self) { return call_method(field_of(self).get(), names.items); }
+  static Ref values(PyObject* self) { return call_method(field_of(self).get(), names.values); }
 
  private:
-  static Ref field_of(PyObject* const* arguments) {
-    return kRecord.attribute(arguments[0], kField);
-  }
+  static Ref field_of(PyObject* self) { return kRecord.attribute(self, kField); }
 };
 
 }  // namespace typed_shapes

@@ -54,6 +54,14 @@ void set_member(NativeFunction* function, Member member, Ref value) {
   Ref old = Ref::steal(std::exchange(function->members[member], value.release()));
 }
 
+ParameterList parameters_of(const NativeFunction* function) {
+  const std::size_t count = function->parameter_count;
+  return {function->members[kName],
+          {function->names, count},
+          {function->defaults, count},
+          function->positional};
+}
+
 // --- Calls ---
 
 // Out of line, so that the frame of a call by position stays small.
@@ -64,12 +72,7 @@ void set_member(NativeFunction* function, Member member, Ref value) {
     // It may go while its body runs, and with it the defaults: no caller need hold it.
     const Ref self = Ref::borrow(reinterpret_cast<PyObject*>(function));
     PyObject* places[kMaxParameters];
-    const std::size_t count = function->parameter_count;
-    bind_arguments({function->members[kName],
-                    {function->names, count},
-                    {function->defaults, count},
-                    function->positional},
-                   arguments, {places, count});
+    bind_arguments(parameters_of(function), arguments, {places, function->parameter_count});
     return function->body(places);
   });
 }
@@ -165,45 +168,11 @@ int set_typed(PyObject* self, PyObject* value, void* closure) {
   return 0;
 }
 
-// inspect.Signature, made when somebody asks.
-Ref make_inspect_signature(const NativeFunction* function) {
-  Ref inspect = own(PyImport_ImportModule("inspect"));
-  Ref parameter_class = own(PyObject_GetAttrString(inspect.get(), "Parameter"));
-  Ref positional = own(PyObject_GetAttrString(parameter_class.get(), "POSITIONAL_OR_KEYWORD"));
-  Ref keyword_only = own(PyObject_GetAttrString(parameter_class.get(), "KEYWORD_ONLY"));
-  Ref annotations = function->members[kAnnotations] == nullptr
-                        ? own(PyDict_New())
-                        : Ref::borrow(function->members[kAnnotations]);
-  Ref parameters = own(PyList_New(0));
-  for (std::size_t i = 0; i < function->parameter_count; ++i) {
-    PyObject* name = function->names[i];
-    Ref options = own(PyDict_New());
-    check(PyDict_SetItemString(options.get(), "name", name));
-    check(PyDict_SetItemString(options.get(), "kind",
-                               (i < function->positional ? positional : keyword_only).get()));
-    if (function->defaults[i] != nullptr) {
-      check(PyDict_SetItemString(options.get(), "default", function->defaults[i]));
-    }
-    if (PyObject* annotation = PyDict_GetItemWithError(annotations.get(), name)) {
-      check(PyDict_SetItemString(options.get(), "annotation", annotation));
-    }
-    check_indicator();
-    Ref none_positional = own(PyTuple_New(0));
-    Ref parameter = own(PyObject_Call(parameter_class.get(), none_positional.get(), options.get()));
-    check(PyList_Append(parameters.get(), parameter.get()));
-  }
-  Ref arguments = own(PyTuple_Pack(1, parameters.get()));
-  Ref options = own(PyDict_New());
-  if (PyObject* annotation = PyDict_GetItemWithError(annotations.get(), names.return_)) {
-    check(PyDict_SetItemString(options.get(), "return_annotation", annotation));
-  }
-  check_indicator();
-  Ref signature_class = own(PyObject_GetAttrString(inspect.get(), "Signature"));
-  return own(PyObject_Call(signature_class.get(), arguments.get(), options.get()));
-}
-
 PyObject* get_signature(PyObject* self, void* /*closure*/) {
-  return guarded([&] { return make_inspect_signature(as_function(self)); });
+  const NativeFunction* function = as_function(self);
+  return guarded([function] {
+    return make_inspect_signature(parameters_of(function), function->members[kAnnotations]);
+  });
 }
 
 constexpr Py_ssize_t member_offset(Member member) {

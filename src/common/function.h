@@ -1,30 +1,59 @@
 // The function type of the module: native code that looks like a Python function from outside.
 #pragma once
 
-#include <algorithm>
-#include <array>
+#include <string_view>
+#include <utility>
 
 #include "common/objects.h"
 
 namespace typed_shapes {
 
-// What a function does. It gets one borrowed, non-null object for each parameter of its signature,
-// in the signature's order, and returns a new reference or throws.
+// What a function does with its arguments: one borrowed, non-null object for each parameter, in the
+// signature's order. It returns a new reference or throws.
 using Body = Ref (*)(PyObject* const* arguments);
-
-// The arguments by name: const auto [self, key] = unpack<2>(arguments);
-template <std::size_t Count>
-[[nodiscard]] std::array<PyObject*, Count> unpack(PyObject* const* arguments) {
-  std::array<PyObject*, Count> result;
-  std::copy_n(arguments, Count, result.begin());
-  return result;
-}
 
 struct FunctionTable {
   const char* signature;  // the signature line, also the first line of __doc__
   const char* doc;        // the docstring proper, or null
   Body body;
 };
+
+// Passes the arguments on to an ordinary function of that many parameters.
+template <auto kFunction>
+struct Adapter;
+template <typename Result, typename... Parameters, Result (*kFunction)(Parameters...)>
+struct Adapter<kFunction> {
+  static constexpr std::size_t kParameterCount = sizeof...(Parameters);
+  static Result call(PyObject* const* arguments) {
+    return [arguments]<std::size_t... kIndex>(std::index_sequence<kIndex...>) {
+      return kFunction(arguments[kIndex]...);
+    }(std::index_sequence_for<Parameters...>{});
+  }
+};
+
+// How many parameters a signature line has; every one has a name, and a lone * has none.
+consteval std::size_t count_parameters(std::string_view line) {
+  line.remove_prefix(line.find('('));
+  if (line.starts_with("()")) return 0;
+  std::size_t count = 1;
+  int depth = 0;
+  for (const char c : line) {
+    if (c == '(' || c == '[') ++depth;
+    if ((c == ')' || c == ']') && --depth == 0) break;
+    if (depth == 1 && c == ',') ++count;
+    if (depth == 1 && c == '*') --count;
+  }
+  return count;
+}
+
+// The table of function<body>("name(parameters)", "doc"): the two must have as many parameters.
+template <auto kFunction>
+consteval FunctionTable function(const char* signature, const char* doc = nullptr) {
+  if (count_parameters(signature) != Adapter<kFunction>::kParameterCount) {
+    throw "the signature line and the function differ in the number of their parameters";
+  }
+  return {signature, doc, Adapter<kFunction>::call};
+}
 
 // Makes the type; once per load, before the first function.
 void create_function_type();

@@ -5,9 +5,10 @@
 
 namespace typed_shapes {
 
-// Whether a class is what `dataclass` makes of this table where nobody changed `dataclass`, `field`
-// or `object` before the import. The body is a copy of the class's dictionary before.
-[[nodiscard]] bool is_as_generated(PyTypeObject* type, PyObject* body, const RecordTable& table);
+// Whether a record class is what `dataclass` makes of this table: the class is a plain one, and
+// `dataclass` and `field` were the standard library's own functions during the import. What these
+// call inside of the library is trusted.
+[[nodiscard]] bool is_as_generated(PyTypeObject* type, const RecordTable& table);
 
 // What the generated __init__ of such a class takes for an argument that was left out, where a
 // factory makes the field; null where none does.

@@ -112,10 +112,9 @@ void Record::define(vectorcallfunc overlay) {
   auto* type = reinterpret_cast<PyTypeObject*>(made.get());
   // A metaclass, of another `object`, may give anything.
   const bool is_plain = watches_usable && Py_IS_TYPE(made.get(), &PyType_Type);
-  Ref body = is_plain ? own(PyDict_Copy(type->tp_dict)) : Ref();
   Ref record = decorated(made.get());
   globals::bind(table_.name, record.get());
-  if (!is_plain || record.get() != made.get() || !is_as_generated(type, body.get(), table_)) return;
+  if (!is_plain || record.get() != made.get() || !is_as_generated(type, table_)) return;
   factory_mark_.set(factory_mark(type, table_.fields));
   first_factory_ = factory_count_ = 0;
   for (std::size_t i = 0; i < table_.fields.size(); ++i) {
@@ -150,7 +149,7 @@ void Record::fill(PyObject* instance, PyObject* const* values) const {
   }
 }
 
-Ref Record::build(PyObject* const* values) const {
+Ref Record::make_of(PyObject* const* values) const {
   Ref instance = allocate();
   fill(instance.get(), values);
   return instance;
@@ -177,8 +176,12 @@ Ref Record::attribute(PyObject* instance, std::size_t index) {
   return get_attr(instance, field_names()[index]);
 }
 
-Ref Record::build_accepted(PyObject* const* values) const {
-  return is_accepted(values) ? build(values) : Ref();
+void Record::require_fields(PyObject* self) const {
+  const Ref held_names = globals::held(field_names_);
+  for (std::size_t i = 0; i < table_.fields.size(); ++i) {
+    const Check& check = table_.fields[i].check;
+    if (check.require != nullptr) check.require({self, field_names()[i], table_.name});
+  }
 }
 
 bool Record::add_defaults(Values& values, Factories& made) const {
@@ -223,7 +226,7 @@ Ref Record::make(const Values& values, bool are_complete, Initialise&& initialis
   return instance;
 }
 
-Ref Record::keywords_of(std::initializer_list<PyObject*> given) const {
+Ref Record::keywords_of(std::span<PyObject* const> given) const {
   const Ref held_names = globals::held(field_names_);
   Ref keywords = own(PyDict_New());
   auto name = field_names().begin();
@@ -234,7 +237,7 @@ Ref Record::keywords_of(std::initializer_list<PyObject*> given) const {
   return keywords;
 }
 
-Ref Record::create(PyObject* cls, std::initializer_list<PyObject*> given) {
+Ref Record::call_with(PyObject* cls, std::span<PyObject* const> given) {
   if (!may_allocate(cls)) {
     const Ref positional = globals::held(no_arguments);
     return own(PyObject_Call(cls, positional.get(), keywords_of(given).get()));
@@ -249,8 +252,8 @@ Ref Record::create(PyObject* cls, std::initializer_list<PyObject*> given) {
   });
 }
 
-PyObject* Record::construct(PyObject* cls, PyObject* const* args, std::size_t nargsf,
-                            PyObject* kwnames) noexcept {
+PyObject* Record::vectorcall(PyObject* cls, PyObject* const* args, std::size_t nargsf,
+                             PyObject* kwnames) noexcept {
   return guarded([&] {
     const CallArguments arguments(args, nargsf, kwnames);
     if (!may_allocate(cls)) {

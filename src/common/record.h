@@ -27,10 +27,28 @@ enum class Default {
 // What makes it anew; null where nothing does.
 [[nodiscard]] PyTypeObject* default_factory(Default kind) noexcept;
 
+// A field of an instance that is being validated. Each look reads it anew, as self.field does: a
+// subclass may make a property of it.
+struct FieldAccess {
+  PyObject* self;
+  PyObject* name;
+  const char* class_name;
+
+  [[nodiscard]] Ref read() const { return get_attr(self, name); }
+};
+
+// What a field must be. The canonical check raises, and its text begins with class and field. The
+// fast one tells without running Python code; false means "not sure".
+struct Check {
+  void (*require)(const FieldAccess& field) = nullptr;
+  bool (*accepts)(PyObject* value) = nullptr;
+};
+
 struct Field {
   const char* name;
   const char* annotation;  // source text, never evaluated
   Default default_value = Default::kRequired;
+  Check check = {};  // none: anything fits
 };
 
 // No record has more fields that a factory makes.
@@ -50,10 +68,41 @@ struct RecordTable {
   const char* name;
   const char* doc;
   Decorator decorator;
-  std::span<const Field> fields;
   std::span<const Method> methods;
-  Accepts accepts = nullptr;  // null: nothing is validated
+  Accepts accepts = nullptr;  // of a record that validates more than its fields one by one
+  std::span<const Field> fields;
 };
+
+// `accepts` of fields that are validated one by one.
+template <const auto& kFields>
+bool accept_fields(PyObject* const* values) {
+  return [values]<std::size_t... kIndex>(std::index_sequence<kIndex...>) {
+    const auto accepts = [values]<std::size_t kField>(std::integral_constant<std::size_t, kField>) {
+      constexpr auto kAccepts = kFields[kField].check.accepts;
+      if constexpr (kAccepts == nullptr) {
+        return true;
+      } else {
+        return kAccepts(values[kField]);
+      }
+    };
+    return (accepts(std::integral_constant<std::size_t, kIndex>{}) && ...);
+  }(std::make_index_sequence<std::size(kFields)>{});
+}
+
+// The table of a record with these fields.
+template <const auto& kFields>
+consteval RecordTable with_fields(RecordTable table) {
+  table.fields = kFields;
+  if (table.accepts == nullptr) table.accepts = accept_fields<kFields>;
+  return table;
+}
+
+// `accepts` that is a function of all fields, one parameter each.
+template <auto kFunction, const auto& kFields>
+constexpr Accepts accept_all = [] {
+  static_assert(Adapter<kFunction>::kParameterCount == std::size(kFields));
+  return Adapter<kFunction>::call;
+}();
 
 // One record class of the loaded module; each has static storage.
 class Record {
@@ -73,17 +122,8 @@ class Record {
   // Whether the object is an instance of exactly this class. Only for an untouched module.
   [[nodiscard]] bool is_exact(PyObject* object) const noexcept { return Py_TYPE(object) == type(); }
 
-  // A new instance with these field values, in field order: what the generated __init__ does, less
-  // the validation. Runs no Python code; only for an untouched class.
-  [[nodiscard]] Ref build(PyObject* const* values) const;
-
-  // The same with the validation; null where the class does not accept the values for sure. The
-  // collector must be paused: it may run code that changes what was asked before.
-  [[nodiscard]] Ref build_accepted(PyObject* const* values) const;
-
-  // cls(field=value, ...), where cls is this class or a subclass. The values stand in field order;
-  // a null or missing one is left to the field's default.
-  [[nodiscard]] Ref create(PyObject* cls, std::initializer_list<PyObject*> given);
+  // The validation of the table, field by field.
+  void require_fields(PyObject* self) const;
 
   // A field of an exact instance of an untouched class; null where it cannot be read without
   // running Python code, or is unset.
@@ -93,8 +133,15 @@ class Record {
   [[nodiscard]] Ref attribute(PyObject* instance, std::size_t index);
 
   // What the overlay does with a call of the class.
-  PyObject* construct(PyObject* cls, PyObject* const* args, std::size_t nargsf,
-                      PyObject* kwnames) noexcept;
+  PyObject* vectorcall(PyObject* cls, PyObject* const* args, std::size_t nargsf,
+                       PyObject* kwnames) noexcept;
+
+ protected:
+  // See RecordOf.
+  [[nodiscard]] Ref make_of(PyObject* const* values) const;
+  [[nodiscard]] Ref call_with(PyObject* cls, std::span<PyObject* const> given);
+  // Whether the class's own validation is sure to pass.
+  [[nodiscard]] bool is_accepted(PyObject* const* values) const { return table_.accepts(values); }
 
  private:
   [[nodiscard]] std::span<PyObject* const> field_names() const noexcept {
@@ -110,17 +157,13 @@ class Record {
   // Fills what the caller left out, and keeps what was made for that; false where that is an error.
   [[nodiscard]] bool add_defaults(Values& values, Factories& made) const;
   // {field: value, ...} of the values that are not null.
-  [[nodiscard]] Ref keywords_of(std::initializer_list<PyObject*> given) const;
+  [[nodiscard]] Ref keywords_of(std::span<PyObject* const> given) const;
   // A new instance, with these values where the class is sure to take them, else initialised.
   template <typename Initialise>
   [[nodiscard]] Ref make(const Values& values, bool are_complete, Initialise&& initialise);
   // Whether an instance of cls is one of this class and made by object.__new__.
   [[nodiscard]] bool may_allocate(PyObject* cls) noexcept {
     return cls == reinterpret_cast<PyObject*>(type()) && watch_.attributes_untouched();
-  }
-  // Whether the class's own validation is sure to pass.
-  [[nodiscard]] bool is_accepted(PyObject* const* values) const {
-    return table_.accepts == nullptr || table_.accepts(values);
   }
   [[nodiscard]] Ref allocate() const;
   void fill(PyObject* instance, PyObject* const* values) const;
@@ -136,11 +179,58 @@ class Record {
   bool has_inline_fields_ = false;
 };
 
+// A record with so many fields. The values of an instance are given one by one, in field order: a
+// field that is added or taken away is an error of the compiler wherever values are put together.
+template <std::size_t kFieldCount>
+class RecordOf : public Record {
+ public:
+  explicit constexpr RecordOf(const RecordTable& table) : Record(table) {
+    if (table.fields.size() != kFieldCount) throw "the table has another number of fields";
+  }
+
+  // A new instance with these values: what the generated __init__ does, less the validation. Runs
+  // no Python code; only for an untouched class.
+  template <typename... Values>
+    requires(sizeof...(Values) == kFieldCount)
+  [[nodiscard]] Ref make_unchecked(Values... values) const {
+    PyObject* const all[] = {values...};
+    return make_of(all);
+  }
+
+  // The same with the validation; null where the class does not accept the values for sure. The
+  // collector must be paused: it may run code that changes what was asked before.
+  template <typename... Values>
+    requires(sizeof...(Values) == kFieldCount)
+  [[nodiscard]] Ref try_make(Values... values) const {
+    PyObject* const all[] = {values...};
+    return is_accepted(all) ? make_of(all) : Ref();
+  }
+
+  // cls(field=value, ...), where cls is this class or a subclass. What is null is left to the
+  // field's default.
+  template <typename... Values>
+    requires(sizeof...(Values) == kFieldCount)
+  [[nodiscard]] Ref call(PyObject* cls, Values... values) {
+    PyObject* const all[] = {values...};
+    return call_with(cls, all);
+  }
+
+  // cls()
+  [[nodiscard]] Ref call(PyObject* cls) { return call_with(cls, {}); }
+};
+
+// __post_init__ of a record whose fields are validated one by one.
+template <auto& kRecord>
+Ref check_fields(PyObject* self) {
+  kRecord.require_fields(self);
+  return none();
+}
+
 // Makes a record class whose calls take the native constructor.
-template <Record& kRecord>
+template <auto& kRecord>
 void define_record() {
   kRecord.define([](PyObject* type, PyObject* const* args, std::size_t nargsf, PyObject* kwnames) {
-    return kRecord.construct(type, args, nargsf, kwnames);
+    return kRecord.vectorcall(type, args, nargsf, kwnames);
   });
 }
 

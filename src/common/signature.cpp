@@ -90,4 +90,34 @@ Ref default_value(const std::string& text) {
   return globals::lookup(own(PyUnicode_FromString(text.c_str())).get());
 }
 
+Ref make_inspect_signature(const ParameterList& parameters, PyObject* annotations) {
+  const auto annotation_of = [annotations](PyObject* name) -> Ref {
+    if (annotations == nullptr) return {};
+    PyObject* annotation = PyDict_GetItemWithError(annotations, name);
+    if (annotation == nullptr) check_indicator();
+    return Ref::borrow(annotation);
+  };
+  Ref inspect = own(PyImport_ImportModule("inspect"));
+  Ref parameter_class = get_attr(inspect.get(), interned("Parameter").get());
+  Ref positional = get_attr(parameter_class.get(), interned("POSITIONAL_OR_KEYWORD").get());
+  Ref keyword_only = get_attr(parameter_class.get(), interned("KEYWORD_ONLY").get());
+  Ref annotation_name = interned("annotation");
+  Ref made = own(PyList_New(0));
+  for (std::size_t i = 0; i < parameters.names.size(); ++i) {
+    const Ref& kind = i < parameters.positional ? positional : keyword_only;
+    const Ref annotation = annotation_of(parameters.names[i]);
+    PyObject* const given[] = {parameters.names[i], kind.get()};
+    const Keyword options[] = {{names.default_, parameters.defaults[i]},
+                               {annotation_name.get(), annotation.get()}};
+    Ref parameter = call_keywords(parameter_class.get(), given, options);
+    check(PyList_Append(made.get(), parameter.get()));
+  }
+  Ref signature_class = get_attr(inspect.get(), interned("Signature").get());
+  Ref return_name = interned("return_annotation");
+  const Ref annotation = annotation_of(names.return_);
+  PyObject* const given[] = {made.get()};
+  const Keyword options[] = {{return_name.get(), annotation.get()}};
+  return call_keywords(signature_class.get(), given, options);
+}
+
 }  // namespace typed_shapes

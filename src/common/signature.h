@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-#include "common/errors.h"
+#include "common/binder.h"
 
 namespace typed_shapes {
 
@@ -30,5 +30,8 @@ struct SignatureLine {
 
 // The object that a default's source text names: None, an int, a u'...' string, a global name.
 [[nodiscard]] Ref default_value(const std::string& text);
+
+// The inspect.Signature of these parameters, annotated by a dict or by nothing.
+[[nodiscard]] Ref make_inspect_signature(const ParameterList& parameters, PyObject* annotations);
 
 }  // namespace typed_shapes

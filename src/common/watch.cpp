@@ -68,28 +68,28 @@ void ClassWatch::start(PyTypeObject* type) {
   PyObject_GC_UnTrack(attributes_.get());
   mro_.set(Ref::borrow(type->tp_mro));
   new_ = type->tp_new;
-  insides_end_ = insides_.data();
+  tracked_end_ = tracked_.data();
   kept_.set(own(PyList_New(0)));
-  const bool has_room = all_entries(attributes_.get(), [&](PyObject* name, PyObject* value) {
-    if (Py_IS_TYPE(value, &PyClassMethod_Type)) return note_inside(function_of_class_method(value));
+  all_entries(attributes_.get(), [this](PyObject* name, PyObject* value) {
+    if (Py_IS_TYPE(value, &PyClassMethod_Type)) track(function_of_class_method(value));
     if (name != names.init) return true;
     auto* init = reinterpret_cast<PyFunctionObject*>(value);
-    return note_inside(&init->func_code) && note_inside(&init->func_defaults) &&
-           std::ranges::all_of(items_of(init->func_closure), [&](PyObject* cell) {
-             return note_inside(&reinterpret_cast<PyCellObject*>(cell)->ob_ref);
-           });
+    track(&init->func_code);
+    track(&init->func_defaults);
+    for (PyObject* cell : items_of(init->func_closure)) {
+      track(&reinterpret_cast<PyCellObject*>(cell)->ob_ref);
+    }
+    return true;
   });
   PyObject_GC_UnTrack(kept_.get());
   good_version_ = bad_version_ = 0;
-  // Without room for all of them nothing is known for sure.
-  if (has_room) type_.set(Ref::borrow(reinterpret_cast<PyObject*>(type)));
+  type_.set(Ref::borrow(reinterpret_cast<PyObject*>(type)));
 }
 
-bool ClassWatch::note_inside(PyObject** place) {
-  if (insides_end_ == insides_.end()) return false;
+void ClassWatch::track(PyObject** place) {
+  if (tracked_end_ == tracked_.end()) raise(PyExc_SystemError, "too little room in ClassWatch");
   if (*place != nullptr) check(PyList_Append(kept_.get(), *place));
-  *insides_end_++ = {place, *place};
-  return true;
+  *tracked_end_++ = {place, *place};
 }
 
 bool ClassWatch::recheck() noexcept {

@@ -52,14 +52,14 @@ class ClassWatch {
   [[nodiscard]] PyTypeObject* type() const noexcept {
     return reinterpret_cast<PyTypeObject*>(type_.get());
   }
-  [[nodiscard]] bool untouched() noexcept { return attributes_untouched() && insides_untouched(); }
+  [[nodiscard]] bool untouched() noexcept { return attributes_untouched() && slots_untouched(); }
   // Enough to read an instance; what makes one may have changed.
   [[nodiscard]] bool attributes_untouched() noexcept {
     return type() != nullptr && (is_known_version() || recheck());
   }
 
  private:
-  struct Inside {
+  struct TrackedSlot {
     PyObject** place;  // in what attributes_ keeps alive
     PyObject* found;   // kept alive by kept_
   };
@@ -74,22 +74,21 @@ class ClassWatch {
   }
   // What is inside of an attribute changes without the class's own version: code, defaults and
   // cells of __init__, the function of a class method.
-  [[nodiscard]] bool insides_untouched() const noexcept {
-    for (const Inside* inside = insides_.data(); inside != insides_end_; ++inside) {
-      if (*inside->place != inside->found) return false;
+  [[nodiscard]] bool slots_untouched() const noexcept {
+    for (const TrackedSlot* slot = tracked_.data(); slot != tracked_end_; ++slot) {
+      if (*slot->place != slot->found) return false;
     }
     return true;
   }
-  // False where there is no room for another one.
-  [[nodiscard]] bool note_inside(PyObject** place);
+  void track(PyObject** place);
   [[nodiscard]] bool recheck() noexcept;
 
   Slot type_;
   Slot attributes_;  // a copy of the class dictionary that the collector shows to nobody
   Slot mro_;
   newfunc new_ = nullptr;  // taking a patched __new__ back does not bring the slot back
-  std::array<Inside, 12> insides_{};
-  Inside* insides_end_ = insides_.data();
+  std::array<TrackedSlot, 12> tracked_{};
+  TrackedSlot* tracked_end_ = tracked_.data();
   Slot kept_;
   unsigned good_version_ = 0;
   unsigned bad_version_ = 0;

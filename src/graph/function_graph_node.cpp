@@ -1,21 +1,61 @@
 // One node of a function graph, the tree that the simulation engine and the function layer both
 // walk. It takes JSON mappings in the present spelling and in several older ones.
-#include "graph/function_graph_node.h"
-
 #include "common/checks.h"
+#include "common/imports.h"
 #include "common/record.h"
 #include "common/scopes.h"
 #include "graph/graph_builder.h"
+#include "graph/node_keys.h"
+#include "module/contents.h"
 
 namespace typed_shapes {
 
 namespace {
 
+// --- Validation ---
+
+extern NodeRecord record;
+
+[[noreturn]] void refuse_children(const ErrorClass& error, const Ref& children) {
+  error.refuse({"FunctionGraphNode.children must be a list; got ", type_name(children.get())});
+}
+
+void require_children(const FieldAccess& field) {
+  if (!is_list(field.read().get())) {
+    const ErrorClass error = schema_error();
+    refuse_children(error, field.read());
+  }
+  Py_ssize_t index = 0;
+  for_each(field.read().get(), [&](PyObject* child) {
+    if (!globals::is_instance_of(child, names.FunctionGraphNode)) {
+      schema_error().refuse({"FunctionGraphNode.children[", str(index),
+                             "] must be FunctionGraphNode; got ", type_name(child)});
+    }
+    ++index;
+  });
+}
+
+bool accepts_children(PyObject* value) {
+  if (!PyList_CheckExact(value)) return false;
+  for (Py_ssize_t i = 0; i < PyList_GET_SIZE(value); ++i) {
+    if (!record.is_exact(PyList_GET_ITEM(value, i))) return false;
+  }
+  return true;
+}
+
+constexpr Check kChildren = {require_children, accepts_children};
+
+// --- Table ---
+
+constexpr const char* kGraphRuntimeTypes[] = {"feature",   "signal",     "aggregation", "rotation",
+                                              "reduction", "filtration", "int",         "float",
+                                              "string",    "bool",       "list"};
+
 constexpr Field kFields[] = {
-    {"type", "str"},
+    {"type", "str", Default::kRequired, kNonEmptyStr},
     {"node", "Any", Default::kNone},
-    {"children", "List['FunctionGraphNode']", Default::kEmptyList},
-    {"config", "Dict[str, Any]", Default::kEmptyDict},
+    {"children", "List['FunctionGraphNode']", Default::kEmptyList, kChildren},
+    {"config", "Dict[str, Any]", Default::kEmptyDict, kDict},
     {"canonical_id", "Optional[str]", Default::kNone},
     {"family", "Optional[str]", Default::kNone},
     {"value", "Any", Default::kNone},
@@ -23,120 +63,64 @@ constexpr Field kFields[] = {
     {"_collect_nodes_cache", "Optional[Any]", Default::kHidden},
 };
 
-Ref post_init(PyObject* const* arguments);
-Ref from_raw(PyObject* const* arguments);
-Ref coerce_graph(PyObject* const* arguments);
-bool accepts(PyObject* const* values);
+Ref from_raw(PyObject* cls, PyObject* raw);
+Ref coerce_graph(PyObject* raw);
 
 constexpr Method kMethods[] = {
-    {{"FunctionGraphNode.__post_init__(self) -> None", nullptr, post_init}},
-    {{"FunctionGraphNode.from_raw(cls, raw: Any) -> 'FunctionGraphNode'",
-      "Parse a JSON graph mapping into a typed tree.", from_raw},
+    {function<check_fields<record>>("FunctionGraphNode.__post_init__(self) -> None")},
+    {function<from_raw>("FunctionGraphNode.from_raw(cls, raw: Any) -> 'FunctionGraphNode'",
+                        "Parse a JSON graph mapping into a typed tree."),
      Binding::kClassMethod},
 };
 
-constexpr FunctionTable kCoerceGraph = {"coerce_graph(raw: Any) -> FunctionGraphNode",
-                                        "Convenience wrapper for top-level graph coercion.",
-                                        coerce_graph};
+constexpr FunctionTable kCoerceGraph =
+    function<coerce_graph>("coerce_graph(raw: Any) -> FunctionGraphNode",
+                           "Convenience wrapper for top-level graph coercion.");
 
-constexpr RecordTable kTable = {
+constexpr RecordTable kTable = with_fields<kFields>({
     .name = "FunctionGraphNode",
-    .doc =
-        "A single node in a function graph (shared by simulator_engine + functions).\n"
-        "\n"
-        "The legacy dict shape of a node is::\n"
-        "\n"
-        "    {'type': 'rotation', 'node': 'rank', 'children': [...], 'config': {}}\n"
-        "\n"
-        "The tree is fully typed: children are ``FunctionGraphNode`` instances, never dicts.\n"
-        "\n"
-        "``eq=False``: the graph is a recursive structure with caches, so equality is by\n"
-        "identity and hashing falls back to ``object.__hash__``.\n",
+    .doc = "A single node in a function graph (shared by simulator_engine + functions).\n"
+           "\n"
+           "The legacy dict shape of a node is::\n"
+           "\n"
+           "    {'type': 'rotation', 'node': 'rank', 'children': [...], 'config': {}}\n"
+           "\n"
+           "The tree is fully typed: children are ``FunctionGraphNode`` instances, never dicts.\n"
+           "\n"
+           "``eq=False``: the graph is a recursive structure with caches, so equality is by\n"
+           "identity and hashing falls back to ``object.__hash__``.\n",
     .decorator = Decorator::kIdentity,
-    .fields = kFields,
     .methods = kMethods,
-    .accepts = accepts,
-};
+});
 
-constinit Record record{kTable};
-
-// --- Validation ---
-
-[[noreturn]] void refuse_children(const ErrorClass& error, PyObject* children) {
-  error.refuse({"FunctionGraphNode.children must be a list; got ", type_name(children)});
-}
-
-Ref post_init(PyObject* const* arguments) {
-  const auto [self] = unpack<1>(arguments);
-
-  require_name_field(self, names.type, "FunctionGraphNode.type");
-  if (!is_list(get_attr(self, names.children).get())) {
-    const ErrorClass error = schema_error();
-    refuse_children(error, get_attr(self, names.children).get());
-  }
-  Py_ssize_t index = 0;
-  for_each(get_attr(self, names.children).get(), [&](PyObject* child) {
-    if (!globals::is_instance_of(child, names.FunctionGraphNode)) {
-      schema_error().refuse({"FunctionGraphNode.children[", str(index),
-                             "] must be FunctionGraphNode; got ", type_name(child)});
-    }
-    ++index;
-  });
-  require_dict_field(self, names.config, "FunctionGraphNode.config");
-  return none();
-}
-
-bool accepts(PyObject* const* values) {
-  PyObject* type = values[0];
-  PyObject* children = values[2];
-  PyObject* config = values[3];
-  if (!is_plain_name(type) || !PyDict_CheckExact(config) || !PyList_CheckExact(children)) {
-    return false;
-  }
-  for (Py_ssize_t i = 0; i < PyList_GET_SIZE(children); ++i) {
-    if (!record.is_exact(PyList_GET_ITEM(children, i))) return false;
-  }
-  return true;
-}
+constinit NodeRecord record{kTable};
 
 // --- Coercion ---
 
 // mapping.get(key), or mapping.get(other_key, *fallback) where that is None
 template <typename... Fallback>
-Ref get_either(PyObject* mapping, PyObject* key, PyObject* other_key, Fallback... fallback) {
+Ref get_first(PyObject* mapping, PyObject* key, PyObject* other_key, Fallback... fallback) {
   Ref value = get(mapping, key);
   return is_none(value) ? get(mapping, other_key, fallback...) : std::move(value);
 }
 
-struct Operation {
-  Ref kind;
-  Ref node;
+// One payload as `resolve` sees it: any mapping, whose values may be anything.
+struct AnyPayload {
+  using Value = Ref;
+
+  PyObject* raw;
+
+  [[nodiscard]] Ref find(Key key) const { return get(raw, key_texts()[key]); }
+  [[nodiscard]] static bool is_none(const Ref& value) { return typed_shapes::is_none(value); }
+  [[nodiscard]] static Ref text(PyObject* name) { return Ref::borrow(name); }
+  [[nodiscard]] static bool is_runtime_type(const Ref& value) {
+    return contains(globals::lookup(names.GRAPH_RUNTIME_TYPES).get(), value.get());
+  }
+  [[nodiscard]] static bool is_text(const Ref& value, PyObject* name) {
+    return compare(value.get(), name, Py_EQ);
+  }
+  [[nodiscard]] static bool is_true(const Ref& value) { return typed_shapes::is_true(value.get()); }
 };
-
-// The kind and the operand of a node, out of the spellings that there are.
-Operation resolve(PyObject* raw) {
-  Ref type = get(raw, names.type);
-  Ref op = get(raw, names.op);
-  Ref node = get_either(raw, names.node, names.name);
-  if (is_none(node)) node = get(raw, names.function_name);
-
-  if (contains(globals::lookup(names.GRAPH_RUNTIME_TYPES).get(), type.get())) {
-    return {std::move(type), is_none(node) ? std::move(op) : std::move(node)};
-  }
-  const bool is_expression = compare(type.get(), names.expression, Py_EQ) || is_none(type);
-  if (!is_expression) {
-    return {Ref::borrow(names.rotation), is_none(node) ? std::move(type) : std::move(node)};
-  }
-  // The expression spelling has the operator in "op".
-  if (compare(op.get(), names.feature, Py_EQ)) {
-    return {Ref::borrow(names.feature), get(raw, names.name)};
-  }
-  if (compare(op.get(), names.filtration, Py_EQ)) {
-    return {Ref::borrow(names.filtration), Ref::borrow(names.filtration)};
-  }
-  if (is_true(op.get())) return {Ref::borrow(names.rotation), std::move(op)};
-  return {std::move(type), std::move(node)};
-}
 
 Ref coerce_node(PyObject* cls, PyObject* raw, MisfitPath& path);
 
@@ -148,11 +132,11 @@ Ref coerce_child(PyObject* cls, PyObject* raw, MisfitPath& path) {
 }
 
 Ref coerce_children(PyObject* cls, PyObject* raw, MisfitPath& path) {
-  Ref children = get_either(raw, names.children, names.args, own(PyList_New(0)).get());
+  Ref children = get_first(raw, names.children, names.args, own(PyList_New(0)).get());
   // Not the list that was offered as the default: the mapping may have kept it.
   Ref result = own(PyList_New(0));
   if (is_none(children)) return result;
-  if (!is_list(children.get())) refuse_children(schema_error(), children.get());
+  if (!is_list(children.get())) refuse_children(schema_error(), children);
   for_each(children.get(), [&](PyObject* child) {
     check(PyList_Append(result.get(), coerce_child(cls, child, path).get()));
   });
@@ -161,13 +145,14 @@ Ref coerce_children(PyObject* cls, PyObject* raw, MisfitPath& path) {
 
 // Anything but a dict is silently replaced, unlike children.
 Ref copy_config(PyObject* raw) {
-  Ref config = get_either(raw, names.config, names.params, own(PyDict_New()).get());
+  Ref config = get_first(raw, names.config, names.params, own(PyDict_New()).get());
   return is_dict(config.get()) ? dict_from(config.get()) : own(PyDict_New());
 }
 
 Ref coerce_canonically(PyObject* cls, PyObject* raw, MisfitPath& path) {
   require_json_mapping(raw, "FunctionGraphNode");
-  const auto [kind, node] = resolve(raw);
+  AnyPayload payload{raw};
+  const auto [kind, node] = resolve(payload);
   if (!is_non_empty_str(kind.get())) {
     schema_error().refuse({"graph node missing required str 'type' field; got ", repr(kind.get())});
   }
@@ -176,8 +161,8 @@ Ref coerce_canonically(PyObject* cls, PyObject* raw, MisfitPath& path) {
   Ref canonical_id = get(raw, names.canonical_id);
   Ref family = get(raw, names.family);
   Ref value = get(raw, names.value);
-  return record.create(cls, {kind.get(), node.get(), children.get(), config.get(),
-                             canonical_id.get(), family.get(), value.get()});
+  return record.call(cls, kind.get(), node.get(), children.get(), config.get(), canonical_id.get(),
+                     family.get(), value.get(), nullptr, nullptr);
 }
 
 Ref coerce_node(PyObject* cls, PyObject* raw, MisfitPath& path) {
@@ -186,20 +171,20 @@ Ref coerce_node(PyObject* cls, PyObject* raw, MisfitPath& path) {
       [&](MisfitPath& rest) { return coerce_canonically(cls, raw, rest); });
 }
 
-Ref from_raw(PyObject* const* arguments) {
-  const auto [cls, raw] = unpack<2>(arguments);
+Ref from_raw(PyObject* cls, PyObject* raw) {
   MisfitPath path;
   return coerce_node(cls, raw, path);
 }
 
-Ref coerce_graph(PyObject* const* arguments) {
-  const auto [raw] = unpack<1>(arguments);
+Ref coerce_graph(PyObject* raw) {
   return call_method(globals::lookup(names.FunctionGraphNode).get(), names.from_raw, raw);
 }
 
 }  // namespace
 
 void define_function_graph_node() {
+  globals::bind(names.GRAPH_RUNTIME_TYPES,
+                own(PyFrozenSet_New(list_of(kGraphRuntimeTypes).get())).get());
   define_record<record>();
   define_function(kCoerceGraph);
 }

@@ -5,28 +5,11 @@
 
 #include "common/checks.h"
 #include "common/scopes.h"
+#include "graph/node_keys.h"
 
 namespace typed_shapes {
 
 namespace {
-
-enum Key : std::uint8_t {
-  kType,
-  kOp,
-  kNode,
-  kName,
-  kFunctionName,
-  kChildren,
-  kArgs,
-  kConfig,
-  kParams,
-  kCanonicalId,
-  kFamily,
-  kValue,
-  kOther,  // a key that means nothing here
-};
-
-constexpr std::size_t kKeyCount = kOther;
 
 // What a payload has under each key; None where it has nothing, since no spelling tells the two
 // apart.
@@ -39,21 +22,47 @@ bool is_plain_non_dict(PyObject* object) {
 }
 
 Key find_key(PyObject* text) {
-  PyObject* const texts[kKeyCount] = {
-      names.type,          names.op,           names.node,   names.name,
-      names.function_name, names.children,     names.args,   names.config,
-      names.params,        names.canonical_id, names.family, names.value};
-  for (std::uint8_t key = 0; key < kKeyCount; ++key) {
-    if (is_same_text(texts[key], text)) return static_cast<Key>(key);
-  }
-  return kOther;
+  const auto texts = key_texts();
+  std::uint8_t key = 0;
+  while (key < kOther && !is_same_text(texts[key], text)) ++key;
+  return static_cast<Key>(key);
 }
+
+// One payload as `resolve` sees it. What may have a say in an answer leaves it open.
+struct PlainPayload {
+  using Value = PyObject*;
+
+  const Entries& entries;
+  PyObject* runtime_types;
+  bool is_sure = true;
+
+  [[nodiscard]] PyObject* find(Key key) const { return entries[key]; }
+  [[nodiscard]] static bool is_none(PyObject* value) { return value == Py_None; }
+  [[nodiscard]] static PyObject* text(PyObject* name) { return name; }
+  [[nodiscard]] bool is_runtime_type(PyObject* value) {
+    return is_settled(value) && check(PySet_Contains(runtime_types, value)) != 0;
+  }
+  [[nodiscard]] bool is_text(PyObject* value, PyObject* name) {
+    return is_settled(value) && is_same_text(value, name);
+  }
+  [[nodiscard]] bool is_true(PyObject* value) {
+    return is_settled(value) && PyUnicode_GET_LENGTH(value) > 0;
+  }
+
+ private:
+  // Whether the value is a plain str. Beside those only None cannot object.
+  bool is_settled(PyObject* value) {
+    const bool is_text = is_plain_str(value);
+    is_sure &= is_text || value == Py_None;
+    return is_text;
+  }
+};
 
 // One walk over one payload. Every object that it meets stays alive and as it is until the walk
 // ends, since no Python code runs: borrowed references hold.
 class GraphBuilder {
  public:
-  GraphBuilder(const Record& record, PyObject* runtime_types, MisfitPath& path)
+  GraphBuilder(const NodeRecord& record, PyObject* runtime_types, MisfitPath& path)
       : record_(record), runtime_types_(runtime_types), path_(path) {}
 
   // Null as soon as something is not for the fast path.
@@ -69,29 +78,24 @@ class GraphBuilder {
     Entries entries;
     entries.fill(Py_None);
     if (!PyDict_CheckExact(raw) || !read(raw, entries)) return {};
-    const Operation operation = resolve(entries);
-    if (operation.kind == nullptr) return {};
-    Ref children = build_children(either(entries[kChildren], entries[kArgs]));
+    PlainPayload payload{entries, runtime_types_};
+    const Operation<PyObject*> operation = resolve(payload);
+    if (!payload.is_sure || operation.kind == Py_None) return {};
+    Ref children = build_children(first_of(entries[kChildren], entries[kArgs]));
     if (!children) return {};
-    Ref config = copy_config(either(entries[kConfig], entries[kParams]));
+    Ref config = copy_config(first_of(entries[kConfig], entries[kParams]));
     if (!config) return {};
-    PyObject* const values[] = {
-        operation.kind,   operation.node,  children.get(), config.get(), entries[kCanonicalId],
-        entries[kFamily], entries[kValue], Py_None,        Py_None};
-    return record_.build(values);
+    return record_.make_unchecked(operation.kind, operation.node, children.get(), config.get(),
+                                  entries[kCanonicalId], entries[kFamily], entries[kValue], Py_None,
+                                  Py_None);
   }
-
-  struct Operation {
-    PyObject* kind = nullptr;
-    PyObject* node = nullptr;
-  };
 
   struct KnownKey {
     PyObject* text = nullptr;
     Key key = kOther;
   };
 
-  static PyObject* either(PyObject* first, PyObject* second) {
+  static PyObject* first_of(PyObject* first, PyObject* second) {
     return first != Py_None ? first : second;
   }
 
@@ -109,26 +113,6 @@ class GraphBuilder {
       entries[key_of(key)] = value;
       return true;
     });
-  }
-
-  [[nodiscard]] Operation resolve(const Entries& entries) const {
-    PyObject* type = entries[kType];
-    PyObject* op = entries[kOp];
-    PyObject* node = either(either(entries[kNode], entries[kName]), entries[kFunctionName]);
-    if (is_plain_str(type)) {
-      if (check(PySet_Contains(runtime_types_, type)) != 0) return {type, either(node, op)};
-      if (!is_same_text(type, names.expression)) return {names.rotation, either(node, type)};
-    } else if (type != Py_None) {
-      return {};
-    }
-    if (is_plain_str(op)) {
-      if (is_same_text(op, names.feature)) return {names.feature, entries[kName]};
-      if (is_same_text(op, names.filtration)) return {names.filtration, names.filtration};
-      if (PyUnicode_GET_LENGTH(op) > 0) return {names.rotation, op};
-    } else if (op != Py_None) {
-      return {};
-    }
-    return {type != Py_None ? type : nullptr, node};
   }
 
   Ref build_children(PyObject* raw) {
@@ -149,7 +133,7 @@ class GraphBuilder {
     return is_plain_non_dict(raw) ? own(PyDict_New()) : Ref();
   }
 
-  const Record& record_;
+  const NodeRecord& record_;
   PyObject* runtime_types_;
   MisfitPath& path_;
   std::array<KnownKey, 64> known_keys_{};
@@ -157,7 +141,7 @@ class GraphBuilder {
 
 }  // namespace
 
-Ref build_graph(Record& record, PyObject* cls, PyObject* raw, MisfitPath& path) {
+Ref build_graph(NodeRecord& record, PyObject* cls, PyObject* raw, MisfitPath& path) {
   if (!PyDict_CheckExact(raw) || !record.stands_for(cls)) return {};
   Ref runtime_types = globals::lookup(names.GRAPH_RUNTIME_TYPES);
   const CollectorPause pause;

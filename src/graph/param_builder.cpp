@@ -19,7 +19,7 @@ PyObject* or_none(PyObject* value) { return value != nullptr ? value : Py_None; 
 
 }  // namespace
 
-Ref build_param(Record& param_spec, PyObject* cls, PyObject* name, PyObject* raw) {
+Ref build_param(ParamRecord& param_spec, PyObject* cls, PyObject* name, PyObject* raw) {
   if (!PyDict_CheckExact(raw) || !param_spec.stands_for(cls) || !window_spec.untouched()) return {};
   if (!is_plain_name(name) || !has_str_keys(raw)) return {};
   // What is borrowed from the dict stays there: a collection could run code that changes it.
@@ -32,20 +32,13 @@ Ref build_param(Record& param_spec, PyObject* cls, PyObject* name, PyObject* raw
 
   Ref window = none();
   if (minimum != nullptr || maximum != nullptr || is_same_text(name, names.window)) {
-    PyObject* const fields[] = {or_none(minimum), or_none(maximum), fallback,
-                                or_none(find(raw, names.value))};
-    window = window_spec.build_accepted(fields);
+    window = window_spec.try_make(or_none(minimum), or_none(maximum), fallback,
+                                  or_none(find(raw, names.value)));
     if (!window) return {};
   }
   Ref is_variadic = boolean(variadic != nullptr && is_true(variadic));
-  PyObject* const values[] = {name,
-                              or_none(find(raw, names.type)),
-                              fallback,
-                              or_none(minimum),
-                              or_none(maximum),
-                              is_variadic.get(),
-                              window.get()};
-  return param_spec.build_accepted(values);
+  return param_spec.try_make(name, or_none(find(raw, names.type)), fallback, or_none(minimum),
+                             or_none(maximum), is_variadic.get(), window.get());
 }
 
 }  // namespace typed_shapes

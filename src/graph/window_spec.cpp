@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "common/checks.h"
+#include "module/contents.h"
 
 namespace typed_shapes {
 
@@ -13,27 +14,30 @@ namespace {
 // In the order of the fields.
 enum : std::size_t { kMinimum, kMaximum, kDefault, kValue };
 
+// Each on its own: all four fields are read before the first is looked at.
+constexpr Check kIntOrNone = {
+    nullptr, [](PyObject* value) { return value == Py_None || PyLong_CheckExact(value); }};
+
 constexpr Field kFields[] = {
-    {"minimum", "Optional[int]", Default::kNone},
-    {"maximum", "Optional[int]", Default::kNone},
-    {"default", "Optional[int]", Default::kNone},
-    {"value", "Optional[int]", Default::kNone},
+    {"minimum", "Optional[int]", Default::kNone, kIntOrNone},
+    {"maximum", "Optional[int]", Default::kNone, kIntOrNone},
+    {"default", "Optional[int]", Default::kNone, kIntOrNone},
+    {"value", "Optional[int]", Default::kNone, kIntOrNone},
 };
 
-Ref post_init(PyObject* const* arguments);
-Ref from_raw(PyObject* const* arguments);
-Ref picked(PyObject* const* arguments);
-bool accepts(PyObject* const* values);
+Ref post_init(PyObject* self);
+Ref from_raw(PyObject* cls, PyObject* raw);
+Ref picked(PyObject* self, PyObject* clamp_to);
 
 constexpr Method kMethods[] = {
-    {{"WindowSpec.__post_init__(self) -> None", nullptr, post_init}},
-    {{"WindowSpec.from_raw(cls, raw: Any) -> Optional['WindowSpec']", nullptr, from_raw},
+    {function<post_init>("WindowSpec.__post_init__(self) -> None")},
+    {function<from_raw>("WindowSpec.from_raw(cls, raw: Any) -> Optional['WindowSpec']"),
      Binding::kClassMethod},
-    {{"WindowSpec.picked(self, clamp_to: int = 1440) -> Optional[int]",
-      "Return the canonical window value (explicit, default, or clamped).", picked}},
+    {function<picked>("WindowSpec.picked(self, clamp_to: int = 1440) -> Optional[int]",
+                      "Return the canonical window value (explicit, default, or clamped).")},
 };
 
-constexpr RecordTable kTable = {
+constexpr RecordTable kTable = with_fields<kFields>({
     .name = "WindowSpec",
     .doc =
         "Window-parameter description used by stateful rotations.\n"
@@ -41,15 +45,12 @@ constexpr RecordTable kTable = {
         "Accepts the bound dict ``{\"window\": {\"min\": 1, \"max\": 240, \"default\": 60}}`` and\n"
         "the bare scalar ``{\"window\": 60}``; ``from_raw`` receives the inner value.\n",
     .decorator = Decorator::kFrozen,
-    .fields = kFields,
     .methods = kMethods,
-    .accepts = accepts,
-};
+});
 
 // --- Validation ---
 
-Ref post_init(PyObject* const* arguments) {
-  const auto [self] = unpack<1>(arguments);
+Ref post_init(PyObject* self) {
   PyObject* const fields[] = {names.minimum, names.maximum, names.default_, names.value};
   Ref values[std::size(fields)];
   for (std::size_t i = 0; i < std::size(fields); ++i) values[i] = get_attr(self, fields[i]);
@@ -62,32 +63,25 @@ Ref post_init(PyObject* const* arguments) {
   return none();
 }
 
-bool accepts(PyObject* const* values) {
-  return std::all_of(values, values + std::size(kFields),
-                     [](PyObject* value) { return value == Py_None || PyLong_CheckExact(value); });
-}
-
 // --- Coercion ---
 
-Ref from_raw(PyObject* const* arguments) {
-  const auto [cls, raw] = unpack<2>(arguments);
+Ref from_raw(PyObject* cls, PyObject* raw) {
   if (raw == Py_None) return none();
   if (globals::is_instance_of(raw, names.WindowSpec)) return Ref::borrow(raw);
   // bool is a kind of int and would pass for one.
   if (is_bool(raw)) schema_error().refuse({"WindowSpec payload cannot be bool"});
-  if (is_int(raw)) return window_spec.create(cls, {nullptr, nullptr, nullptr, raw});
+  if (is_int(raw)) return window_spec.call(cls, nullptr, nullptr, nullptr, raw);
   if (is_dict(raw)) {
     Ref minimum = get(raw, names.min);
     Ref maximum = get(raw, names.max);
     Ref fallback = get(raw, names.default_);
     Ref value = get(raw, names.value);
-    return window_spec.create(cls, {minimum.get(), maximum.get(), fallback.get(), value.get()});
+    return window_spec.call(cls, minimum.get(), maximum.get(), fallback.get(), value.get());
   }
   schema_error().refuse({"WindowSpec payload must be int, dict, or None; got ", type_name(raw)});
 }
 
-Ref picked(PyObject* const* arguments) {
-  const auto [self, clamp_to] = unpack<2>(arguments);
+Ref picked(PyObject* self, PyObject* clamp_to) {
   // Each use of a field reads it anew: a subclass may make a property of it.
   const auto field = [self](std::size_t index) { return window_spec.attribute(self, index); };
   if (!is_none(field(kValue))) return field(kValue);
@@ -102,13 +96,12 @@ Ref picked(PyObject* const* arguments) {
 
 }  // namespace
 
-constinit Record window_spec{kTable};
+constinit RecordOf<kWindowFields> window_spec{kTable};
 
 Ref coerce_window(PyObject* raw) {
   Ref cls = globals::lookup(names.WindowSpec);
   if (!window_spec.stands_for(cls.get())) return call_method(cls.get(), names.from_raw, raw);
-  PyObject* const arguments[] = {cls.get(), raw};
-  return from_raw(arguments);
+  return from_raw(cls.get(), raw);
 }
 
 void define_window_spec() { define_record<window_spec>(); }

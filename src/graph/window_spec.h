@@ -4,9 +4,8 @@
 
 namespace typed_shapes {
 
-extern Record window_spec;
-
-void define_window_spec();
+inline constexpr std::size_t kWindowFields = 4;
+extern RecordOf<kWindowFields> window_spec;
 
 // WindowSpec.from_raw(raw), the class looked up in the module now.
 [[nodiscard]] Ref coerce_window(PyObject* raw);

@@ -1,66 +1,12 @@
 // What one cost engine gives for one tick: a total and named components. The record reads as its
 // total, so that engine tests and diagnostics may treat it as an array.
-#include "live/cost_result.h"
-
 #include "common/checks.h"
 #include "common/forwarding.h"
+#include "module/contents.h"
 
 namespace typed_shapes {
 
 namespace {
-
-constexpr Field kFields[] = {
-    {"total", "np.ndarray"},
-    {"breakdown", "Dict[str, np.ndarray]", Default::kEmptyDict},
-};
-
-Ref post_init(PyObject* const* arguments);
-Ref from_raw(PyObject* const* arguments);
-bool accepts(PyObject* const* values);
-
-extern Record record;
-using Total = Forward<record, 0>;
-
-Ref shape(PyObject* const* arguments) {
-  return get_attr(get_attr(arguments[0], names.total).get(), names.shape);
-}
-
-Ref to_array(PyObject* const* arguments) {
-  const auto [self, dtype] = unpack<2>(arguments);
-  Ref as_array = numpy_attr(names.asarray);
-  Ref total = get_attr(self, names.total);
-  PyObject* const positional[] = {total.get()};
-  const Keyword keywords[] = {{names.dtype, dtype}};
-  return call_keywords(as_array.get(), positional, keywords);
-}
-
-constexpr Method kMethods[] = {
-    {{"CostResult.__post_init__(self) -> None", nullptr, post_init}},
-    {{"CostResult.from_raw(cls, raw: Any, *, context: str = u'cost engine') -> 'CostResult'",
-      "Validate an engine's compute_tick output is already a CostResult.", from_raw},
-     Binding::kClassMethod},
-    {{"CostResult.shape(self) -> Tuple[int, ...]",
-      "Array-compatible shape for direct engine tests and diagnostics.", shape},
-     Binding::kProperty},
-    {{"CostResult.__len__(self) -> int", nullptr, Total::length}},
-    {{"CostResult.__getitem__(self, key: Any) -> Any", nullptr, Total::item}},
-    {{"CostResult.__array__(self, dtype: Any = None) -> np.ndarray", nullptr, to_array}},
-};
-
-constexpr RecordTable kTable = {
-    .name = "CostResult",
-    .doc =
-        "Single-tick cost-engine output.\n"
-        "\n"
-        "``total`` is the cost array; ``breakdown`` holds its named components. ``shape``,\n"
-        "``len``, subscription and NumPy's conversion are those of ``total``.\n",
-    .decorator = Decorator::kPlain,
-    .fields = kFields,
-    .methods = kMethods,
-    .accepts = accepts,
-};
-
-constinit Record record{kTable};
 
 // --- Validation ---
 
@@ -72,26 +18,71 @@ void check_component(PyObject* label, PyObject* array) {
   require_array(array, [&] { return message({"CostResult.breakdown['", label, "']"}); });
 }
 
-Ref post_init(PyObject* const* arguments) {
-  const auto [self] = unpack<1>(arguments);
-  require_array_field(self, names.total, "CostResult.total");
-  require_dict_field(self, names.breakdown, "CostResult.breakdown");
-  for_each_item(get_attr(self, names.breakdown).get(), check_component);
-  return none();
+void require_components(const FieldAccess& field) {
+  require_dict(field);
+  for_each_item(field.read().get(), check_component);
 }
 
-bool accepts(PyObject* const* values) {
-  return is_plain_array(values[0]) &&
-         has_named_entries(values[1], [](PyObject* label, PyObject* array) {
-           return PyArray_CheckExact(array) && PyUnicode_Compare(label, names.total) != 0;
-         });
+bool accepts_components(PyObject* value) {
+  return has_named_entries(value, [](PyObject* label, PyObject* array) {
+    return PyArray_CheckExact(array) && PyUnicode_Compare(label, names.total) != 0;
+  });
 }
+
+constexpr Check kComponents = {require_components, accepts_components};
+
+// --- Table ---
+
+constexpr Field kFields[] = {
+    {"total", "np.ndarray", Default::kRequired, kArray},
+    {"breakdown", "Dict[str, np.ndarray]", Default::kEmptyDict, kComponents},
+};
+
+extern RecordOf<std::size(kFields)> record;
+
+Ref from_raw(PyObject* cls, PyObject* raw, PyObject* context);
+
+using Total = Forward<record, 0>;
+
+Ref shape(PyObject* self) { return get_attr(get_attr(self, names.total).get(), names.shape); }
+
+Ref to_array(PyObject* self, PyObject* dtype) {
+  Ref as_array = numpy_attr(names.asarray);
+  Ref total = get_attr(self, names.total);
+  PyObject* const positional[] = {total.get()};
+  const Keyword keywords[] = {{names.dtype, dtype}};
+  return call_keywords(as_array.get(), positional, keywords);
+}
+
+constexpr Method kMethods[] = {
+    {function<check_fields<record>>("CostResult.__post_init__(self) -> None")},
+    {function<from_raw>(
+         "CostResult.from_raw(cls, raw: Any, *, context: str = u'cost engine') -> 'CostResult'",
+         "Validate an engine's compute_tick output is already a CostResult."),
+     Binding::kClassMethod},
+    {function<shape>("CostResult.shape(self) -> Tuple[int, ...]",
+                     "Array-compatible shape for direct engine tests and diagnostics."),
+     Binding::kProperty},
+    {function<Total::length>("CostResult.__len__(self) -> int")},
+    {function<Total::item>("CostResult.__getitem__(self, key: Any) -> Any")},
+    {function<to_array>("CostResult.__array__(self, dtype: Any = None) -> np.ndarray")},
+};
+
+constexpr RecordTable kTable = with_fields<kFields>({
+    .name = "CostResult",
+    .doc = "Single-tick cost-engine output.\n"
+           "\n"
+           "``total`` is the cost array; ``breakdown`` holds its named components. ``shape``,\n"
+           "``len``, subscription and NumPy's conversion are those of ``total``.\n",
+    .decorator = Decorator::kPlain,
+    .methods = kMethods,
+});
+
+constinit RecordOf<std::size(kFields)> record{kTable};
 
 // --- Coercion ---
 
-Ref from_raw(PyObject* const* arguments) {
-  PyObject* raw = arguments[1];
-  PyObject* context = arguments[2];
+Ref from_raw(PyObject* /*cls*/, PyObject* raw, PyObject* context) {
   if (globals::is_instance_of(raw, names.CostResult)) return Ref::borrow(raw);
   schema_error().refuse({str(context), " returned ", type_name(raw), ", expected CostResult"});
 }

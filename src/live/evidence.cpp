@@ -1,59 +1,47 @@
 // The evidence of one check: a free-form dict behind a small dictionary-like surface.
-#include "live/evidence.h"
-
 #include "common/checks.h"
 #include "common/forwarding.h"
+#include "module/contents.h"
 
 namespace typed_shapes {
 
 namespace {
 
-constexpr Field kFields[] = {{"data", "Dict[str, Any]", Default::kEmptyDict}};
+constexpr Field kFields[] = {{"data", "Dict[str, Any]", Default::kEmptyDict, kDict}};
 
-Ref post_init(PyObject* const* arguments);
-Ref from_raw(PyObject* const* arguments);
-bool accepts(PyObject* const* values);
+extern RecordOf<std::size(kFields)> record;
 
-extern Record record;
+Ref from_raw(PyObject* cls, PyObject* raw);
+
 using Data = Forward<record, 0>;
 
 constexpr Method kMethods[] = {
-    {{"Evidence.__post_init__(self) -> None", nullptr, post_init}},
-    {{"Evidence.from_raw(cls, raw: Any) -> 'Evidence'", nullptr, from_raw}, Binding::kClassMethod},
-    {{"Evidence.__getitem__(self, key: str) -> Any", nullptr, Data::item}},
-    {{"Evidence.__setitem__(self, key: str, value: Any) -> None", nullptr, Data::set_item}},
-    {{"Evidence.__contains__(self, key: object) -> bool", nullptr, Data::contains}},
-    {{"Evidence.items(self)", nullptr, Data::items}},
-    {{"Evidence.keys(self)", nullptr, Data::keys}},
-    {{"Evidence.values(self)", nullptr, Data::values}},
-    {{"Evidence.get(self, key: str, default: Any = None) -> Any", nullptr, Data::get}},
+    {function<check_fields<record>>("Evidence.__post_init__(self) -> None")},
+    {function<from_raw>("Evidence.from_raw(cls, raw: Any) -> 'Evidence'"), Binding::kClassMethod},
+    {function<Data::item>("Evidence.__getitem__(self, key: str) -> Any")},
+    {function<Data::set_item>("Evidence.__setitem__(self, key: str, value: Any) -> None")},
+    {function<Data::contains>("Evidence.__contains__(self, key: object) -> bool")},
+    {function<Data::items>("Evidence.items(self)")},
+    {function<Data::keys>("Evidence.keys(self)")},
+    {function<Data::values>("Evidence.values(self)")},
+    {function<Data::get>("Evidence.get(self, key: str, default: Any = None) -> Any")},
 };
 
-constexpr RecordTable kTable = {
+constexpr RecordTable kTable = with_fields<kFields>({
     .name = "Evidence",
     .doc = "Typed wrapper for per-check evidence payloads.",
     .decorator = Decorator::kPlain,
-    .fields = kFields,
     .methods = kMethods,
-    .accepts = accepts,
-};
+});
 
-constinit Record record{kTable};
+constinit RecordOf<std::size(kFields)> record{kTable};
 
-Ref post_init(PyObject* const* arguments) {
-  require_dict_field(arguments[0], names.data, "Evidence.data");
-  return none();
-}
-
-bool accepts(PyObject* const* values) { return PyDict_CheckExact(values[0]); }
-
-Ref from_raw(PyObject* const* arguments) {
-  const auto [cls, raw] = unpack<2>(arguments);
-  if (raw == Py_None) return record.create(cls, {});
+Ref from_raw(PyObject* cls, PyObject* raw) {
+  if (raw == Py_None) return record.call(cls);
   if (!globals::is_mapping(raw)) {
     schema_error().refuse({"Evidence JSON mapping payload required or None; got ", type_name(raw)});
   }
-  return record.create(cls, {dict_from(raw).get()});
+  return record.call(cls, dict_from(raw).get());
 }
 
 }  // namespace

@@ -1,41 +1,11 @@
 // The history of one replay or backfill batch: for each feature one float64 array (T, N).
-#include "live/history_data.h"
-
 #include "common/checks.h"
 #include "common/forwarding.h"
+#include "module/contents.h"
 
 namespace typed_shapes {
 
 namespace {
-
-constexpr Field kFields[] = {{"by_feature", "Dict[str, np.ndarray]"}};
-
-Ref post_init(PyObject* const* arguments);
-Ref from_raw(PyObject* const* arguments);
-bool accepts(PyObject* const* values);
-
-extern Record record;
-using Features = Forward<record, 0>;
-
-constexpr Method kMethods[] = {
-    {{"HistoryData.__post_init__(self) -> None", nullptr, post_init}},
-    {{"HistoryData.from_raw(cls, raw: Any, *, context: str = u'history fetch') -> 'HistoryData'",
-      nullptr, from_raw},
-     Binding::kClassMethod},
-    {{"HistoryData.__contains__(self, feat: object) -> bool", nullptr, Features::contains}},
-    {{"HistoryData.__getitem__(self, feat: str) -> np.ndarray", nullptr, Features::item}},
-};
-
-constexpr RecordTable kTable = {
-    .name = "HistoryData",
-    .doc = "Per-feature historical-data payload for one replay or backfill batch.",
-    .decorator = Decorator::kPlain,
-    .fields = kFields,
-    .methods = kMethods,
-    .accepts = accepts,
-};
-
-constinit Record record{kTable};
 
 // --- Validation ---
 
@@ -55,11 +25,9 @@ void check_feature(PyObject* name, PyObject* array) {
   }
 }
 
-Ref post_init(PyObject* const* arguments) {
-  const auto [self] = unpack<1>(arguments);
-  require_dict_field(self, names.by_feature, "HistoryData.by_feature");
-  for_each_item(get_attr(self, names.by_feature).get(), check_feature);
-  return none();
+void require_features(const FieldAccess& field) {
+  require_dict(field);
+  for_each_item(field.read().get(), check_feature);
 }
 
 bool is_float64_table(PyObject* value) {
@@ -69,22 +37,52 @@ bool is_float64_table(PyObject* value) {
          PyArray_ISNOTSWAPPED(array);
 }
 
-bool accepts(PyObject* const* values) {
-  return numpy_untouched() && has_named_entries(values[0], [](PyObject* /*name*/, PyObject* array) {
+bool accepts_features(PyObject* value) {
+  return numpy_untouched() && has_named_entries(value, [](PyObject* /*name*/, PyObject* array) {
            return is_float64_table(array);
          });
 }
 
+constexpr Check kFeatures = {require_features, accepts_features};
+
+// --- Table ---
+
+constexpr Field kFields[] = {
+    {"by_feature", "Dict[str, np.ndarray]", Default::kRequired, kFeatures}};
+
+extern RecordOf<std::size(kFields)> record;
+
+Ref from_raw(PyObject* cls, PyObject* raw, PyObject* context);
+
+using Features = Forward<record, 0>;
+
+constexpr Method kMethods[] = {
+    {function<check_fields<record>>("HistoryData.__post_init__(self) -> None")},
+    {function<from_raw>("HistoryData.from_raw(cls, raw: Any, *, context: str = u'history fetch') "
+                        "-> 'HistoryData'"),
+     Binding::kClassMethod},
+    {function<Features::contains>("HistoryData.__contains__(self, feat: object) -> bool")},
+    {function<Features::item>("HistoryData.__getitem__(self, feat: str) -> np.ndarray")},
+};
+
+constexpr RecordTable kTable = with_fields<kFields>({
+    .name = "HistoryData",
+    .doc = "Per-feature historical-data payload for one replay or backfill batch.",
+    .decorator = Decorator::kPlain,
+    .methods = kMethods,
+});
+
+constinit RecordOf<std::size(kFields)> record{kTable};
+
 // --- Coercion ---
 
-Ref from_raw(PyObject* const* arguments) {
-  const auto [cls, raw, context] = unpack<3>(arguments);
+Ref from_raw(PyObject* cls, PyObject* raw, PyObject* context) {
   if (globals::is_instance_of(raw, names.HistoryData)) return Ref::borrow(raw);
   if (!is_dict(raw)) {
     schema_error().refuse(
         {str(context), " returned ", type_name(raw), ", expected dict[str, np.ndarray]"});
   }
-  return record.create(cls, {dict_from(raw).get()});
+  return record.call(cls, dict_from(raw).get());
 }
 
 }  // namespace

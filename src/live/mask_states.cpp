@@ -42,7 +42,9 @@ Ref half(double number) {
 
 Ref equals(PyObject* mask, double number) { return rich_compare(mask, half(number).get(), Py_EQ); }
 
-Ref either(const Ref& left, const Ref& right) { return own(PyNumber_Or(left.get(), right.get())); }
+Ref bitwise_or(const Ref& left, const Ref& right) {
+  return own(PyNumber_Or(left.get(), right.get()));
+}
 
 // np.name(array)
 Ref numpy_call(PyObject* name, PyObject* array) { return call(numpy_attr(name).get(), array); }
@@ -61,14 +63,14 @@ bool has_valid_states(PyArrayObject* mask) noexcept {
 Ref invalid_state_index(PyObject* mask) {
   Ref is_nan = numpy_call(names.isnan, mask);
   Ref is_zero = equals(mask, 0.0);
-  Ref is_nan_or_zero = either(is_nan, is_zero);
+  Ref is_nan_or_zero = bitwise_or(is_nan, is_zero);
   Ref is_one = equals(mask, 1.0);
-  Ref valid = either(is_nan_or_zero, is_one);
+  Ref valid = bitwise_or(is_nan_or_zero, is_one);
   // Negative zero equals zero and would pass.
   is_zero = equals(mask, 0.0);
   Ref sign = numpy_call(names.signbit, mask);
   Ref negative_zero = own(PyNumber_And(is_zero.get(), sign.get()));
-  Ref invalid = either(own(PyNumber_Invert(valid.get())), negative_zero);
+  Ref invalid = bitwise_or(own(PyNumber_Invert(valid.get())), negative_zero);
   if (!is_true(numpy_call(names.any, invalid.get()).get())) return {};
   Ref indices = numpy_call(names.flatnonzero, invalid.get());
   Ref first = get_item(indices.get(), own(PyLong_FromLong(0)).get());

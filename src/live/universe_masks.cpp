@@ -1,50 +1,48 @@
 // The universe masks of one tick: for each tag one array with an entry for each allocated slot. A
 // float16 mask is three-state: NaN, zero, one.
-#include "live/universe_masks.h"
-
 #include "common/checks.h"
 #include "common/forwarding.h"
 #include "live/mask_states.h"
+#include "module/contents.h"
 
 namespace typed_shapes {
 
 namespace {
 
-constexpr Field kFields[] = {{"by_tag", "Dict[str, np.ndarray]"}, {"n_alloc", "int"}};
+constexpr Field kFields[] = {{"by_tag", "Dict[str, np.ndarray]", Default::kRequired, kDict},
+                             {"n_alloc", "int"}};
 
-Ref post_init(PyObject* const* arguments);
-Ref from_raw(PyObject* const* arguments);
-bool accepts(PyObject* const* values);
+Ref post_init(PyObject* self);
+Ref from_raw(PyObject* cls, PyObject* raw, PyObject* n_alloc);
+bool accepts(PyObject* by_tag, PyObject* n_alloc);
 
-extern Record record;
+extern RecordOf<std::size(kFields)> record;
 using Masks = Forward<record, 0>;
 
 constexpr Method kMethods[] = {
-    {{"UniverseMasks.__post_init__(self) -> None", nullptr, post_init}},
-    {{"UniverseMasks.from_raw(cls, raw: Any, *, n_alloc: int) -> 'UniverseMasks'", nullptr,
-      from_raw},
+    {function<post_init>("UniverseMasks.__post_init__(self) -> None")},
+    {function<from_raw>(
+         "UniverseMasks.from_raw(cls, raw: Any, *, n_alloc: int) -> 'UniverseMasks'"),
      Binding::kClassMethod},
-    {{"UniverseMasks.__contains__(self, tag: object) -> bool", nullptr, Masks::contains}},
-    {{"UniverseMasks.__getitem__(self, tag: str) -> np.ndarray", nullptr, Masks::item}},
-    {{"UniverseMasks.get(self, tag: str, default: Any = None) -> Any", nullptr, Masks::get}},
-    {{"UniverseMasks.keys(self)", nullptr, Masks::keys}},
-    {{"UniverseMasks.items(self)", nullptr, Masks::items}},
+    {function<Masks::contains>("UniverseMasks.__contains__(self, tag: object) -> bool")},
+    {function<Masks::item>("UniverseMasks.__getitem__(self, tag: str) -> np.ndarray")},
+    {function<Masks::get>("UniverseMasks.get(self, tag: str, default: Any = None) -> Any")},
+    {function<Masks::keys>("UniverseMasks.keys(self)")},
+    {function<Masks::items>("UniverseMasks.items(self)")},
 };
 
-constexpr RecordTable kTable = {
+constexpr RecordTable kTable = with_fields<kFields>({
     .name = "UniverseMasks",
-    .doc =
-        "Per-tag universe-mask payload for one tick.\n"
-        "\n"
-        "Each mask is a C-contiguous array of shape ``(n_alloc,)`` and dtype float64, float16\n"
-        "or bool; a float16 mask holds NaN, positive zero or positive one.\n",
+    .doc = "Per-tag universe-mask payload for one tick.\n"
+           "\n"
+           "Each mask is a C-contiguous array of shape ``(n_alloc,)`` and dtype float64, float16\n"
+           "or bool; a float16 mask holds NaN, positive zero or positive one.\n",
     .decorator = Decorator::kPlain,
-    .fields = kFields,
     .methods = kMethods,
-    .accepts = accepts,
-};
+    .accepts = accept_all<accepts, kFields>,
+});
 
-constinit Record record{kTable};
+constinit RecordOf<std::size(kFields)> record{kTable};
 
 // --- Validation ---
 
@@ -97,9 +95,8 @@ void check_length(PyObject* self) {
                          repr(get_attr(self, names.n_alloc).get())});
 }
 
-Ref post_init(PyObject* const* arguments) {
-  PyObject* const self = arguments[0];
-  require_dict_field(self, names.by_tag, "UniverseMasks.by_tag");
+Ref post_init(PyObject* self) {
+  record.require_fields(self);
   check_length(self);
   for_each_item(get_attr(self, names.by_tag).get(),
                 [self](PyObject* tag, PyObject* mask) { check_mask(self, tag, mask); });
@@ -116,20 +113,19 @@ bool is_valid_mask(PyArrayObject* mask, npy_intp n_alloc) {
   return type == NPY_DOUBLE || type == NPY_BOOL;
 }
 
-bool accepts(PyObject* const* values) {
-  if (!PyLong_CheckExact(values[1]) || !numpy_untouched()) return false;
+bool accepts(PyObject* by_tag, PyObject* n_alloc) {
+  if (!PyLong_CheckExact(n_alloc) || !numpy_untouched()) return false;
   int overflow = 0;
-  const long long n_alloc = PyLong_AsLongLongAndOverflow(values[1], &overflow);
-  if (overflow != 0 || n_alloc <= 0) return false;
-  return has_named_entries(values[0], [&](PyObject* /*tag*/, PyObject* mask) {
-    return PyArray_CheckExact(mask) && is_valid_mask(as_array(mask), n_alloc);
+  const long long length = PyLong_AsLongLongAndOverflow(n_alloc, &overflow);
+  if (overflow != 0 || length <= 0) return false;
+  return has_named_entries(by_tag, [&](PyObject* /*tag*/, PyObject* mask) {
+    return PyArray_CheckExact(mask) && is_valid_mask(as_array(mask), length);
   });
 }
 
 // --- Coercion ---
 
-Ref from_raw(PyObject* const* arguments) {
-  const auto [cls, raw, n_alloc] = unpack<3>(arguments);
+Ref from_raw(PyObject* cls, PyObject* raw, PyObject* n_alloc) {
   if (globals::is_instance_of(raw, names.UniverseMasks)) {
     if (!compare(get_attr(raw, names.n_alloc).get(), n_alloc, Py_NE)) return Ref::borrow(raw);
     schema_error().refuse({"UniverseMasks coerced with n_alloc=", str(n_alloc),
@@ -139,7 +135,7 @@ Ref from_raw(PyObject* const* arguments) {
     schema_error().refuse(
         {"UniverseMasks payload must be dict[str, np.ndarray]; got ", type_name(raw)});
   }
-  return record.create(cls, {dict_from(raw).get(), n_alloc});
+  return record.call(cls, dict_from(raw).get(), n_alloc);
 }
 
 }  // namespace

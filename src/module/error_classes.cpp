@@ -1,29 +1,27 @@
 // SchemaError is the one error of every coercion and validation. InvalidFunctionStateError refuses
 // a restore record and tells why in four attributes. Both are ValueErrors.
-#include "module/error_classes.h"
-
 #include "common/class_body.h"
 #include "common/globals.h"
+#include "module/contents.h"
 
 namespace typed_shapes {
 
 namespace {
 
-Ref initialise(PyObject* const* arguments);
+Ref initialise(PyObject* self, PyObject* message, PyObject* function_name,
+               PyObject* expected_version, PyObject* state_type, PyObject* reason);
 
-constexpr Method kInitialise = {
-    {"InvalidFunctionStateError.__init__(self, message: str, *, function_name: str | None = None, "
-     "expected_function_version: int | None = None, state_type: str | None = None, "
-     "reason: str | None = None)",
-     nullptr, initialise}};
+constexpr Method kInitialise = {function<initialise>(
+    "InvalidFunctionStateError.__init__(self, message: str, *, function_name: str | None = None, "
+    "expected_function_version: int | None = None, state_type: str | None = None, "
+    "reason: str | None = None)")};
 
 // The class that super() starts from: the one of the class body, whatever the module's name holds
 // later.
 Slot invalid_function_state_error;
 
-Ref initialise(PyObject* const* arguments) {
-  const auto [self, message, function_name, expected_version, state_type, reason] =
-      unpack<6>(arguments);
+Ref initialise(PyObject* self, PyObject* message, PyObject* function_name,
+               PyObject* expected_version, PyObject* state_type, PyObject* reason) {
   Ref cls = globals::held(invalid_function_state_error);
   Ref parent = call(reinterpret_cast<PyObject*>(&PySuper_Type), cls.get(), self);
   call_method(parent.get(), names.init, message);

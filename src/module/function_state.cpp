@@ -1,10 +1,9 @@
 // The restore contract of stateful functions: a state comes back in exactly one record shape, for
 // the function and the version that it was made by, or not at all.
-#include "module/function_state.h"
-
 #include "common/globals.h"
 #include "common/message.h"
 #include "common/record.h"
+#include "module/contents.h"
 
 namespace typed_shapes {
 
@@ -13,30 +12,29 @@ namespace {
 constexpr Field kFields[] = {
     {"function_name", "str"}, {"function_version", "int"}, {"data", "Any"}};
 
-Ref reject(PyObject* const* arguments);
-Ref validate(PyObject* const* arguments);
+Ref reject(PyObject* text, PyObject* expected_name, PyObject* expected_version, PyObject* state,
+           PyObject* reason);
+Ref validate(PyObject* state, PyObject* expected_name, PyObject* expected_version);
 
-constexpr RecordTable kTable = {
+constexpr RecordTable kTable = with_fields<kFields>({
     .name = "FunctionState",
     .doc = "Canonical state transport record for stateful function restoration.",
     .decorator = Decorator::kFrozen,
-    .fields = kFields,
-};
+});
 
-constexpr FunctionTable kReject = {
+constexpr FunctionTable kReject = function<reject>(
     "_reject_function_state(message: str, *, expected_name: str, expected_version: int, "
-    "state: Any, reason: str) -> None",
-    nullptr, reject};
+    "state: Any, reason: str) -> None");
 
-constexpr FunctionTable kValidate = {
+constexpr FunctionTable kValidate = function<validate>(
     "validate_function_state(state: Any, *, expected_name: str, expected_version: int) -> "
     "dict[str, Any]",
-    "Return ``state.data`` after enforcing the single restore record contract.", validate};
+    "Return ``state.data`` after enforcing the single restore record contract.");
 
-constinit Record record{kTable};
+constinit RecordOf<std::size(kFields)> record{kTable};
 
-Ref reject(PyObject* const* arguments) {
-  const auto [text, expected_name, expected_version, state, reason] = unpack<5>(arguments);
+Ref reject(PyObject* text, PyObject* expected_name, PyObject* expected_version, PyObject* state,
+           PyObject* reason) {
   Ref error_class = globals::lookup(names.InvalidFunctionStateError);
   Ref state_type = type_name(state);
   PyObject* const positional[] = {text};
@@ -131,8 +129,7 @@ Ref accepted_data(PyObject* state, PyObject* expected_name, PyObject* expected_v
   return accepted ? std::move(data) : Ref();
 }
 
-Ref validate(PyObject* const* arguments) {
-  const auto [state, expected_name, expected_version] = unpack<3>(arguments);
+Ref validate(PyObject* state, PyObject* expected_name, PyObject* expected_version) {
   if (Ref data = accepted_data(state, expected_name, expected_version)) return data;
   return Restore(state, expected_name, expected_version).validate();
 }

@@ -4,7 +4,7 @@
 
 #include "common/errors.h"
 #include "common/globals.h"
-#include "module/body.h"
+#include "module/contents.h"
 
 namespace typed_shapes {
 
@@ -87,7 +87,7 @@ class Registration {
   }
   ~Registration() {
     if (!added_ || kept_) return;
-    const ErrorAside pending;
+    const SavedError pending;
     // By the name that was made before: there may be no memory for another.
     if (PyDict_DelItem(modules_, name_.get()) < 0) PyErr_Clear();
   }
@@ -125,7 +125,7 @@ void execute_module(PyObject* module) {
     load(module);
   } catch (...) {
     // Nothing stays behind, so that a later import of the process starts anew.
-    const ErrorAside pending;
+    const SavedError pending;
     Slot::clear_all();
     throw;
   }

@@ -31,7 +31,7 @@ bool is_same_number(Half x, Half y) noexcept {
   return x.bits == y.bits || (x.magnitude() | y.magnitude()) == 0;
 }
 // Finite, and beyond half of the largest: a difference may overflow.
-bool is_large(Half x) noexcept { return x.magnitude() >= 0x7800U && x.magnitude() < 0x7C00U; }
+bool may_overflow(Half x) noexcept { return x.magnitude() >= 0x7800U && x.magnitude() < 0x7C00U; }
 
 template <typename Float>
 bool is_nan(Float x) noexcept {
@@ -42,7 +42,7 @@ bool is_same_number(Float x, Float y) noexcept {
   return x == y;
 }
 template <typename Float>
-bool is_large(Float x) noexcept {
+bool may_overflow(Float x) noexcept {
   const Float size = std::abs(x);
   return size > std::numeric_limits<Float>::max() / 2 && size <= std::numeric_limits<Float>::max();
 }
@@ -63,7 +63,7 @@ bool is_same_number(Complex<Float> x, Complex<Float> y) noexcept {
 }
 // The modulus or a difference may overflow, or an infinite part times zero is invalid.
 template <typename Float>
-bool is_large(Complex<Float> x) noexcept {
+bool may_overflow(Complex<Float> x) noexcept {
   constexpr Float kLimit = std::numeric_limits<Float>::max() / 4;
   return std::abs(x.real) > kLimit || std::abs(x.imaginary) > kLimit;
 }
@@ -88,7 +88,7 @@ std::uint64_t signalling(Complex<Float> x) noexcept {
 }
 
 template <typename Number>
-bool any_warned_of(const Number* values, std::size_t count) noexcept {
+bool numpy1_would_warn(const Number* values, std::size_t count) noexcept {
   static const bool is_numpy_1 = PyArray_GetNDArrayCFeatureVersion() < NPY_2_0_API_VERSION;
   if (!is_numpy_1) return false;
   std::uint64_t found = 0;
@@ -98,7 +98,7 @@ bool any_warned_of(const Number* values, std::size_t count) noexcept {
 
 template <typename Number>
 bool any_large(const Number* values, std::size_t count) noexcept {
-  return std::any_of(values, values + count, [](Number x) { return is_large(x); });
+  return std::any_of(values, values + count, [](Number x) { return may_overflow(x); });
 }
 
 template <typename Number>
@@ -128,7 +128,8 @@ bool all_match(const Number* x, const Number* y, std::size_t count) noexcept {
 template <typename Number>
 Verdict match_all(const Number* x, const Number* y, std::size_t count) noexcept {
   const bool same_bytes = std::memcmp(x, y, count * sizeof(Number)) == 0;
-  if (any_warned_of(x, count) || (!same_bytes && any_warned_of(y, count))) return Verdict::kUnsure;
+  if (numpy1_would_warn(x, count) || (!same_bytes && numpy1_would_warn(y, count)))
+    return Verdict::kUnsure;
   return same_bytes || all_match(x, y, count) ? Verdict::kEqual : Verdict::kDifferent;
 }
 

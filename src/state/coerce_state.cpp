@@ -7,21 +7,21 @@
 #include "common/checks.h"
 #include "common/misfit_path.h"
 #include "common/scopes.h"
+#include "module/contents.h"
 #include "state/state_values.h"
 
 namespace typed_shapes {
 
 namespace {
 
-Ref coerce_state(PyObject* const* arguments);
+Ref coerce_state(PyObject* raw);
 
-constexpr FunctionTable kCoerceState = {
+constexpr FunctionTable kCoerceState = function<coerce_state>(
     "coerce_state(raw: Any) -> StateValue",
     "Coerce an arbitrary state payload into the typed StateValue sum type.\n"
     "\n"
     "Accepted kinds: None, bool, int, float, str, np.ndarray, dict (str-keyed), list and\n"
-    "tuple. Anything else is wrapped as ``StateScalar(value=raw)``.",
-    coerce_state};
+    "tuple. Anything else is wrapped as ``StateScalar(value=raw)``.");
 
 // --- Canonical path ---
 
@@ -54,7 +54,7 @@ Ref coerce_dict(PyObject* raw, MisfitPath& path) {
     Ref coerced = coerce_item(value, path);
     check(PyDict_SetItem(entries.get(), text.get(), coerced.get()));
   });
-  return state_mapping.create(cls.get(), {entries.get()});
+  return state_mapping.call(cls.get(), entries.get());
 }
 
 Ref coerce_sequence(PyObject* raw, MisfitPath& path) {
@@ -64,7 +64,7 @@ Ref coerce_sequence(PyObject* raw, MisfitPath& path) {
     check(PyList_Append(items.get(), coerce_generated(item, path).get()));
   });
   Ref tuple = own(PyList_AsTuple(items.get()));
-  return state_sequence.create(cls.get(), {tuple.get()});
+  return state_sequence.call(cls.get(), tuple.get());
 }
 
 Ref coerce_canonically(PyObject* raw, MisfitPath& path) {
@@ -73,11 +73,11 @@ Ref coerce_canonically(PyObject* raw, MisfitPath& path) {
     if (globals::is_instance_of(raw, variant)) return Ref::borrow(raw);
   }
   if (is_array(raw)) {
-    return state_array.create(globals::lookup(names.StateArray).get(), {raw});
+    return state_array.call(globals::lookup(names.StateArray).get(), raw);
   }
   if (is_dict(raw)) return coerce_dict(raw, path);
   if (is_list(raw) || is_tuple(raw)) return coerce_sequence(raw, path);
-  return state_scalar.create(globals::lookup(names.StateScalar).get(), {raw});
+  return state_scalar.call(globals::lookup(names.StateScalar).get(), raw);
 }
 
 // --- Fast path ---
@@ -109,8 +109,7 @@ Ref build_mapping(PyObject* raw, MisfitPath& path) {
     return static_cast<bool>(coerced);
   });
   if (!is_built) return {};
-  PyObject* const values[] = {entries.get()};
-  return state_mapping.build(values);
+  return state_mapping.make_unchecked(entries.get());
 }
 
 Ref build_sequence(PyObject* raw, MisfitPath& path) {
@@ -122,18 +121,16 @@ Ref build_sequence(PyObject* raw, MisfitPath& path) {
     if (!coerced) return {};
     PyTuple_SET_ITEM(items.get(), i, coerced.release());
   }
-  PyObject* const values[] = {items.get()};
-  return state_sequence.build(values);
+  return state_sequence.make_unchecked(items.get());
 }
 
 Ref build_value(PyObject* raw, MisfitPath& path) {
-  PyObject* const values[] = {raw};
-  if (is_builtin_scalar(raw)) return state_scalar.build(values);
+  if (is_builtin_scalar(raw)) return state_scalar.make_unchecked(raw);
   if (PyDict_CheckExact(raw)) return build_mapping(raw, path);
   if (PyList_CheckExact(raw) || PyTuple_CheckExact(raw)) return build_sequence(raw, path);
-  if (PyArray_CheckExact(raw)) return state_array.build(values);
+  if (PyArray_CheckExact(raw)) return state_array.make_unchecked(raw);
   if (is_state_value(raw)) return Ref::borrow(raw);
-  if (is_settled_scalar(raw)) return state_scalar.build(values);
+  if (is_settled_scalar(raw)) return state_scalar.make_unchecked(raw);
   return {};
 }
 
@@ -155,8 +152,7 @@ Ref coerce(PyObject* raw, MisfitPath& path) {
       [raw](MisfitPath& rest) { return coerce_canonically(raw, rest); });
 }
 
-Ref coerce_state(PyObject* const* arguments) {
-  const auto [raw] = unpack<1>(arguments);
+Ref coerce_state(PyObject* raw) {
   MisfitPath path;
   return coerce(raw, path);
 }

@@ -8,7 +8,4 @@ namespace typed_shapes {
 // for one that is too deep or contains itself. Only for untouched state values.
 [[nodiscard]] bool is_plain_payload(PyObject* raw);
 
-// coerce_state
-void define_coerce_state();
-
 }  // namespace typed_shapes

@@ -3,77 +3,52 @@
 #include "state/state_values.h"
 
 #include "common/checks.h"
+#include "module/contents.h"
 
 namespace typed_shapes {
 
 namespace {
 
 constexpr Field kScalarFields[] = {{"value", "Any"}};
-constexpr Field kArrayFields[] = {{"data", "np.ndarray"}};
-constexpr Field kMappingFields[] = {{"entries", "Mapping[str, 'StateValue']"}};
+constexpr Field kArrayFields[] = {{"data", "np.ndarray", Default::kRequired, kArray}};
+constexpr Field kMappingFields[] = {
+    {"entries", "Mapping[str, 'StateValue']", Default::kRequired, kDict}};
 constexpr Field kSequenceFields[] = {{"items_", "Tuple['StateValue', ...]"}};
 
-Ref validate_array(PyObject* const* arguments);
-Ref validate_mapping(PyObject* const* arguments);
-bool accepts_array(PyObject* const* values);
-bool accepts_mapping(PyObject* const* values);
-
 constexpr Method kArrayMethods[] = {
-    {{"StateArray.__post_init__(self) -> None", nullptr, validate_array}}};
+    {function<check_fields<state_array>>("StateArray.__post_init__(self) -> None")}};
 constexpr Method kMappingMethods[] = {
-    {{"StateMapping.__post_init__(self) -> None", nullptr, validate_mapping}}};
+    {function<check_fields<state_mapping>>("StateMapping.__post_init__(self) -> None")}};
 
-constexpr RecordTable kScalarTable = {
+constexpr RecordTable kScalarTable = with_fields<kScalarFields>({
     .name = "StateScalar",
     .doc = "Atomic state value (None, bool, int, float, str, ...).",
     .decorator = Decorator::kFrozen,
-    .fields = kScalarFields,
-};
-constexpr RecordTable kArrayTable = {
+});
+constexpr RecordTable kArrayTable = with_fields<kArrayFields>({
     .name = "StateArray",
     .doc = "Array-valued state node (compared with NaN tolerance).",
     .decorator = Decorator::kFrozen,
-    .fields = kArrayFields,
     .methods = kArrayMethods,
-    .accepts = accepts_array,
-};
-constexpr RecordTable kMappingTable = {
+});
+constexpr RecordTable kMappingTable = with_fields<kMappingFields>({
     .name = "StateMapping",
     .doc = "Mapping-valued state node (key -> StateValue).",
     .decorator = Decorator::kFrozen,
-    .fields = kMappingFields,
     .methods = kMappingMethods,
-    .accepts = accepts_mapping,
-};
-constexpr RecordTable kSequenceTable = {
+});
+constexpr RecordTable kSequenceTable = with_fields<kSequenceFields>({
     .name = "StateSequence",
     .doc = "Ordered state node (list/tuple).",
     .decorator = Decorator::kFrozen,
-    .fields = kSequenceFields,
-};
-
-Ref validate_array(PyObject* const* arguments) {
-  const auto [self] = unpack<1>(arguments);
-  require_array_field(self, names.data, "StateArray.data");
-  return none();
-}
-
-bool accepts_array(PyObject* const* values) { return is_plain_array(values[0]); }
-
-Ref validate_mapping(PyObject* const* arguments) {
-  const auto [self] = unpack<1>(arguments);
-  require_dict_field(self, names.entries, "StateMapping.entries");
-  return none();
-}
-
-bool accepts_mapping(PyObject* const* values) { return PyDict_CheckExact(values[0]); }
+});
 
 }  // namespace
 
-constinit Record state_scalar{kScalarTable};
-constinit Record state_array{kArrayTable};
-constinit Record state_mapping{kMappingTable};
-constinit Record state_sequence{kSequenceTable};
+constinit RecordOf<1> state_scalar{kScalarTable};
+constinit RecordOf<1> state_array{kArrayTable};
+constinit RecordOf<1> state_mapping{kMappingTable};
+constinit RecordOf<1> state_sequence{kSequenceTable};
 
 void define_state_values() {
   define_record<state_scalar>();

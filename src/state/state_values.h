@@ -5,12 +5,10 @@
 
 namespace typed_shapes {
 
-extern Record state_scalar;    // value
-extern Record state_array;     // data
-extern Record state_mapping;   // entries
-extern Record state_sequence;  // items_
-
-void define_state_values();
+extern RecordOf<1> state_scalar;    // value
+extern RecordOf<1> state_array;     // data
+extern RecordOf<1> state_mapping;   // entries
+extern RecordOf<1> state_sequence;  // items_
 
 // Whether natively built and natively read variants are what the module's own code would see.
 [[nodiscard]] bool state_values_untouched() noexcept;

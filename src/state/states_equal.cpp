@@ -1,32 +1,30 @@
 // Deep equality of two state payloads: exact, but NaN equals NaN. states_equal coerces both sides;
 // _states_value_equal compares what is typed already.
-#include "state/states_equal.h"
-
 #include <cstring>
 
 #include "common/checks.h"
 #include "common/misfit_path.h"
 #include "common/scopes.h"
-#include "state/side_by_side.h"
+#include "module/contents.h"
+#include "state/parallel_walk.h"
 #include "state/state_values.h"
 
 namespace typed_shapes {
 
 namespace {
 
-Ref states_equal(PyObject* const* arguments);
-Ref states_value_equal(PyObject* const* arguments);
+Ref states_equal(PyObject* a, PyObject* b);
+Ref states_value_equal(PyObject* a, PyObject* b);
 
-constexpr FunctionTable kStatesEqual = {
+constexpr FunctionTable kStatesEqual = function<states_equal>(
     "states_equal(a: Any, b: Any) -> bool",
     "Deep equality of two state payloads with NaN tolerance.\n"
     "\n"
     "Each operand is coerced to ``StateValue`` first. None on both sides is True;\n"
-    "mismatched variants are False; arrays compare via ``np.allclose(equal_nan=True)``.",
-    states_equal};
+    "mismatched variants are False; arrays compare via ``np.allclose(equal_nan=True)``.");
 
-constexpr FunctionTable kStatesValueEqual = {
-    "_states_value_equal(a: StateValue, b: StateValue) -> bool", nullptr, states_value_equal};
+constexpr FunctionTable kStatesValueEqual =
+    function<states_value_equal>("_states_value_equal(a: StateValue, b: StateValue) -> bool");
 
 DictWatch math_names;
 
@@ -160,14 +158,12 @@ Ref values_equal(PyObject* a, PyObject* b, MisfitPath& path) {
       [a, b](MisfitPath& rest) { return compare_canonically(a, b, rest); });
 }
 
-Ref states_value_equal(PyObject* const* arguments) {
-  const auto [a, b] = unpack<2>(arguments);
+Ref states_value_equal(PyObject* a, PyObject* b) {
   MisfitPath path;
   return values_equal(a, b, path);
 }
 
-Ref states_equal(PyObject* const* arguments) {
-  const auto [a, b] = unpack<2>(arguments);
+Ref states_equal(PyObject* a, PyObject* b) {
   if (a == Py_None || b == Py_None) return boolean(a == b);
   if (untouched()) {
     if (Ref result = payloads_equal(a, b)) return result;

@@ -1,4 +1,4 @@
-#include "state/side_by_side.h"
+#include "state/parallel_walk.h"
 
 #include "common/checks.h"
 #include "common/numpy_api.h"
@@ -84,7 +84,7 @@ Verdict compare_scalars(PyObject* a, PyObject* b, bool outermost) {
 Verdict compare(Operand a, Operand b, MisfitPath& path);
 
 // Whether both have the same keys in the same order, as two states of one function mostly have.
-bool are_in_step(PyObject* a, PyObject* b) {
+bool have_same_key_order(PyObject* a, PyObject* b) {
   Py_ssize_t position = 0;
   PyObject* key_b = nullptr;
   return PyDict_GET_SIZE(a) == PyDict_GET_SIZE(b) &&
@@ -109,7 +109,7 @@ Verdict compare_mappings(PyObject* a, bool raw_a, PyObject* b, bool raw_b, Misfi
   if (!PyDict_CheckExact(a) || !PyDict_CheckExact(b)) return Verdict::kUnsure;
   const RecursionLevel level;
   // All keys first: where they differ, no value is looked at, which may be too deep.
-  const bool in_step = are_in_step(a, b);
+  const bool in_step = have_same_key_order(a, b);
   Verdict verdict = in_step ? Verdict::kEqual : compare_keys(a, b);
   if (verdict != Verdict::kEqual) return verdict;
   Py_ssize_t position = 0;

@@ -1,7 +1,0 @@
-#pragma once
-
-namespace typed_shapes {
-
-void define_aggregation_output();
-
-}  // namespace typed_shapes

@@ -1,7 +1,0 @@
-#pragma once
-
-namespace typed_shapes {
-
-void define_checkpoint_manifest();
-
-}  // namespace typed_shapes

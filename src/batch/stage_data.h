@@ -1,7 +1,0 @@
-#pragma once
-
-namespace typed_shapes {
-
-void define_stage_data();
-
-}  // namespace typed_shapes

@@ -1,0 +1,22 @@
+// Import statements of the module body.
+#pragma once
+
+#include <span>
+
+#include "common/objects.h"
+
+namespace typed_shapes {
+
+using Texts = std::span<const char* const>;
+
+// [text, ...]
+[[nodiscard]] Ref list_of(Texts texts);
+
+// import module_name as bound_name
+Ref import_as(const char* module_name, const char* bound_name);
+// from module_name import imported
+void import_from(const char* module_name, Texts imported);
+// Asks typing's Mapping, which must have been imported, whether it is the usual one.
+void check_mapping();
+
+}  // namespace typed_shapes

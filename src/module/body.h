@@ -1,8 +1,0 @@
-#pragma once
-
-namespace typed_shapes {
-
-// The module body: imports, constants, classes and functions, bound in their fixed order.
-void run_body();
-
-}  // namespace typed_shapes
