@@ -307,6 +307,7 @@ StageData.from_mapping(raw) | a:array b:arrays c:any
 StageData.from_optional_mapping(raw).slice_t(0, 2) | a:array b:arrays c:any d:dict
 [s := StageData.from_mapping(raw), s.has_value("b"), s.value("a", 5)] | a:array c:any
 [m := UniverseMasks(raw, 3), *m.keys(), *m.items(), m["a"]] | a:mask
+StageData.from_optional_mapping(raw).is_empty() | a:any
 StageData.from_mapping(raw).feature_names() | a:array b:matrix c:any
 [s := StageData(raw, dict(raw), {**raw}), s.set_value("a", s.value("b")), s] | a:array b:dict c:any
 [s := StageData.from_mapping(raw), s.set_value("a", s.value("b")), s.is_empty()] | a:any b:array

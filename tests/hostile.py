@@ -26,6 +26,7 @@ values pop copy""".split()
 ARRAY_SLOTS = "__array_ufunc__ __array_function__".split()
 ARRAY_FIELDS = "ndim shape dtype flags data".split()
 CHILDREN = (dict, list, tuple, str, int, float, np.ndarray, np.float64)
+CONSTANTS: dict[str, Any] = {"to 5": 5, "to give 5": lambda *given, **named: 5}
 THROWN = [KeyboardInterrupt, GeneratorExit, RecursionError, MemoryError, ZeroDivisionError]
 THROWN += [KeyError, AttributeError, TypeError, ValueError, StopIteration]
 
@@ -256,7 +257,7 @@ def rebind(rng: random.Random, how: str) -> Callable[[Journal], None]:
         module = journal.module
         names = sorted(name for name in vars(module) if name[:2] != "__" and name != "Iterable")
         for name in names if everything else [names[int(place * len(names))]]:
-            value = None if how == "to None" else rebound(module, name, getattr(module, name))
+            value = CONSTANTS.get(how) or rebound(module, name, getattr(module, name))
             journal.patch(module, name, value)
             if how == "away":
                 delattr(module, name)
@@ -283,7 +284,7 @@ def action(rng: random.Random) -> Callable[[Journal], Any]:
     if draw == 3:
         return functools.partial(change, rng.choice(["clear", "replace", "grow"]))
     if draw < 6:
-        return rebind(rng, rng.choice(["over", "over", "to None", "away", "and back"]))
+        return rebind(rng, rng.choice(["over", "over", "to 5", "to give 5", "away", "and back"]))
     return patch if draw == 6 else again_inside
 
 

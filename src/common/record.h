@@ -5,6 +5,7 @@
 #include <array>
 #include <initializer_list>
 #include <span>
+#include <type_traits>
 
 #include "common/binder.h"
 #include "common/class_body.h"
@@ -37,11 +38,13 @@ struct FieldAccess {
   [[nodiscard]] Ref read() const { return get_attr(self, name); }
 };
 
-// What a field must be. The canonical check raises, and its text begins with class and field. The
-// fast one tells without running Python code; false means "not sure".
+[[nodiscard]] inline bool accept_anything(PyObject* /*value*/) { return true; }
+
+// What a field must be. The canonical check raises, and its text begins with class and field; null
+// where anything fits. The fast one tells without running Python code; false means "not sure".
 struct Check {
   void (*require)(const FieldAccess& field) = nullptr;
-  bool (*accepts)(PyObject* value) = nullptr;
+  bool (*accepts)(PyObject* value) = accept_anything;
 };
 
 struct Field {
@@ -69,40 +72,32 @@ struct RecordTable {
   const char* doc;
   Decorator decorator;
   std::span<const Method> methods;
-  Accepts accepts = nullptr;  // of a record that validates more than its fields one by one
+  // See with_fields().
   std::span<const Field> fields;
+  Accepts accepts = nullptr;
 };
 
 // `accepts` of fields that are validated one by one.
 template <const auto& kFields>
 bool accept_fields(PyObject* const* values) {
   return [values]<std::size_t... kIndex>(std::index_sequence<kIndex...>) {
-    const auto accepts = [values]<std::size_t kField>(std::integral_constant<std::size_t, kField>) {
-      constexpr auto kAccepts = kFields[kField].check.accepts;
-      if constexpr (kAccepts == nullptr) {
-        return true;
-      } else {
-        return kAccepts(values[kField]);
-      }
-    };
-    return (accepts(std::integral_constant<std::size_t, kIndex>{}) && ...);
+    return (kFields[kIndex].check.accepts(values[kIndex]) && ...);
   }(std::make_index_sequence<std::size(kFields)>{});
 }
 
-// The table of a record with these fields.
-template <const auto& kFields>
+// The table of a record with these fields. One that validates more than its fields one by one gives
+// an `accepts` of its own, with a parameter for each field.
+template <const auto& kFields, auto kAccepts = nullptr>
 consteval RecordTable with_fields(RecordTable table) {
   table.fields = kFields;
-  if (table.accepts == nullptr) table.accepts = accept_fields<kFields>;
+  if constexpr (std::is_null_pointer_v<decltype(kAccepts)>) {
+    table.accepts = accept_fields<kFields>;
+  } else {
+    static_assert(Adapter<kAccepts>::kParameterCount == std::size(kFields));
+    table.accepts = Adapter<kAccepts>::call;
+  }
   return table;
 }
-
-// `accepts` that is a function of all fields, one parameter each.
-template <auto kFunction, const auto& kFields>
-constexpr Accepts accept_all = [] {
-  static_assert(Adapter<kFunction>::kParameterCount == std::size(kFields));
-  return Adapter<kFunction>::call;
-}();
 
 // One record class of the loaded module; each has static storage.
 class Record {

@@ -31,7 +31,7 @@ constexpr Method kMethods[] = {
     {function<Masks::items>("UniverseMasks.items(self)")},
 };
 
-constexpr RecordTable kTable = with_fields<kFields>({
+constexpr RecordTable kTable = with_fields<kFields, accepts>({
     .name = "UniverseMasks",
     .doc = "Per-tag universe-mask payload for one tick.\n"
            "\n"
@@ -39,7 +39,6 @@ constexpr RecordTable kTable = with_fields<kFields>({
            "or bool; a float16 mask holds NaN, positive zero or positive one.\n",
     .decorator = Decorator::kPlain,
     .methods = kMethods,
-    .accepts = accept_all<accepts, kFields>,
 });
 
 constinit RecordOf<std::size(kFields)> record{kTable};

@@ -128,8 +128,8 @@ bool all_match(const Number* x, const Number* y, std::size_t count) noexcept {
 template <typename Number>
 Verdict match_all(const Number* x, const Number* y, std::size_t count) noexcept {
   const bool same_bytes = std::memcmp(x, y, count * sizeof(Number)) == 0;
-  if (numpy1_would_warn(x, count) || (!same_bytes && numpy1_would_warn(y, count)))
-    return Verdict::kUnsure;
+  const bool warns = numpy1_would_warn(x, count) || (!same_bytes && numpy1_would_warn(y, count));
+  if (warns) return Verdict::kUnsure;
   return same_bytes || all_match(x, y, count) ? Verdict::kEqual : Verdict::kDifferent;
 }
 
