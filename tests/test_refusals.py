@@ -161,6 +161,10 @@ def test_restoring(monkeypatch: pytest.MonkeyPatch) -> None:
     names = ("function_name", "expected_function_version", "state_type", "reason")
     wanted = zip(names, ("f", 3, "dict", "not_function_state"), strict=True)
     assert list(vars(caught.value).items()) == list(wanted)
+    # A field that was never set.
+    bare = object.__new__(ts.FunctionState)
+    vars(bare).update(function_name="f", function_version=3)
+    pytest.raises(AttributeError, restored, bare).match("'data'")
     # A rejection that returns lets the checks go on.
     reasons: list[str] = []
     reject = lambda text, **options: reasons.append(options["reason"])  # noqa: E731
