@@ -19,7 +19,7 @@ ROOT = Path(__file__).resolve().parents[2]
 PAGE = ROOT / "docs" / "reliability.md"
 PATH = f"{Path(sys.executable).parent}:{os.environ['PATH']}"
 ENVIRONMENT = {**os.environ, "PATH": PATH, "PYTHONPATH": f"{ROOT / 'tests'}"}
-SUITE = "scripts/sanitize.sh -q"
+SUITE = "env TYPED_SHAPES_CASES=1000 scripts/sanitize.sh -q"
 INSTRUMENTED = "tests/harden/instrumented.sh"
 
 
