@@ -15,18 +15,13 @@ void check_output(PyObject* key, PyObject* value) {
   require_array(value, [&] { return message({"AggregationOutput[", repr(key), "]"}); });
 }
 
-void require_outputs(const FieldAccess& field) {
-  require_dict(field);
-  for_each_item(field.read().get(), check_output);
-}
-
 bool accepts_outputs(PyObject* value) {
   return numpy_untouched() && has_named_entries(value, [](PyObject* /*key*/, PyObject* array) {
            return PyArray_CheckExact(array);
          });
 }
 
-constexpr Check kOutputs = {require_outputs, accepts_outputs};
+constexpr Check kOutputs = {require_dict_of<check_output>, accepts_outputs};
 
 // --- Table ---
 

@@ -18,8 +18,9 @@ void require_non_empty_str(const FieldAccess& field) {
 
 void require_array(const FieldAccess& field) {
   if (is_array(field.read().get())) return;
-  schema_error().refuse({field.class_name, ".", field.name, " must be np.ndarray; got ",
-                         type_name(field.read().get())});
+  const ErrorClass error = schema_error();
+  const Ref owner = message({field.class_name, ".", field.name});
+  refuse_array(error, owner, field.read().get());
 }
 
 void require_json_mapping(PyObject* raw, const char* class_name) {

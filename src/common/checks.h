@@ -90,6 +90,12 @@ template <typename Predicate>
 void require_dict(const FieldAccess& field);
 inline constexpr Check kDict = {require_dict,
                                 [](PyObject* value) { return PyDict_CheckExact(value) != 0; }};
+// The same, and then kCheckItem(key, value) for every item.
+template <void (*kCheckItem)(PyObject* key, PyObject* value)>
+void require_dict_of(const FieldAccess& field) {
+  require_dict(field);
+  for_each_item(field.read().get(), kCheckItem);
+}
 // "<class>.<field> must be a non-empty str; got <repr>"
 void require_non_empty_str(const FieldAccess& field);
 inline constexpr Check kNonEmptyStr = {require_non_empty_str, is_plain_name};

@@ -28,7 +28,6 @@ Ref import_as(const char* module_name, const char* bound_name) {
   return module;
 }
 
-// from module_name import names
 void import_from(const char* module_name, Texts imported) {
   Ref module = import_module(module_name, list_of(imported).get());
   for (const char* name : imported) {
@@ -38,8 +37,6 @@ void import_from(const char* module_name, Texts imported) {
   }
 }
 
-// An exact dict passes for a Mapping without a question. Where somebody put another one into typing
-// before us, that one is asked: the names never count as untouched.
 void check_mapping() {
   const Ref abstract = own(PyImport_ImportModule("collections.abc"));
   const Ref expected = get_attr(abstract.get(), names.Mapping);

@@ -16,7 +16,8 @@ using Texts = std::span<const char* const>;
 Ref import_as(const char* module_name, const char* bound_name);
 // from module_name import imported
 void import_from(const char* module_name, Texts imported);
-// Asks typing's Mapping, which must have been imported, whether it is the usual one.
+// An exact dict passes for a Mapping without a question. Where somebody put another one into typing
+// before us, that one is asked: the names never count as untouched. After the import of Mapping.
 void check_mapping();
 
 }  // namespace typed_shapes

@@ -36,11 +36,15 @@ namespace typed_shapes {
 inline void set_attr(PyObject* object, PyObject* name, PyObject* value) {
   check(PyObject_SetAttr(object, name, value));
 }
+// Whether the object is None or exactly a float, int, str or bool.
+[[nodiscard]] inline bool is_builtin_scalar(PyObject* object) noexcept {
+  return PyFloat_CheckExact(object) || PyLong_CheckExact(object) || PyUnicode_CheckExact(object) ||
+         PyBool_Check(object) || object == Py_None;
+}
 // Whether the object is exactly of a common builtin type, whose __class__ nobody can change.
 [[nodiscard]] inline bool is_exact_builtin(PyObject* object) noexcept {
-  return PyDict_CheckExact(object) || PyUnicode_CheckExact(object) || PyList_CheckExact(object) ||
-         PyLong_CheckExact(object) || PyFloat_CheckExact(object) || PyTuple_CheckExact(object) ||
-         PyBool_Check(object) || object == Py_None;
+  return PyDict_CheckExact(object) || is_builtin_scalar(object) || PyList_CheckExact(object) ||
+         PyTuple_CheckExact(object);
 }
 // Whether the object is an exact str whose characters are there. The old C API makes some whose
 // characters are put in place when first asked for, which may fail.

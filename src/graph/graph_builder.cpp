@@ -17,8 +17,7 @@ using Entries = std::array<PyObject*, kOther + 1>;
 
 // The objects that are left as they are where a dict belongs; others may claim to be one.
 bool is_plain_non_dict(PyObject* object) {
-  return object == Py_None || PyList_CheckExact(object) || PyUnicode_CheckExact(object) ||
-         PyLong_CheckExact(object) || PyFloat_CheckExact(object) || PyBool_Check(object);
+  return is_builtin_scalar(object) || PyList_CheckExact(object);
 }
 
 Key find_key(PyObject* text) {

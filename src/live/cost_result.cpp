@@ -18,18 +18,13 @@ void check_component(PyObject* label, PyObject* array) {
   require_array(array, [&] { return message({"CostResult.breakdown['", label, "']"}); });
 }
 
-void require_components(const FieldAccess& field) {
-  require_dict(field);
-  for_each_item(field.read().get(), check_component);
-}
-
 bool accepts_components(PyObject* value) {
   return has_named_entries(value, [](PyObject* label, PyObject* array) {
     return PyArray_CheckExact(array) && PyUnicode_Compare(label, names.total) != 0;
   });
 }
 
-constexpr Check kComponents = {require_components, accepts_components};
+constexpr Check kComponents = {require_dict_of<check_component>, accepts_components};
 
 // --- Table ---
 

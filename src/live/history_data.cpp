@@ -25,11 +25,6 @@ void check_feature(PyObject* name, PyObject* array) {
   }
 }
 
-void require_features(const FieldAccess& field) {
-  require_dict(field);
-  for_each_item(field.read().get(), check_feature);
-}
-
 bool is_float64_table(PyObject* value) {
   if (!PyArray_CheckExact(value)) return false;
   PyArrayObject* array = as_array(value);
@@ -43,7 +38,7 @@ bool accepts_features(PyObject* value) {
          });
 }
 
-constexpr Check kFeatures = {require_features, accepts_features};
+constexpr Check kFeatures = {require_dict_of<check_feature>, accepts_features};
 
 // --- Table ---
 

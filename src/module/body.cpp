@@ -3,10 +3,7 @@
 #include "common/globals.h"
 #include "common/imports.h"
 #include "common/numpy_api.h"
-#include "graph/window_spec.h"
 #include "module/contents.h"
-#include "state/coerce_state.h"
-#include "state/state_values.h"
 
 namespace typed_shapes {
 

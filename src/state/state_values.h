@@ -19,12 +19,6 @@ extern RecordOf<1> state_sequence;  // items_
          state_mapping.is_exact(object) || state_sequence.is_exact(object);
 }
 
-[[nodiscard]] inline bool is_builtin_scalar(PyObject* object) noexcept {
-  const PyTypeObject* type = Py_TYPE(object);
-  return type == &PyFloat_Type || type == &PyLong_Type || type == &PyUnicode_Type ||
-         type == &PyBool_Type || object == Py_None;
-}
-
 // Whether the object's type alone, without running code of the object, settles that it is a scalar:
 // it is of a builtin or NumPy scalar type and not a container, an array or a subclass of one.
 [[nodiscard]] bool is_settled_scalar(PyObject* object) noexcept;
