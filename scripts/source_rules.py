@@ -137,7 +137,7 @@ def recursions(found: list[Function]) -> Iterator[tuple[Function, str]]:
 def arguments(text: str, at: int) -> list[str]:
     """The arguments of the call whose bracket opens here, without the bodies of lambdas."""
     inside = text[at + 1 : bracket(text, at)]
-    while head := re.search(r"\[[^][]*\]\s*(\([^()]*\)\s*)?(mutable\s*)?\{", inside):
+    while head := re.search(r"\[[^][]*\]\s*(\([^()]*\)\s*)?(mutable\s*|-> \w+\s*)?\{", inside):
         end = bracket(inside, head.end() - 1, 1, "{}") + 1
         inside = inside[: head.start()] + " " * (end - head.start()) + inside[end:]
     found, depth, start = list[str](), 0, 0

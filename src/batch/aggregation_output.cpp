@@ -10,9 +10,9 @@ namespace {
 
 // --- Validation ---
 
-void check_output(PyObject* key, PyObject* value) {
-  require_non_empty_str(key, "AggregationOutput key");
-  require_array(value, [&] { return message({"AggregationOutput[", repr(key), "]"}); });
+bool check_output(PyObject* key, PyObject* value) {
+  return require_non_empty_str(key, "AggregationOutput key") &&
+         require_array(value, [&] { return message({"AggregationOutput[", repr(key), "]"}); });
 }
 
 bool accepts_outputs(PyObject* value) {
@@ -30,7 +30,7 @@ constexpr Field kFields[] = {
 
 extern RecordOf<std::size(kFields)> record;
 
-Ref from_raw(PyObject* cls, PyObject* raw, PyObject* function_name);
+Result from_raw(PyObject* cls, PyObject* raw, PyObject* function_name);
 
 using Outputs = Forward<record, 0>;
 
@@ -56,12 +56,13 @@ constexpr RecordTable kTable = with_fields<kFields>({
 
 constinit RecordOf<std::size(kFields)> record{kTable};
 
-Ref from_raw(PyObject* cls, PyObject* raw, PyObject* function_name) {
+Result from_raw(PyObject* cls, PyObject* raw, PyObject* function_name) {
   if (raw == Py_None) return none();
   if (globals::is_instance_of(raw, names.AggregationOutput)) return Ref::borrow(raw);
   if (!is_dict(raw)) {
-    schema_error().refuse({"aggregation output for ", repr(function_name),
-                           " was not a dict keyed by plugin.output (got ", type_name(raw), ")"});
+    return schema_error().refuse({"aggregation output for ", repr(function_name),
+                                  " was not a dict keyed by plugin.output (got ", type_name(raw),
+                                  ")"});
   }
   return record.call(cls, dict_from(raw).get());
 }

@@ -20,7 +20,7 @@ constexpr Field kFields[] = {
 
 extern RecordOf<std::size(kFields)> record;
 
-Ref from_raw(PyObject* cls, PyObject* raw);
+Result from_raw(PyObject* cls, PyObject* raw);
 
 constexpr Method kMethods[] = {
     {function<check_fields<record>>("CheckpointManifest.__post_init__(self) -> None")},
@@ -38,14 +38,15 @@ constexpr RecordTable kTable = with_fields<kFields>({
 constinit RecordOf<std::size(kFields)> record{kTable};
 
 // All missing names at once, in alphabetical order.
-void require_fields(PyObject* raw) {
+bool require_fields(PyObject* raw) {
   Ref missing = own(PyList_New(0));
   for_each(globals::lookup(names.CHECKPOINT_REQUIRED).get(), [&](PyObject* name) {
     if (!contains(raw, name)) check(PyList_Append(missing.get(), name));
   });
-  if (PyList_Size(missing.get()) == 0) return;
+  if (PyList_Size(missing.get()) == 0) return true;
   check(PyList_Sort(missing.get()));
-  schema_error().refuse({"CheckpointManifest missing required fields: ", str(missing.get())});
+  return schema_error().refuse(
+      {"CheckpointManifest missing required fields: ", str(missing.get())});
 }
 
 Ref extras_of(PyObject* raw) {
@@ -60,9 +61,8 @@ Ref extras_of(PyObject* raw) {
   return extras;
 }
 
-Ref from_raw(PyObject* cls, PyObject* raw) {
-  require_json_mapping(raw, "CheckpointManifest");
-  require_fields(raw);
+Result from_raw(PyObject* cls, PyObject* raw) {
+  if (!require_json_mapping(raw, "CheckpointManifest") || !require_fields(raw)) return Refused{};
   Ref timestamp = get_item(raw, names.tick_timestamp);
   Ref metadata = get_item(raw, names.dag_metadata);
   Ref filenames = dict_from(get_item(raw, names.canonical_id_to_filename).get());

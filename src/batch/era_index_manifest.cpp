@@ -14,14 +14,14 @@ constexpr long kSchemaVersion = 2;
 // --- Validation ---
 
 // "... must be <expected>; got <repr>"
-void require_equal(const FieldAccess& field, PyObject* expected, const char* shown) {
-  if (!compare(field.read().get(), expected, Py_NE)) return;
-  schema_error().refuse(
+bool require_equal(const FieldAccess& field, PyObject* expected, const char* shown) {
+  if (!compare(field.read().get(), expected, Py_NE)) return true;
+  return schema_error().refuse(
       {field.class_name, ".", field.name, " must be ", shown, "; got ", repr(field.read().get())});
 }
 
-void require_version(const FieldAccess& field) {
-  require_equal(field, own(PyLong_FromLong(kSchemaVersion)).get(), "2");
+bool require_version(const FieldAccess& field) {
+  return require_equal(field, own(PyLong_FromLong(kSchemaVersion)).get(), "2");
 }
 
 bool is_version(PyObject* value) {
@@ -29,8 +29,8 @@ bool is_version(PyObject* value) {
   return PyLong_CheckExact(value) && PyLong_AsLongAndOverflow(value, &overflow) == kSchemaVersion;
 }
 
-void require_kind(const FieldAccess& field) {
-  require_equal(field, names.era_index, "'era_index'");
+bool require_kind(const FieldAccess& field) {
+  return require_equal(field, names.era_index, "'era_index'");
 }
 
 bool is_kind(PyObject* value) {
@@ -51,7 +51,7 @@ constexpr Field kFields[] = {
 
 extern RecordOf<std::size(kFields)> record;
 
-Ref from_raw(PyObject* cls, PyObject* raw);
+Result from_raw(PyObject* cls, PyObject* raw);
 
 constexpr Method kMethods[] = {
     {function<check_fields<record>>("EraIndexManifest.__post_init__(self) -> None")},
@@ -104,8 +104,8 @@ Ref extras_of(PyObject* raw) {
   return extras;
 }
 
-Ref from_raw(PyObject* cls, PyObject* raw) {
-  require_json_mapping(raw, "EraIndexManifest");
+Result from_raw(PyObject* cls, PyObject* raw) {
+  if (!require_json_mapping(raw, "EraIndexManifest")) return Refused{};
   Ref version = version_of(raw);
   Ref kind = kind_of(raw);
   Ref epochs = epochs_of(raw);

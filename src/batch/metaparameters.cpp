@@ -10,16 +10,16 @@ namespace {
 
 // --- Validation ---
 
-void require_pools(const FieldAccess& field) {
-  require_dict(field);
-  if (!is_true(field.read().get())) {
-    schema_error().refuse({"Metaparameters.by_pool must be non-empty"});
-  }
-  for_each_item(field.read().get(), [](PyObject* pool_id, PyObject* stages) {
-    if (is_dict(stages)) return;
-    schema_error().refuse(
-        {"Metaparameters.by_pool[", repr(pool_id), "] must be a dict; got ", type_name(stages)});
-  });
+bool check_pool(PyObject* pool_id, PyObject* stages) {
+  if (is_dict(stages)) return true;
+  return schema_error().refuse(
+      {"Metaparameters.by_pool[", repr(pool_id), "] must be a dict; got ", type_name(stages)});
+}
+
+bool require_pools(const FieldAccess& field) {
+  if (!require_dict(field)) return false;
+  if (is_true(field.read().get())) return all_items(field.read().get(), check_pool);
+  return schema_error().refuse({"Metaparameters.by_pool must be non-empty"});
 }
 
 bool is_plain_dict_of_dicts(PyObject* object) {
@@ -38,7 +38,7 @@ constexpr Field kFields[] = {
 
 extern RecordOf<std::size(kFields)> record;
 
-Ref from_raw(PyObject* cls, PyObject* raw);
+Result from_raw(PyObject* cls, PyObject* raw);
 
 constexpr Method kMethods[] = {
     {function<check_fields<record>>("Metaparameters.__post_init__(self) -> None")},
@@ -61,7 +61,7 @@ constexpr RecordTable kTable = with_fields<kFields>({
 
 constinit RecordOf<std::size(kFields)> record{kTable};
 
-Ref from_raw(PyObject* cls, PyObject* raw) {
+Result from_raw(PyObject* cls, PyObject* raw) {
   if (globals::is_instance_of(raw, names.Metaparameters)) return Ref::borrow(raw);
   if (raw == Py_None || !is_dict(raw) || !is_true(raw)) return none();
   if (!is_plain_dict_of_dicts(raw) && !all_of(call_method(raw, names.values).get(), is_dict))

@@ -19,15 +19,15 @@ constexpr Field kFields[] = {
 
 extern RecordOf<std::size(kFields)> record;
 
-Ref from_mapping(PyObject* cls, PyObject* raw);
-Ref from_raw(PyObject* cls, PyObject* raw);
-Ref from_optional_mapping(PyObject* cls, PyObject* raw);
-Ref slice_t(PyObject* self, PyObject* start, PyObject* end);
-Ref value(PyObject* self, PyObject* key, PyObject* fallback);
-Ref set_value(PyObject* self, PyObject* key, PyObject* new_value);
-Ref has_value(PyObject* self, PyObject* key);
-Ref is_empty(PyObject* self);
-Ref feature_names(PyObject* self);
+Result from_mapping(PyObject* cls, PyObject* raw);
+Result from_raw(PyObject* cls, PyObject* raw);
+Result from_optional_mapping(PyObject* cls, PyObject* raw);
+Result slice_t(PyObject* self, PyObject* start, PyObject* end);
+Result value(PyObject* self, PyObject* key, PyObject* fallback);
+Result set_value(PyObject* self, PyObject* key, PyObject* new_value);
+Result has_value(PyObject* self, PyObject* key);
+Result is_empty(PyObject* self);
+Result feature_names(PyObject* self);
 
 constexpr Method kMethods[] = {
     {function<check_fields<record>>("StageData.__post_init__(self) -> None")},
@@ -66,29 +66,30 @@ constinit RecordOf<std::size(kFields)> record{kTable};
 
 // --- Coercion ---
 
-Ref from_mapping(PyObject* cls, PyObject* raw) {
+Result from_mapping(PyObject* cls, PyObject* raw) {
   if (!globals::is_mapping(raw)) {
-    schema_error().refuse({"StageData producer boundary mapping required; got ", type_name(raw)});
+    return schema_error().refuse(
+        {"StageData producer boundary mapping required; got ", type_name(raw)});
   }
   const Buckets buckets = partition(raw);
   return record.call(cls, buckets.flat.get(), buckets.nested.get(), buckets.opaque.get());
 }
 
 // Loose input is refused here whatever it is: producers say from_mapping.
-Ref from_raw(PyObject* /*cls*/, PyObject* raw) {
-  schema_error().refuse(
+Result from_raw(PyObject* /*cls*/, PyObject* raw) {
+  return schema_error().refuse(
       {"StageData producer boundary requires StageData.from_mapping() before runtime consumers; "
        "got ",
        type_name(raw)});
 }
 
-Ref from_optional_mapping(PyObject* cls, PyObject* raw) {
+Result from_optional_mapping(PyObject* cls, PyObject* raw) {
   return raw == Py_None ? record.call(cls) : call_method(cls, names.from_mapping, raw);
 }
 
 // --- Batches ---
 
-Ref slice_t(PyObject* self, PyObject* start, PyObject* end) {
+Result slice_t(PyObject* self, PyObject* start, PyObject* end) {
   Ref flat = slice_values(get_attr(self, names.flat).get(), start, end);
   Ref nested = slice_nested(get_attr(self, names.nested).get(), start, end);
   Ref cls = globals::lookup(names.StageData);
@@ -105,35 +106,37 @@ std::size_t bucket_with(PyObject* self, PyObject* key) {
   return field;
 }
 
-Ref value(PyObject* self, PyObject* key, PyObject* fallback) {
+Result value(PyObject* self, PyObject* key, PyObject* fallback) {
   const std::size_t field = bucket_with(self, key);
   // The bucket is read anew: to compare the key may have put another one in its place.
   if (field < std::size(kFields)) return get_item(record.attribute(self, field).get(), key);
   if (fallback != globals::lookup(names.MISSING).get()) return Ref::borrow(fallback);
-  raise_exception(call(PyExc_KeyError, key).get());
+  return refuse_with(call(PyExc_KeyError, key).get());
 }
 
-Ref set_value(PyObject* self, PyObject* key, PyObject* new_value) {
+Result set_value(PyObject* self, PyObject* key, PyObject* new_value) {
   for (std::size_t field = 0; field < std::size(kFields); ++field) {
-    call_method(record.attribute(self, field).get(), names.pop, key, Py_None);
+    if (!call_method(record.attribute(self, field).get(), names.pop, key, Py_None)) {
+      return Refused{};
+    }
   }
   PyObject* bucket = bucket_of(new_value);
   check(PyObject_SetItem(get_attr(self, bucket).get(), key, new_value));
   return none();
 }
 
-Ref has_value(PyObject* self, PyObject* key) {
+Result has_value(PyObject* self, PyObject* key) {
   return boolean(bucket_with(self, key) < std::size(kFields));
 }
 
-Ref is_empty(PyObject* self) {
+Result is_empty(PyObject* self) {
   for (std::size_t field = 0; field < std::size(kFields); ++field) {
     if (is_true(record.attribute(self, field).get())) return boolean(false);
   }
   return boolean(true);
 }
 
-Ref feature_names(PyObject* self) {
+Result feature_names(PyObject* self) {
   Ref features = own(PySet_New(nullptr));
   Ref two = own(PyLong_FromLong(2));
   for_each_item(get_attr(self, names.flat).get(), [&](PyObject* key, PyObject* array) {

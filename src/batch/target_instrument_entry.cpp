@@ -11,7 +11,7 @@ constexpr Field kFields[] = {{"payload", "Mapping[str, Any]", Default::kRequired
 
 extern RecordOf<std::size(kFields)> record;
 
-Ref from_raw(PyObject* cls, PyObject* raw, PyObject* index);
+Result from_raw(PyObject* cls, PyObject* raw, PyObject* index);
 
 constexpr Method kMethods[] = {
     {function<check_fields<record>>("TargetInstrumentEntry.__post_init__(self) -> None")},
@@ -32,13 +32,13 @@ constexpr RecordTable kTable = with_fields<kFields>({
 
 constinit RecordOf<std::size(kFields)> record{kTable};
 
-Ref from_raw(PyObject* cls, PyObject* raw, PyObject* index) {
+Result from_raw(PyObject* cls, PyObject* raw, PyObject* index) {
   if (globals::is_instance_of(raw, names.TargetInstrumentEntry)) return Ref::borrow(raw);
   if (is_dict(raw)) return record.call(cls, raw);
   // A plain ValueError here, unlike everywhere else.
   Ref text =
       message({"target_instruments[", own(PyObject_Format(index, nullptr)), "] must be an object"});
-  raise_exception(call(PyExc_ValueError, text.get()).get());
+  return refuse_with(call(PyExc_ValueError, text.get()).get());
 }
 
 }  // namespace

@@ -22,15 +22,15 @@ std::size_t find_name(std::span<PyObject* const> names, PyObject* keyword) {
   return kNotFound;
 }
 
-[[noreturn]] void raise_argument_count(const ParameterList& parameters, std::size_t given) {
+Refused refuse_argument_count(const ParameterList& parameters, std::size_t given) {
   const auto required = static_cast<std::size_t>(
       std::ranges::count(parameters.defaults.first(parameters.positional), nullptr));
   const bool too_few = given < required;
   const std::size_t expected = too_few ? required : parameters.positional;
   const char* quantity = too_few ? "at least" : "at most";
   if (required == parameters.positional) quantity = "exactly";
-  raise(PyExc_TypeError, "%.200U() takes %.8s %zu positional argument%.1s (%zu given)",
-        parameters.function_name, quantity, expected, expected == 1 ? "" : "s", given);
+  return set_error(PyExc_TypeError, "%.200U() takes %.8s %zu positional argument%.1s (%zu given)",
+                   parameters.function_name, quantity, expected, expected == 1 ? "" : "s", given);
 }
 
 }  // namespace
@@ -56,32 +56,34 @@ KeywordFaults match_arguments(std::span<PyObject* const> parameter_names,
   return faults;
 }
 
-void bind_arguments(const ParameterList& parameters, const CallArguments& arguments,
+bool bind_arguments(const ParameterList& parameters, const CallArguments& arguments,
                     std::span<PyObject*> places) {
   const auto given = static_cast<std::size_t>(arguments.positional);
-  if (given > parameters.positional) raise_argument_count(parameters, given);
+  if (given > parameters.positional) return refuse_argument_count(parameters, given);
 
   const KeywordFaults faults = match_arguments(parameters.names, arguments, places);
   if (faults.unexpected != nullptr && !PyUnicode_Check(faults.unexpected)) {
-    raise(PyExc_TypeError, "%.200U() keywords must be strings", parameters.function_name);
+    return set_error(PyExc_TypeError, "%.200U() keywords must be strings",
+                     parameters.function_name);
   }
   for (std::size_t i = 0; i < places.size(); ++i) {
     if (places[i] != nullptr) continue;
     places[i] = parameters.defaults[i];
     if (places[i] != nullptr) continue;
     // The arguments before the first missing one are those that count as given.
-    if (i < parameters.positional) raise_argument_count(parameters, i);
-    raise(PyExc_TypeError, "%U() needs keyword-only argument %U", parameters.function_name,
-          parameters.names[i]);
+    if (i < parameters.positional) return refuse_argument_count(parameters, i);
+    return set_error(PyExc_TypeError, "%U() needs keyword-only argument %U",
+                     parameters.function_name, parameters.names[i]);
   }
   if (faults.given_twice != nullptr) {
-    raise(PyExc_TypeError, "%U() got multiple values for keyword argument '%U'",
-          parameters.function_name, faults.given_twice);
+    return set_error(PyExc_TypeError, "%U() got multiple values for keyword argument '%U'",
+                     parameters.function_name, faults.given_twice);
   }
   if (faults.unexpected != nullptr) {
-    raise(PyExc_TypeError, "%U() got an unexpected keyword argument '%U'", parameters.function_name,
-          faults.unexpected);
+    return set_error(PyExc_TypeError, "%U() got an unexpected keyword argument '%U'",
+                     parameters.function_name, faults.unexpected);
   }
+  return true;
 }
 
 }  // namespace typed_shapes

@@ -56,9 +56,9 @@ struct ParameterList {
   std::size_t positional;
 };
 
-// Fills one place for each parameter or throws TypeError. The places are borrowed: from the
-// caller's arguments, or from the defaults.
-void bind_arguments(const ParameterList& parameters, const CallArguments& arguments,
-                    std::span<PyObject*> places);
+// Fills one place for each parameter; false where that is refused with TypeError. The places are
+// borrowed: from the caller's arguments, or from the defaults.
+[[nodiscard]] bool bind_arguments(const ParameterList& parameters, const CallArguments& arguments,
+                                  std::span<PyObject*> places);
 
 }  // namespace typed_shapes

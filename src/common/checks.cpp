@@ -4,37 +4,38 @@
 
 namespace typed_shapes {
 
-void require_dict(const FieldAccess& field) {
-  if (is_dict(field.read().get())) return;
-  schema_error().refuse(
+bool require_dict(const FieldAccess& field) {
+  if (is_dict(field.read().get())) return true;
+  return schema_error().refuse(
       {field.class_name, ".", field.name, " must be a dict; got ", type_name(field.read().get())});
 }
 
-void require_non_empty_str(const FieldAccess& field) {
-  if (is_str(field.read().get()) && is_true(field.read().get())) return;
-  schema_error().refuse({field.class_name, ".", field.name, " must be a non-empty str; got ",
-                         repr(field.read().get())});
+bool require_non_empty_str(const FieldAccess& field) {
+  if (is_str(field.read().get()) && is_true(field.read().get())) return true;
+  return schema_error().refuse({field.class_name, ".", field.name, " must be a non-empty str; got ",
+                                repr(field.read().get())});
 }
 
-void require_array(const FieldAccess& field) {
-  if (is_array(field.read().get())) return;
+bool require_array(const FieldAccess& field) {
+  if (is_array(field.read().get())) return true;
   const ErrorClass error = schema_error();
   const Ref owner = message({field.class_name, ".", field.name});
-  refuse_array(error, owner, field.read().get());
+  return refuse_array(error, owner, field.read().get());
 }
 
-void require_json_mapping(PyObject* raw, const char* class_name) {
-  if (globals::is_mapping(raw)) return;
-  schema_error().refuse({class_name, " JSON mapping payload required; got ", type_name(raw)});
+bool require_json_mapping(PyObject* raw, const char* class_name) {
+  if (globals::is_mapping(raw)) return true;
+  return schema_error().refuse(
+      {class_name, " JSON mapping payload required; got ", type_name(raw)});
 }
 
-void require_non_empty_str(PyObject* value, const char* what) {
-  if (is_non_empty_str(value)) return;
-  schema_error().refuse({what, " must be a non-empty str; got ", repr(value)});
+bool require_non_empty_str(PyObject* value, const char* what) {
+  if (is_non_empty_str(value)) return true;
+  return schema_error().refuse({what, " must be a non-empty str; got ", repr(value)});
 }
 
-void refuse_array(const ErrorClass& error, const Ref& owner, PyObject* value) {
-  error.refuse({owner.get(), " must be np.ndarray; got ", type_name(value)});
+Refused refuse_array(const ErrorClass& error, const Ref& owner, PyObject* value) {
+  return error.refuse({owner.get(), " must be np.ndarray; got ", type_name(value)});
 }
 
 bool compare_dtype(PyObject* array, PyObject* name, int op) {
@@ -69,7 +70,9 @@ Pair unpack_pair(PyObject* pair) {
   return {std::move(items[0]), std::move(items[1])};
 }
 
-Ref dict_or_empty(PyObject* value) { return is_true(value) ? dict_from(value) : own(PyDict_New()); }
+Result dict_or_empty(PyObject* value) {
+  return is_true(value) ? dict_from(value) : own(PyDict_New());
+}
 
 bool has_settled_class(PyObject* object) noexcept {
   static PyObject* const class_of_object = _PyType_Lookup(&PyBaseObject_Type, names.class_dunder);

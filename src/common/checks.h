@@ -1,6 +1,6 @@
 // The checks that several classes share, each with its one wording. Those in the first part are the
-// canonical ones: they do what the Python expressions say and raise. Those in the second part only
-// accept, without running Python code.
+// canonical ones: they do what the Python expressions say; false is a refusal, with the error set.
+// Those in the second part only accept, without running Python code.
 #pragma once
 
 #include <span>
@@ -15,16 +15,16 @@ namespace typed_shapes {
 // --- Canonical ---
 
 // "<class> JSON mapping payload required; got <type>"
-void require_json_mapping(PyObject* raw, const char* class_name);
+[[nodiscard]] bool require_json_mapping(PyObject* raw, const char* class_name);
 // "<what> must be a non-empty str; got <repr>"
-void require_non_empty_str(PyObject* value, const char* what);
+[[nodiscard]] bool require_non_empty_str(PyObject* value, const char* what);
 // "<owner> must be np.ndarray; got <type>"; the owner's text is made when it is needed.
-[[noreturn]] void refuse_array(const ErrorClass& error, const Ref& owner, PyObject* value);
+Refused refuse_array(const ErrorClass& error, const Ref& owner, PyObject* value);
 template <typename Owner>
-void require_array(PyObject* value, Owner&& owner) {
-  if (is_array(value)) return;
+[[nodiscard]] bool require_array(PyObject* value, Owner&& owner) {
+  if (is_array(value)) return true;
   const ErrorClass error = schema_error();
-  refuse_array(error, owner(), value);
+  return refuse_array(error, owner(), value);
 }
 
 // array.dtype OPERATOR np.name
@@ -37,19 +37,28 @@ struct Pair {
 };
 [[nodiscard]] Pair unpack_pair(PyObject* pair);
 
-// for key, value in mapping.items(): visit(key, value). The pair belongs to the loop while it is
-// visited.
-template <typename Visit>
-void for_each_item(PyObject* mapping, Visit&& visit) {
+// all(check(key, value) for key, value in mapping.items()), without the generator. The pair belongs
+// to the loop while it is checked.
+template <typename CheckItem>
+[[nodiscard]] bool all_items(PyObject* mapping, CheckItem&& check_item) {
   Ref items = call_method(mapping, names.items);
-  for_each(items.get(), [&](PyObject* item) {
+  return all_of(items.get(), [&](PyObject* item) {
     const Pair pair = unpack_pair(item);
-    visit(pair.first.get(), pair.second.get());
+    return check_item(pair.first.get(), pair.second.get());
   });
 }
 
+// for key, value in mapping.items(): visit(key, value)
+template <typename Visit>
+void for_each_item(PyObject* mapping, Visit&& visit) {
+  static_cast<void>(all_items(mapping, [&](PyObject* key, PyObject* value) {
+    visit(key, value);
+    return true;
+  }));
+}
+
 // dict(value or {})
-[[nodiscard]] Ref dict_or_empty(PyObject* value);
+[[nodiscard]] Result dict_or_empty(PyObject* value);
 
 // --- Accepting ---
 
@@ -87,20 +96,19 @@ template <typename Predicate>
 // --- What a field must be ---
 
 // "<class>.<field> must be a dict; got <type>"
-void require_dict(const FieldAccess& field);
+[[nodiscard]] bool require_dict(const FieldAccess& field);
 inline constexpr Check kDict = {require_dict,
                                 [](PyObject* value) { return PyDict_CheckExact(value) != 0; }};
 // The same, and then kCheckItem(key, value) for every item.
-template <void (*kCheckItem)(PyObject* key, PyObject* value)>
-void require_dict_of(const FieldAccess& field) {
-  require_dict(field);
-  for_each_item(field.read().get(), kCheckItem);
+template <bool (*kCheckItem)(PyObject* key, PyObject* value)>
+[[nodiscard]] bool require_dict_of(const FieldAccess& field) {
+  return require_dict(field) && all_items(field.read().get(), kCheckItem);
 }
 // "<class>.<field> must be a non-empty str; got <repr>"
-void require_non_empty_str(const FieldAccess& field);
+[[nodiscard]] bool require_non_empty_str(const FieldAccess& field);
 inline constexpr Check kNonEmptyStr = {require_non_empty_str, is_plain_name};
 // "<class>.<field> must be np.ndarray; got <type>"
-void require_array(const FieldAccess& field);
+[[nodiscard]] bool require_array(const FieldAccess& field);
 inline constexpr Check kArray = {require_array, is_plain_array};
 
 }  // namespace typed_shapes

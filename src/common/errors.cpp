@@ -6,12 +6,12 @@
 
 namespace typed_shapes {
 
-void raise(PyObject* type, const char* format, ...) {
+Refused set_error(PyObject* type, const char* format, ...) {
   va_list arguments;
   va_start(arguments, format);
   PyErr_FormatV(type, format, arguments);
   va_end(arguments);
-  throw PythonError{};
+  return {};
 }
 
 namespace {
@@ -100,7 +100,6 @@ bool prepare_thread() noexcept {
 void translate_current_exception() noexcept {
   try {
     throw;
-  } catch (const PythonError&) {  // NOLINT(bugprone-empty-catch): the indicator is already set
   } catch (const std::bad_alloc&) {
     PyErr_NoMemory();
   } catch (const std::exception& error) {

@@ -1,5 +1,5 @@
-// Python errors as C++ exceptions: raised at the call that failed, turned back into NULL at one
-// edge.
+// Python errors in C++. A refusal is a value that functions return; an error in the middle of an
+// expression is a C++ exception. Both become what the interpreter expects at one edge.
 #pragma once
 
 #include "common/ref.h"
@@ -9,11 +9,39 @@ namespace typed_shapes {
 // Thrown when the interpreter's error indicator is set; carries nothing, the indicator has it all.
 struct PythonError {};
 
+// What a refusal returns once the error is set: false from a check, an empty Result from a
+// function.
+struct [[nodiscard]] Refused {
+  // NOLINTNEXTLINE(*-explicit-*)
+  constexpr operator bool() const noexcept { return false; }
+};
+
+// A new reference, or none and the error set. To return one hands the error on without a throw;
+// to use it as a reference throws the error.
+class [[nodiscard]] Result {
+ public:
+  // NOLINTBEGIN(*-explicit-*)
+  Result(Ref object) noexcept : object_(std::move(object)) {}
+  Result(Refused /*unused*/) noexcept {}
+  operator Ref() && {
+    if (!object_) throw PythonError{};
+    return std::move(object_);
+  }
+  // NOLINTEND(*-explicit-*)
+
+  [[nodiscard]] PyObject* get() const {
+    if (!object_) throw PythonError{};
+    return object_.get();
+  }
+  [[nodiscard]] PyObject* release() noexcept { return object_.release(); }
+  explicit operator bool() const noexcept { return static_cast<bool>(object_); }
+
+ private:
+  Ref object_;
+};
+
 // The result of an API call that returns a new reference, or NULL with an error set.
-[[nodiscard]] inline Ref own(PyObject* result) {
-  if (result == nullptr) throw PythonError{};
-  return Ref::steal(result);
-}
+inline Result own(PyObject* result) noexcept { return Ref::steal(result); }
 
 // The result of an API call that returns a negative number with an error set.
 template <typename Integer>
@@ -36,8 +64,14 @@ inline void check_indicator() {
   if (PyErr_Occurred() != nullptr) throw PythonError{};
 }
 
-// Sets a Python exception with a printf-style text and throws.
-[[noreturn]] void raise(PyObject* type, const char* format, ...);
+// Sets a Python exception with a printf-style text.
+Refused set_error(PyObject* type, const char* format, ...);
+// The same in the middle of an expression: throws.
+template <typename... Values>
+[[noreturn]] void raise(PyObject* type, const char* format, Values... values) {
+  static_cast<void>(set_error(type, format, values...));
+  throw PythonError{};
+}
 
 // Makes the pending error the cause and the context of a new one, as `raise ... from` does.
 [[noreturn]] void raise_from_pending(PyObject* type, const char* text);
@@ -63,7 +97,7 @@ class SavedError {
 // clause.
 void add_context(PyObject* caught);
 
-// Sets the Python exception that stands for the C++ exception being handled.
+// Sets the Python exception that stands for the C++ exception being handled, which is none of ours.
 void translate_current_exception() noexcept;
 
 // Whether an exception can be thrown in this thread without asking for memory first. The C++
@@ -79,7 +113,9 @@ template <typename Body>
 PyObject* guarded(Body&& body) noexcept {
   if (!thread_can_throw && !prepare_thread()) return nullptr;
   try {
-    return std::forward<Body>(body)().release();
+    return Result(std::forward<Body>(body)()).release();
+  } catch (const PythonError&) {  // by itself: to throw it on would cost as much as the first throw
+    return nullptr;
   } catch (...) {
     translate_current_exception();
     return nullptr;
@@ -92,6 +128,8 @@ int guarded_status(Body&& body) noexcept {
   try {
     std::forward<Body>(body)();
     return 0;
+  } catch (const PythonError&) {
+    return -1;
   } catch (...) {
     translate_current_exception();
     return -1;

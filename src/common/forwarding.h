@@ -10,33 +10,32 @@ template <auto& kRecord, std::size_t kField>
 class Forward {
  public:
   // key in self.field
-  static Ref contains(PyObject* self, PyObject* key) {
+  static Result contains(PyObject* self, PyObject* key) {
     return boolean(typed_shapes::contains(field_of(self).get(), key));
   }
   // self.field[key]
-  static Ref item(PyObject* self, PyObject* key) { return get_item(field_of(self).get(), key); }
+  static Result item(PyObject* self, PyObject* key) { return get_item(field_of(self).get(), key); }
   // self.field[key] = value
-  static Ref set_item(PyObject* self, PyObject* key, PyObject* value) {
-    check(PyObject_SetItem(field_of(self).get(), key, value));
-    return none();
+  static Result set_item(PyObject* self, PyObject* key, PyObject* value) {
+    return none_if(PyObject_SetItem(field_of(self).get(), key, value) == 0);
   }
   // self.field.get(key, default)
-  static Ref get(PyObject* self, PyObject* key, PyObject* fallback) {
+  static Result get(PyObject* self, PyObject* key, PyObject* fallback) {
     return typed_shapes::get(field_of(self).get(), key, fallback);
   }
   // len(self.field)
-  static Ref length(PyObject* self) {
+  static Result length(PyObject* self) {
     return own(PyLong_FromSsize_t(check(PyObject_Size(field_of(self).get()))));
   }
   // iter(self.field)
-  static Ref iterate(PyObject* self) { return own(PyObject_GetIter(field_of(self).get())); }
+  static Result iterate(PyObject* self) { return own(PyObject_GetIter(field_of(self).get())); }
   // self.field.keys(), items(), values()
-  static Ref keys(PyObject* self) { return call_method(field_of(self).get(), names.keys); }
-  static Ref items(PyObject* self) { return call_method(field_of(self).get(), names.items); }
-  static Ref values(PyObject* self) { return call_method(field_of(self).get(), names.values); }
+  static Result keys(PyObject* self) { return call_method(field_of(self).get(), names.keys); }
+  static Result items(PyObject* self) { return call_method(field_of(self).get(), names.items); }
+  static Result values(PyObject* self) { return call_method(field_of(self).get(), names.values); }
 
  private:
-  static Ref field_of(PyObject* self) { return kRecord.attribute(self, kField); }
+  static Result field_of(PyObject* self) { return kRecord.attribute(self, kField); }
 };
 
 }  // namespace typed_shapes

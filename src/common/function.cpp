@@ -72,7 +72,8 @@ ParameterList parameters_of(const NativeFunction* function) {
     // It may go while its body runs, and with it the defaults: no caller need hold it.
     const Ref self = Ref::borrow(reinterpret_cast<PyObject*>(function));
     PyObject* places[kMaxParameters];
-    bind_arguments(parameters_of(function), arguments, {places, function->parameter_count});
+    const std::span bound(places, function->parameter_count);
+    if (!bind_arguments(parameters_of(function), arguments, bound)) return Result(Refused{});
     return function->body(places);
   });
 }
@@ -300,7 +301,6 @@ void create_function_type() {
 
 Ref make_function(const FunctionTable& table) {
   const SignatureLine line = parse_signature(table.signature);
-  if (line.parameters.size() > kMaxParameters) raise(PyExc_SystemError, "too many parameters");
 
   Parts parts;
   set_parameters(parts, line);

@@ -4,13 +4,14 @@
 #include <string_view>
 #include <utility>
 
+#include "common/binder.h"
 #include "common/objects.h"
 
 namespace typed_shapes {
 
 // What a function does with its arguments: one borrowed, non-null object for each parameter, in the
-// signature's order. It returns a new reference or throws.
-using Body = Ref (*)(PyObject* const* arguments);
+// signature's order.
+using Body = Result (*)(PyObject* const* arguments);
 
 struct FunctionTable {
   const char* signature;  // the signature line, also the first line of __doc__
@@ -21,10 +22,10 @@ struct FunctionTable {
 // Passes the arguments on to an ordinary function of that many parameters.
 template <auto kFunction>
 struct Adapter;
-template <typename Result, typename... Parameters, Result (*kFunction)(Parameters...)>
+template <typename Returned, typename... Parameters, Returned (*kFunction)(Parameters...)>
 struct Adapter<kFunction> {
   static constexpr std::size_t kParameterCount = sizeof...(Parameters);
-  static Result call(PyObject* const* arguments) {
+  static Returned call(PyObject* const* arguments) {
     return [arguments]<std::size_t... kIndex>(std::index_sequence<kIndex...>) {
       return kFunction(arguments[kIndex]...);
     }(std::index_sequence_for<Parameters...>{});
@@ -49,6 +50,7 @@ consteval std::size_t count_parameters(std::string_view line) {
 // The table of function<body>("name(parameters)", "doc"): the two must have as many parameters.
 template <auto kFunction>
 consteval FunctionTable function(const char* signature, const char* doc = nullptr) {
+  static_assert(Adapter<kFunction>::kParameterCount <= kMaxParameters);
   if (count_parameters(signature) != Adapter<kFunction>::kParameterCount) {
     throw "the signature line and the function differ in the number of their parameters";
   }

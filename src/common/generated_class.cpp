@@ -22,23 +22,23 @@ bool is_of_dataclasses(PyObject* name) {
 
 }  // namespace
 
-bool is_as_generated(PyTypeObject* type, const RecordTable& table) {
+Ref generated_init(PyTypeObject* type, const RecordTable& table) {
   const bool is_frozen = table.decorator == Decorator::kFrozen;
   PyObject* init = PyDict_GetItemWithError(type->tp_dict, names.init);
-  if (init == nullptr || !PyFunction_Check(init)) return false;
+  if (init == nullptr || !PyFunction_Check(init)) return {};
   const auto* code =
       reinterpret_cast<PyCodeObject*>(reinterpret_cast<PyFunctionObject*>(init)->func_code);
-  return Py_IS_TYPE(type, &PyType_Type) && type->tp_base == &PyBaseObject_Type &&
-         type->tp_new == PyBaseObject_Type.tp_new && type->tp_getattro == PyObject_GenericGetAttr &&
-         (is_frozen || type->tp_setattro == PyObject_GenericSetAttr) &&
-         std::cmp_equal(code->co_argcount, table.fields.size() + 1) &&
-         is_of_dataclasses(names.dataclass) && is_of_dataclasses(names.field);
+  const bool is_as_generated =
+      Py_IS_TYPE(type, &PyType_Type) && type->tp_base == &PyBaseObject_Type &&
+      type->tp_new == PyBaseObject_Type.tp_new && type->tp_getattro == PyObject_GenericGetAttr &&
+      (is_frozen || type->tp_setattro == PyObject_GenericSetAttr) &&
+      std::cmp_equal(code->co_argcount, table.fields.size() + 1) &&
+      is_of_dataclasses(names.dataclass) && is_of_dataclasses(names.field);
+  return Ref::borrow(is_as_generated ? init : nullptr);
 }
 
-Ref factory_mark(PyTypeObject* type, std::span<const Field> fields) {
-  const auto* init =
-      reinterpret_cast<PyFunctionObject*>(PyDict_GetItemWithError(type->tp_dict, names.init));
-  const auto defaults = items_of(init->func_defaults);
+Ref factory_mark(PyObject* init, std::span<const Field> fields) {
+  const auto defaults = items_of(reinterpret_cast<PyFunctionObject*>(init)->func_defaults);
   const auto optional = fields.last(defaults.size());
   for (std::size_t i = 0; i < optional.size(); ++i) {
     if (default_factory(optional[i].default_value) != nullptr) return Ref::borrow(defaults[i]);

@@ -5,13 +5,13 @@
 
 namespace typed_shapes {
 
-// Whether a record class is what `dataclass` makes of this table: the class is a plain one, and
-// `dataclass` and `field` were the standard library's own functions during the import. What these
-// call inside of the library is trusted.
-[[nodiscard]] bool is_as_generated(PyTypeObject* type, const RecordTable& table);
+// The __init__ of a record class that is what `dataclass` makes of this table, else null: the class
+// is a plain one, and `dataclass` and `field` were the standard library's own functions during the
+// import. What these call inside of the library is trusted.
+[[nodiscard]] Ref generated_init(PyTypeObject* type, const RecordTable& table);
 
-// What the generated __init__ of such a class takes for an argument that was left out, where a
-// factory makes the field; null where none does.
-[[nodiscard]] Ref factory_mark(PyTypeObject* type, std::span<const Field> fields);
+// What that __init__ takes for an argument that was left out, where a factory makes the field; null
+// where none does.
+[[nodiscard]] Ref factory_mark(PyObject* init, std::span<const Field> fields);
 
 }  // namespace typed_shapes

@@ -2,33 +2,40 @@
 #pragma once
 
 #include <initializer_list>
+#include <string_view>
+#include <vector>
 
 #include "common/objects.h"
 
 namespace typed_shapes {
 
-// A piece of a message: a literal, or the str that an expression gave.
+using Characters = std::vector<Py_UCS4>;
+
+// A piece of a message: an ASCII literal, or the str that an expression gave.
 class Piece {
  public:
   // Implicit, so that a message reads as the list of its pieces.
   // NOLINTBEGIN(*-explicit-constructor)
-  Piece(const char* literal) : text_(own(PyUnicode_FromString(literal))) {}
+  Piece(const char* literal) : literal_(literal) {}
   Piece(Ref text) : text_(std::move(text)) {}
+  Piece(Result text) : text_(std::move(text)) {}
   // The characters of a str, whatever a subclass makes of str().
   Piece(PyObject* text) : text_(Ref::borrow(text)) {}
   // NOLINTEND(*-explicit-constructor)
 
-  [[nodiscard]] PyObject* get() const noexcept { return text_.get(); }
+  // TypeError, as + raises it, for what only claims to be a str.
+  void append_to(Characters& characters) const;
 
  private:
-  Ref text_;
+  std::string_view literal_;
+  Ref text_;  // null for a literal
 };
 
 // piece + piece + ...
-[[nodiscard]] Ref message(std::initializer_list<Piece> pieces);
+[[nodiscard]] Result message(std::initializer_list<Piece> pieces);
 
 // raise exception
-[[noreturn]] void raise_exception(PyObject* exception);
+Refused refuse_with(PyObject* exception);
 
 // A callable of the module that words a refusal. Python looks it up before it makes the message,
 // and so does an expression that names it first, since C++ evaluates what stands before the
@@ -38,13 +45,13 @@ class ErrorClass {
   explicit ErrorClass(Ref callable) : callable_(std::move(callable)) {}
 
   // raise callable(piece + piece + ...)
-  [[noreturn]] void refuse(std::initializer_list<Piece> pieces) const;
+  Refused refuse(std::initializer_list<Piece> pieces) const;
 
  private:
   Ref callable_;
 };
 
-// The module's SchemaError, looked up now: schema_error().refuse({"... got ", repr(value)})
+// The module's SchemaError, looked up now: return schema_error().refuse({"... got ", repr(value)});
 [[nodiscard]] ErrorClass schema_error();
 
 }  // namespace typed_shapes

@@ -6,7 +6,7 @@
 
 #include <vector>
 
-#include "common/ref.h"
+#include "common/errors.h"
 
 namespace typed_shapes {
 
@@ -21,7 +21,7 @@ class MisfitPath {
   // the next one down this path goes to the canonical one at once; what lies beside the path gets a
   // path of its own.
   template <typename Fast, typename Canonical>
-  [[nodiscard]] Ref walk(PyObject* object, Fast&& fast, Canonical&& canonical) {
+  [[nodiscard]] Result walk(PyObject* object, Fast&& fast, Canonical&& canonical) {
     if (!objects_.empty() && objects_.back() == object) {
       objects_.pop_back();
       return canonical(*this);

@@ -10,7 +10,7 @@ namespace typed_shapes {
 namespace {
 
 template <typename... Fallback>
-Ref get_or(PyObject* mapping, PyObject* key, PyObject* otherwise, Fallback... fallback) {
+Result get_or(PyObject* mapping, PyObject* key, PyObject* otherwise, Fallback... fallback) {
   if (!PyDict_CheckExact(mapping)) return call_method(mapping, names.get, key, fallback...);
   PyObject* value = PyDict_GetItemWithError(mapping, key);
   if (value == nullptr) check_indicator();
@@ -19,14 +19,14 @@ Ref get_or(PyObject* mapping, PyObject* key, PyObject* otherwise, Fallback... fa
 
 }  // namespace
 
-Ref get(PyObject* mapping, PyObject* key, PyObject* fallback) {
+Result get(PyObject* mapping, PyObject* key, PyObject* fallback) {
   return get_or(mapping, key, fallback, fallback);
 }
 
-Ref get(PyObject* mapping, PyObject* key) { return get_or(mapping, key, Py_None); }
+Result get(PyObject* mapping, PyObject* key) { return get_or(mapping, key, Py_None); }
 
-Ref call_keywords(PyObject* callable, std::span<PyObject* const> positional,
-                  std::span<const Keyword> keywords) {
+Result call_keywords(PyObject* callable, std::span<PyObject* const> positional,
+                     std::span<const Keyword> keywords) {
   const auto is_given = [](const Keyword& keyword) { return keyword.value != nullptr; };
   std::vector<PyObject*> stack(positional.begin(), positional.end());
   stack.reserve(positional.size() + keywords.size());
@@ -41,7 +41,7 @@ Ref call_keywords(PyObject* callable, std::span<PyObject* const> positional,
   return own(PyObject_Vectorcall(callable, stack.data(), positional.size(), keyword_names.get()));
 }
 
-Ref iterate(PyObject* iterable) {
+Result iterate(PyObject* iterable) {
   if (!Py_IS_TYPE(iterable, &PyDictItems_Type)) return own(PyObject_GetIter(iterable));
   // CPython 3.11 crashes where it finds no memory for the pair that an iterator over the items of a
   // dict keeps. With a pair on the free list of tuples, and no collection to empty that, it need

@@ -19,17 +19,22 @@ namespace typed_shapes {
 }
 
 [[nodiscard]] inline Ref none() { return Ref::borrow(Py_None); }
+// None, where all checks passed; one that did not has set the error.
+[[nodiscard]] inline Result none_if(bool passed) {
+  if (passed) return none();
+  return Refused{};
+}
 [[nodiscard]] inline bool is_none(const Ref& object) { return object.get() == Py_None; }
 // True if condition else False
 [[nodiscard]] inline Ref boolean(bool condition) {
   return Ref::borrow(condition ? Py_True : Py_False);
 }
 // An interned str.
-[[nodiscard]] inline Ref interned(const char* characters) {
+inline Result interned(const char* characters) {
   return own(PyUnicode_InternFromString(characters));
 }
 // object.name
-[[nodiscard]] inline Ref get_attr(PyObject* object, PyObject* name) {
+inline Result get_attr(PyObject* object, PyObject* name) {
   return own(PyObject_GetAttr(object, name));
 }
 // object.name = value
@@ -83,7 +88,7 @@ inline void set_attr(PyObject* object, PyObject* name, PyObject* value) {
   return is_str(object) && is_true(object);
 }
 // left OPERATOR right, for Py_EQ, Py_NE, Py_LT, ...
-[[nodiscard]] inline Ref rich_compare(PyObject* left, PyObject* right, int op) {
+inline Result rich_compare(PyObject* left, PyObject* right, int op) {
   check_operands(left, right);
   return own(PyObject_RichCompare(left, right, op));
 }
@@ -95,16 +100,16 @@ inline void set_attr(PyObject* object, PyObject* name, PyObject* value) {
 [[nodiscard]] inline bool contains(PyObject* container, PyObject* item) {
   return check(PySequence_Contains(container, item)) != 0;
 }
-[[nodiscard]] inline Ref repr(PyObject* object) { return own(PyObject_Repr(object)); }
+inline Result repr(PyObject* object) { return own(PyObject_Repr(object)); }
 // str(object)
-[[nodiscard]] inline Ref str(PyObject* object) { return own(PyObject_Str(object)); }
-[[nodiscard]] inline Ref str(Py_ssize_t number) { return own(PyUnicode_FromFormat("%zd", number)); }
+inline Result str(PyObject* object) { return own(PyObject_Str(object)); }
+inline Result str(Py_ssize_t number) { return own(PyUnicode_FromFormat("%zd", number)); }
 // type(object).__name__
-[[nodiscard]] inline Ref type_name(PyObject* object) {
+inline Result type_name(PyObject* object) {
   return get_attr(reinterpret_cast<PyObject*>(Py_TYPE(object)), names.name_dunder);
 }
 // dict(source)
-[[nodiscard]] inline Ref dict_from(PyObject* source) {
+inline Result dict_from(PyObject* source) {
   if (!PyDict_CheckExact(source)) {
     return own(PyObject_CallOneArg(reinterpret_cast<PyObject*>(&PyDict_Type), source));
   }
@@ -114,13 +119,13 @@ inline void set_attr(PyObject* object, PyObject* name, PyObject* value) {
   return copy;
 }
 // container[key]
-[[nodiscard]] inline Ref get_item(PyObject* container, PyObject* key) {
+inline Result get_item(PyObject* container, PyObject* key) {
   return own(PyObject_GetItem(container, key));
 }
 
 // callable(*arguments)
 template <typename... Arguments>
-Ref call(PyObject* callable, Arguments... arguments) {
+Result call(PyObject* callable, Arguments... arguments) {
   // One free place in front lets a bound method pass on its arguments without a copy.
   std::array<PyObject*, sizeof...(arguments) + 1> stack{nullptr, arguments...};
   return own(PyObject_Vectorcall(callable, stack.data() + 1,
@@ -129,16 +134,16 @@ Ref call(PyObject* callable, Arguments... arguments) {
 
 // object.name(*arguments)
 template <typename... Arguments>
-Ref call_method(PyObject* object, PyObject* name, Arguments... arguments) {
+Result call_method(PyObject* object, PyObject* name, Arguments... arguments) {
   std::array<PyObject*, sizeof...(arguments) + 1> stack{object, arguments...};
   return own(PyObject_VectorcallMethod(name, stack.data(),
                                        stack.size() | PY_VECTORCALL_ARGUMENTS_OFFSET, nullptr));
 }
 
 // mapping.get(key, fallback), through the mapping's own method; that of an exact dict is known.
-[[nodiscard]] Ref get(PyObject* mapping, PyObject* key, PyObject* fallback);
+[[nodiscard]] Result get(PyObject* mapping, PyObject* key, PyObject* fallback);
 // mapping.get(key)
-[[nodiscard]] Ref get(PyObject* mapping, PyObject* key);
+[[nodiscard]] Result get(PyObject* mapping, PyObject* key);
 
 struct Keyword {
   PyObject* name;
@@ -146,8 +151,14 @@ struct Keyword {
 };
 
 // callable(*positional, name=value, ...); keywords without a value are left out
-Ref call_keywords(PyObject* callable, std::span<PyObject* const> positional,
-                  std::span<const Keyword> keywords);
+Result call_keywords(PyObject* callable, std::span<PyObject* const> positional,
+                     std::span<const Keyword> keywords);
+
+// list.append(item); false where the item could not be made.
+[[nodiscard]] inline bool append(const Ref& list, const Result& item) {
+  if (item) check(PyList_Append(list.get(), item.get()));
+  return static_cast<bool>(item);
+}
 
 // Whether the predicate takes every (key, value) of a real dict, in order. Neither the walk nor the
 // predicate may run Python code: nothing guards against a change of the dict.
@@ -169,7 +180,7 @@ bool all_entries(PyObject* dict, Predicate&& predicate) {
 }
 
 // iter(iterable)
-[[nodiscard]] Ref iterate(PyObject* iterable);
+[[nodiscard]] Result iterate(PyObject* iterable);
 
 // all(predicate(item) for item in iterable), without the generator
 template <typename Predicate>

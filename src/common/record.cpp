@@ -23,8 +23,8 @@ PyObject* plain_default(Default kind) noexcept {
 }
 
 PyTypeObject* default_factory(Default kind) noexcept {
-  if (kind == Default::kEmptyDict) return &PyDict_Type;
-  return kind == Default::kEmptyList ? &PyList_Type : nullptr;
+  if (!has_factory(kind)) return nullptr;
+  return kind == Default::kEmptyDict ? &PyDict_Type : &PyList_Type;
 }
 
 namespace {
@@ -94,12 +94,6 @@ Ref Record::decorated(PyObject* type) const {
 }
 
 void Record::define(vectorcallfunc overlay) {
-  const auto factories = std::ranges::count_if(table_.fields, [](const Field& field) {
-    return default_factory(field.default_value) != nullptr;
-  });
-  if (table_.fields.size() > kMaxParameters || std::cmp_greater(factories, kMaxFactories)) {
-    raise(PyExc_SystemError, "too many fields");
-  }
   no_arguments.set(own(PyTuple_New(0)));
   Ref name_tuple = own(PyTuple_New(static_cast<Py_ssize_t>(table_.fields.size())));
   for (std::size_t i = 0; i < table_.fields.size(); ++i) {
@@ -114,8 +108,11 @@ void Record::define(vectorcallfunc overlay) {
   const bool is_plain = watches_usable && Py_IS_TYPE(made.get(), &PyType_Type);
   Ref record = decorated(made.get());
   globals::bind(table_.name, record.get());
-  if (!is_plain || record.get() != made.get() || !is_as_generated(type, table_)) return;
-  factory_mark_.set(factory_mark(type, table_.fields));
+  if (!is_plain || record.get() != made.get()) return;
+  Ref init = generated_init(type, table_);
+  if (!init) return;
+  factory_mark_.set(factory_mark(init.get(), table_.fields));
+  init_.set(std::move(init));
   first_factory_ = factory_count_ = 0;
   for (std::size_t i = 0; i < table_.fields.size(); ++i) {
     if (default_factory(table_.fields[i].default_value) == nullptr) continue;
@@ -167,7 +164,7 @@ Ref Record::field_if_plain(PyObject* instance, std::size_t index) const {
   return Ref::borrow(value);
 }
 
-Ref Record::attribute(PyObject* instance, std::size_t index) {
+Result Record::attribute(PyObject* instance, std::size_t index) {
   if (has_inline_fields_ && is_exact(instance) && watch_.attributes_untouched() &&
       has_inline_array(instance)) {
     if (PyObject* value = inline_field(instance, index)) return Ref::borrow(value);
@@ -176,12 +173,14 @@ Ref Record::attribute(PyObject* instance, std::size_t index) {
   return get_attr(instance, field_names()[index]);
 }
 
-void Record::require_fields(PyObject* self) const {
+bool Record::require_fields(PyObject* self) const {
   const Ref held_names = globals::held(field_names_);
   for (std::size_t i = 0; i < table_.fields.size(); ++i) {
     const Check& check = table_.fields[i].check;
-    if (check.require != nullptr) check.require({self, field_names()[i], table_.name});
+    const FieldAccess field{self, field_names()[i], table_.name};
+    if (check.require != nullptr && !check.require(field)) return false;
   }
+  return true;
 }
 
 bool Record::add_defaults(Values& values, Factories& made) const {
@@ -209,20 +208,29 @@ bool Record::bind(const CallArguments& arguments, Values& values) const {
   return std::ranges::find(from_factories, factory_mark_.get()) == from_factories.end();
 }
 
+bool Record::call_init(PyObject* instance, const Values& values) const {
+  const Ref init = globals::held(init_);
+  std::array<PyObject*, kMaxParameters + 1> stack{instance};
+  std::ranges::copy(values, stack.begin() + 1);
+  return static_cast<bool>(
+      own(PyObject_Vectorcall(init.get(), stack.data(), table_.fields.size() + 1, nullptr)));
+}
+
 template <typename Initialise>
-Ref Record::make(const Values& values, bool are_complete, Initialise&& initialise) {
+Result Record::make(const Values& values, bool are_complete, Initialise&& initialise) {
   // First the instance, then the questions: making it may collect garbage, and with that run code
   // that changes the class, the module or the values.
   Ref instance = allocate();
-  const bool is_sure =
-      are_complete && untouched() && globals::untouched() && is_accepted(values.data());
-  if (is_sure) {
+  const bool is_as_made = are_complete && untouched();
+  if (is_as_made && globals::untouched() && is_accepted(values.data())) {
     fill(instance.get(), values.data());
-  } else {
-    // What type.__call__ does with the instance.
-    const RecursionLevel level;
-    initialise(instance.get());
+    return instance;
   }
+  // What type.__call__ does with the instance.
+  const RecursionLevel level;
+  const bool is_initialised =
+      is_as_made ? call_init(instance.get(), values) : initialise(instance.get());
+  if (!is_initialised) return Refused{};
   return instance;
 }
 
@@ -237,7 +245,7 @@ Ref Record::keywords_of(std::span<PyObject* const> given) const {
   return keywords;
 }
 
-Ref Record::call_with(PyObject* cls, std::span<PyObject* const> given) {
+Result Record::call_with(PyObject* cls, std::span<PyObject* const> given) {
   if (!may_allocate(cls)) {
     const Ref positional = globals::held(no_arguments);
     return own(PyObject_Call(cls, positional.get(), keywords_of(given).get()));
@@ -248,7 +256,7 @@ Ref Record::call_with(PyObject* cls, std::span<PyObject* const> given) {
   const bool are_complete = add_defaults(values, made);
   return make(values, are_complete, [&](PyObject* instance) {
     const Ref positional = globals::held(no_arguments);
-    check(Py_TYPE(instance)->tp_init(instance, positional.get(), keywords_of(given).get()));
+    return Py_TYPE(instance)->tp_init(instance, positional.get(), keywords_of(given).get()) == 0;
   });
 }
 
@@ -266,7 +274,8 @@ PyObject* Record::vectorcall(PyObject* cls, PyObject* const* args, std::size_t n
     const bool are_complete = bind(arguments, values) && add_defaults(values, made);
     return make(values, are_complete, [&](PyObject* instance) {
       const TupleAndDict given(arguments);
-      check(Py_TYPE(instance)->tp_init(instance, given.positional.get(), given.keywords.get()));
+      return Py_TYPE(instance)->tp_init(instance, given.positional.get(), given.keywords.get()) ==
+             0;
     });
   });
 }

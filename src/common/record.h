@@ -2,6 +2,7 @@
 // over the generated one.
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <initializer_list>
 #include <span>
@@ -25,7 +26,11 @@ enum class Default {
 
 // The default of a parameter that nothing makes anew; null where there is none.
 [[nodiscard]] PyObject* plain_default(Default kind) noexcept;
-// What makes it anew; null where nothing does.
+// Whether a function makes it anew for each instance.
+[[nodiscard]] constexpr bool has_factory(Default kind) noexcept {
+  return kind == Default::kEmptyList || kind == Default::kEmptyDict;
+}
+// That function; null where there is none.
 [[nodiscard]] PyTypeObject* default_factory(Default kind) noexcept;
 
 // A field of an instance that is being validated. Each look reads it anew, as self.field does: a
@@ -35,15 +40,16 @@ struct FieldAccess {
   PyObject* name;
   const char* class_name;
 
-  [[nodiscard]] Ref read() const { return get_attr(self, name); }
+  [[nodiscard]] Result read() const { return get_attr(self, name); }
 };
 
 [[nodiscard]] inline bool accept_anything(PyObject* /*value*/) { return true; }
 
-// What a field must be. The canonical check raises, and its text begins with class and field; null
-// where anything fits. The fast one tells without running Python code; false means "not sure".
+// What a field must be. The canonical check answers false for a refusal, whose text begins with
+// class and field; null where anything fits. The fast one tells without running Python code; false
+// means "not sure".
 struct Check {
-  void (*require)(const FieldAccess& field) = nullptr;
+  bool (*require)(const FieldAccess& field) = nullptr;
   bool (*accepts)(PyObject* value) = accept_anything;
 };
 
@@ -55,7 +61,7 @@ struct Field {
 };
 
 // No record has more fields that a factory makes.
-inline constexpr std::size_t kMaxFactories = 3;
+inline constexpr std::ptrdiff_t kMaxFactories = 3;
 
 enum class Decorator {
   kPlain,     // @dataclass
@@ -89,6 +95,9 @@ bool accept_fields(PyObject* const* values) {
 // an `accepts` of its own, with a parameter for each field.
 template <const auto& kFields, auto kAccepts = nullptr>
 consteval RecordTable with_fields(RecordTable table) {
+  static_assert(std::size(kFields) <= kMaxParameters);
+  static_assert(std::ranges::count_if(kFields, has_factory, &Field::default_value) <=
+                kMaxFactories);
   table.fields = kFields;
   if constexpr (std::is_null_pointer_v<decltype(kAccepts)>) {
     table.accepts = accept_fields<kFields>;
@@ -117,15 +126,15 @@ class Record {
   // Whether the object is an instance of exactly this class. Only for an untouched module.
   [[nodiscard]] bool is_exact(PyObject* object) const noexcept { return Py_TYPE(object) == type(); }
 
-  // The validation of the table, field by field.
-  void require_fields(PyObject* self) const;
+  // The validation of the table, field by field; false is a refusal.
+  [[nodiscard]] bool require_fields(PyObject* self) const;
 
   // A field of an exact instance of an untouched class; null where it cannot be read without
   // running Python code, or is unset.
   [[nodiscard]] Ref field_if_plain(PyObject* instance, std::size_t index) const;
 
   // instance.field, for any instance.
-  [[nodiscard]] Ref attribute(PyObject* instance, std::size_t index);
+  [[nodiscard]] Result attribute(PyObject* instance, std::size_t index);
 
   // What the overlay does with a call of the class.
   PyObject* vectorcall(PyObject* cls, PyObject* const* args, std::size_t nargsf,
@@ -134,7 +143,7 @@ class Record {
  protected:
   // See RecordOf.
   [[nodiscard]] Ref make_of(PyObject* const* values) const;
-  [[nodiscard]] Ref call_with(PyObject* cls, std::span<PyObject* const> given);
+  [[nodiscard]] Result call_with(PyObject* cls, std::span<PyObject* const> given);
   // Whether the class's own validation is sure to pass.
   [[nodiscard]] bool is_accepted(PyObject* const* values) const { return table_.accepts(values); }
 
@@ -153,9 +162,11 @@ class Record {
   [[nodiscard]] bool add_defaults(Values& values, Factories& made) const;
   // {field: value, ...} of the values that are not null.
   [[nodiscard]] Ref keywords_of(std::span<PyObject* const> given) const;
+  // instance.__init__(*values), for an untouched class: its own function gives None or raises.
+  [[nodiscard]] bool call_init(PyObject* instance, const Values& values) const;
   // A new instance, with these values where the class is sure to take them, else initialised.
   template <typename Initialise>
-  [[nodiscard]] Ref make(const Values& values, bool are_complete, Initialise&& initialise);
+  [[nodiscard]] Result make(const Values& values, bool are_complete, Initialise&& initialise);
   // Whether an instance of cls is one of this class and made by object.__new__.
   [[nodiscard]] bool may_allocate(PyObject* cls) noexcept {
     return cls == reinterpret_cast<PyObject*>(type()) && watch_.attributes_untouched();
@@ -168,6 +179,7 @@ class Record {
   const RecordTable& table_;
   ClassWatch watch_;
   Slot field_names_;   // a tuple of interned str
+  Slot init_;          // the generated __init__
   Slot factory_mark_;  // what dataclasses passes for a field that its factory makes; or null
   std::size_t first_factory_ = 0;  // the fields that may be given the mark: from here on
   std::size_t factory_count_ = 0;
@@ -205,20 +217,19 @@ class RecordOf : public Record {
   // field's default.
   template <typename... Values>
     requires(sizeof...(Values) == kFieldCount)
-  [[nodiscard]] Ref call(PyObject* cls, Values... values) {
+  Result call(PyObject* cls, Values... values) {
     PyObject* const all[] = {values...};
     return call_with(cls, all);
   }
 
   // cls()
-  [[nodiscard]] Ref call(PyObject* cls) { return call_with(cls, {}); }
+  Result call(PyObject* cls) { return call_with(cls, {}); }
 };
 
 // __post_init__ of a record whose fields are validated one by one.
 template <auto& kRecord>
-Ref check_fields(PyObject* self) {
-  kRecord.require_fields(self);
-  return none();
+Result check_fields(PyObject* self) {
+  return none_if(kRecord.require_fields(self));
 }
 
 // Makes a record class whose calls take the native constructor.

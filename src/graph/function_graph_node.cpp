@@ -16,22 +16,22 @@ namespace {
 
 extern NodeRecord record;
 
-[[noreturn]] void refuse_children(const ErrorClass& error, const Ref& children) {
-  error.refuse({"FunctionGraphNode.children must be a list; got ", type_name(children.get())});
+Refused refuse_children(const ErrorClass& error, const Ref& children) {
+  return error.refuse(
+      {"FunctionGraphNode.children must be a list; got ", type_name(children.get())});
 }
 
-void require_children(const FieldAccess& field) {
+bool require_children(const FieldAccess& field) {
   if (!is_list(field.read().get())) {
     const ErrorClass error = schema_error();
-    refuse_children(error, field.read());
+    return refuse_children(error, field.read());
   }
-  Py_ssize_t index = 0;
-  for_each(field.read().get(), [&](PyObject* child) {
-    if (!globals::is_instance_of(child, names.FunctionGraphNode)) {
-      schema_error().refuse({"FunctionGraphNode.children[", str(index),
-                             "] must be FunctionGraphNode; got ", type_name(child)});
-    }
+  Py_ssize_t index = -1;
+  return all_of(field.read().get(), [&](PyObject* child) -> bool {
     ++index;
+    if (globals::is_instance_of(child, names.FunctionGraphNode)) return true;
+    return schema_error().refuse({"FunctionGraphNode.children[", str(index),
+                                  "] must be FunctionGraphNode; got ", type_name(child)});
   });
 }
 
@@ -63,8 +63,8 @@ constexpr Field kFields[] = {
     {"_collect_nodes_cache", "Optional[Any]", Default::kHidden},
 };
 
-Ref from_raw(PyObject* cls, PyObject* raw);
-Ref coerce_graph(PyObject* raw);
+Result from_raw(PyObject* cls, PyObject* raw);
+Result coerce_graph(PyObject* raw);
 
 constexpr Method kMethods[] = {
     {function<check_fields<record>>("FunctionGraphNode.__post_init__(self) -> None")},
@@ -101,7 +101,8 @@ constinit NodeRecord record{kTable};
 template <typename... Fallback>
 Ref get_first(PyObject* mapping, PyObject* key, PyObject* other_key, Fallback... fallback) {
   Ref value = get(mapping, key);
-  return is_none(value) ? get(mapping, other_key, fallback...) : std::move(value);
+  if (is_none(value)) value = get(mapping, other_key, fallback...);
+  return value;
 }
 
 // One payload as `resolve` sees it: any mapping, whose values may be anything.
@@ -122,41 +123,44 @@ struct AnyPayload {
   [[nodiscard]] static bool is_true(const Ref& value) { return typed_shapes::is_true(value.get()); }
 };
 
-Ref coerce_node(PyObject* cls, PyObject* raw, MisfitPath& path);
+Result coerce_node(PyObject* cls, PyObject* raw, MisfitPath& path);
 
 // cls.from_raw(raw)
-Ref coerce_child(PyObject* cls, PyObject* raw, MisfitPath& path) {
+Result coerce_child(PyObject* cls, PyObject* raw, MisfitPath& path) {
   if (!record.stands_for(cls)) return call_method(cls, names.from_raw, raw);
   const RecursionLevel level;
   return coerce_node(cls, raw, path);
 }
 
-Ref coerce_children(PyObject* cls, PyObject* raw, MisfitPath& path) {
+Result coerce_children(PyObject* cls, PyObject* raw, MisfitPath& path) {
   Ref children = get_first(raw, names.children, names.args, own(PyList_New(0)).get());
   // Not the list that was offered as the default: the mapping may have kept it.
   Ref result = own(PyList_New(0));
   if (is_none(children)) return result;
-  if (!is_list(children.get())) refuse_children(schema_error(), children);
-  for_each(children.get(), [&](PyObject* child) {
-    check(PyList_Append(result.get(), coerce_child(cls, child, path).get()));
+  if (!is_list(children.get())) return refuse_children(schema_error(), children);
+  const bool all_fit = all_of(children.get(), [&](PyObject* child) {
+    return append(result, coerce_child(cls, child, path));
   });
+  if (!all_fit) return Refused{};
   return result;
 }
 
 // Anything but a dict is silently replaced, unlike children.
-Ref copy_config(PyObject* raw) {
+Result copy_config(PyObject* raw) {
   Ref config = get_first(raw, names.config, names.params, own(PyDict_New()).get());
   return is_dict(config.get()) ? dict_from(config.get()) : own(PyDict_New());
 }
 
-Ref coerce_canonically(PyObject* cls, PyObject* raw, MisfitPath& path) {
-  require_json_mapping(raw, "FunctionGraphNode");
+Result coerce_canonically(PyObject* cls, PyObject* raw, MisfitPath& path) {
+  if (!require_json_mapping(raw, "FunctionGraphNode")) return Refused{};
   AnyPayload payload{raw};
   const auto [kind, node] = resolve(payload);
   if (!is_non_empty_str(kind.get())) {
-    schema_error().refuse({"graph node missing required str 'type' field; got ", repr(kind.get())});
+    return schema_error().refuse(
+        {"graph node missing required str 'type' field; got ", repr(kind.get())});
   }
-  Ref children = coerce_children(cls, raw, path);
+  Result children = coerce_children(cls, raw, path);
+  if (!children) return children;
   Ref config = copy_config(raw);
   Ref canonical_id = get(raw, names.canonical_id);
   Ref family = get(raw, names.family);
@@ -165,18 +169,18 @@ Ref coerce_canonically(PyObject* cls, PyObject* raw, MisfitPath& path) {
                      family.get(), value.get(), nullptr, nullptr);
 }
 
-Ref coerce_node(PyObject* cls, PyObject* raw, MisfitPath& path) {
+Result coerce_node(PyObject* cls, PyObject* raw, MisfitPath& path) {
   return path.walk(
       raw, [&](MisfitPath& tried) { return build_graph(record, cls, raw, tried); },
       [&](MisfitPath& rest) { return coerce_canonically(cls, raw, rest); });
 }
 
-Ref from_raw(PyObject* cls, PyObject* raw) {
+Result from_raw(PyObject* cls, PyObject* raw) {
   MisfitPath path;
   return coerce_node(cls, raw, path);
 }
 
-Ref coerce_graph(PyObject* raw) {
+Result coerce_graph(PyObject* raw) {
   return call_method(globals::lookup(names.FunctionGraphNode).get(), names.from_raw, raw);
 }
 

@@ -128,8 +128,9 @@ class GraphBuilder {
   }
 
   static Ref copy_config(PyObject* raw) {
-    if (PyDict_CheckExact(raw)) return has_str_keys(raw) ? own(PyDict_Copy(raw)) : Ref();
-    return is_plain_non_dict(raw) ? own(PyDict_New()) : Ref();
+    if (PyDict_CheckExact(raw) && has_str_keys(raw)) return own(PyDict_Copy(raw));
+    if (is_plain_non_dict(raw)) return own(PyDict_New());
+    return {};
   }
 
   const NodeRecord& record_;

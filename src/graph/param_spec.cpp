@@ -13,11 +13,11 @@ namespace {
 // --- Validation ---
 
 constexpr Check kWindow = {
-    [](const FieldAccess& field) {
-      if (is_none(field.read())) return;
+    [](const FieldAccess& field) -> bool {
+      if (is_none(field.read())) return true;
       Ref window = field.read();
-      if (globals::is_instance_of(window.get(), names.WindowSpec)) return;
-      schema_error().refuse(
+      if (globals::is_instance_of(window.get(), names.WindowSpec)) return true;
+      return schema_error().refuse(
           {"ParamSpec.window must be WindowSpec or None; got ", type_name(field.read().get())});
     },
     [](PyObject* value) { return value == Py_None || window_spec.is_exact(value); }};
@@ -36,10 +36,10 @@ constexpr Field kFields[] = {
 
 extern ParamRecord record;
 
-Ref from_raw(PyObject* cls, PyObject* name, PyObject* raw);
-Ref from_mapping(PyObject* cls, PyObject* raw);
-Ref coerce_specs(PyObject* cls, PyObject* raw);
-Ref param_name(PyObject* spec);
+Result from_raw(PyObject* cls, PyObject* name, PyObject* raw);
+Result from_mapping(PyObject* cls, PyObject* raw);
+Result coerce_specs(PyObject* cls, PyObject* raw);
+Result param_name(PyObject* spec);
 
 constexpr Method kMethods[] = {
     {function<check_fields<record>>("ParamSpec.__post_init__(self) -> None")},
@@ -79,12 +79,12 @@ constinit ParamRecord record{kTable};
 // --- Coercion of one entry ---
 
 // cls(name=name, default=fallback), the default left out where it is null
-Ref of_default(PyObject* cls, PyObject* name, PyObject* fallback) {
+Result of_default(PyObject* cls, PyObject* name, PyObject* fallback) {
   return record.call(cls, name, nullptr, fallback, nullptr, nullptr, nullptr, nullptr);
 }
 
 // The same declaration under another name.
-Ref renamed(PyObject* name, PyObject* spec) {
+Result renamed(PyObject* name, PyObject* spec) {
   Ref cls = globals::lookup(names.ParamSpec);
   Ref type = get_attr(spec, names.type);
   Ref fallback = get_attr(spec, names.default_);
@@ -97,15 +97,16 @@ Ref renamed(PyObject* name, PyObject* spec) {
 }
 
 // Any dict with a bound is taken for a window too, whatever its name: its bounds must be integers.
-Ref window_of(PyObject* name, PyObject* raw) {
+Result window_of(PyObject* name, PyObject* raw) {
   if (compare(name, names.window, Py_EQ) || contains(raw, names.min) || contains(raw, names.max)) {
     return coerce_window(raw);
   }
   return none();
 }
 
-Ref from_dict(PyObject* cls, PyObject* name, PyObject* raw) {
-  Ref window = window_of(name, raw);
+Result from_dict(PyObject* cls, PyObject* name, PyObject* raw) {
+  Result window = window_of(name, raw);
+  if (!window) return window;
   Ref type = get(raw, names.type);
   Ref fallback = get(raw, names.default_);
   Ref minimum = get(raw, names.min);
@@ -115,11 +116,11 @@ Ref from_dict(PyObject* cls, PyObject* name, PyObject* raw) {
                      variadic.get(), window.get());
 }
 
-Ref from_raw(PyObject* cls, PyObject* name, PyObject* raw) {
+Result from_raw(PyObject* cls, PyObject* name, PyObject* raw) {
   if (Ref spec = build_param(record, cls, name, raw)) return spec;
   if (globals::is_instance_of(raw, names.ParamSpec)) {
-    const bool other_name = compare(get_attr(raw, names.name).get(), name, Py_NE);
-    return other_name ? renamed(name, raw) : Ref::borrow(raw);
+    if (compare(get_attr(raw, names.name).get(), name, Py_NE)) return renamed(name, raw);
+    return Ref::borrow(raw);
   }
   if (globals::is_instance_of(raw, names.WindowSpec)) {
     Ref fallback = get_attr(raw, names.default_);
@@ -136,10 +137,10 @@ Ref from_raw(PyObject* cls, PyObject* name, PyObject* raw) {
 class EntryCoercion {
  public:
   explicit EntryCoercion(PyObject* cls)
-      : cls_(cls), other_(record.stands_for(cls) ? Ref() : get_attr(cls, names.from_raw)) {}
+      : cls_(cls), other_(record.stands_for(cls) ? Ref() : Ref(get_attr(cls, names.from_raw))) {}
 
   // cls.from_raw(name, raw)
-  [[nodiscard]] Ref coerce(PyObject* name, PyObject* raw) const {
+  [[nodiscard]] Result coerce(PyObject* name, PyObject* raw) const {
     if (other_) return call(other_.get(), name, raw);
     return from_raw(cls_, name, raw);
   }
@@ -150,47 +151,52 @@ class EntryCoercion {
 };
 
 // cls.from_raw(name, raw)
-Ref coerce_entry(PyObject* cls, PyObject* name, PyObject* raw) {
+Result coerce_entry(PyObject* cls, PyObject* name, PyObject* raw) {
   if (Ref spec = build_param(record, cls, name, raw)) return spec;
   return EntryCoercion(cls).coerce(name, raw);
 }
 
 // --- Coercion of a schema ---
 
-Ref param_name(PyObject* spec) {
+Result param_name(PyObject* spec) {
   Ref name = own_attribute(PyObject_GetAttr(spec, names.name));
   if (name && is_non_empty_str(name.get())) return name;
-  schema_error().refuse({"ParamSpec list entry missing .name attribute; got ", type_name(spec)});
+  return schema_error().refuse(
+      {"ParamSpec list entry missing .name attribute; got ", type_name(spec)});
 }
 
-Ref from_list_entry(PyObject* cls, PyObject* entry) {
+Result from_list_entry(PyObject* cls, PyObject* entry) {
   if (globals::is_instance_of(entry, names.ParamSpec)) return Ref::borrow(entry);
   const EntryCoercion coercion(cls);
-  Ref name = call(globals::lookup(names.param_name).get(), entry);
+  Result name = call(globals::lookup(names.param_name).get(), entry);
+  if (!name) return name;
   return coercion.coerce(name.get(), entry);
 }
 
-Ref from_mapping(PyObject* cls, PyObject* raw) {
+Result from_mapping(PyObject* cls, PyObject* raw) {
   Ref specs = own(PyList_New(0));
+  bool all_fit = true;
   if (raw == Py_None) return specs;
   if (is_list(raw)) {
-    for_each(raw, [&](PyObject* entry) {
-      check(PyList_Append(specs.get(), from_list_entry(cls, entry).get()));
-    });
+    all_fit =
+        all_of(raw, [&](PyObject* entry) { return append(specs, from_list_entry(cls, entry)); });
   } else if (is_dict(raw)) {
-    for_each_item(raw, [&](PyObject* key, PyObject* value) {
-      check(PyList_Append(specs.get(), coerce_entry(cls, key, value).get()));
+    all_fit = all_items(raw, [&](PyObject* key, PyObject* value) {
+      return append(specs, coerce_entry(cls, key, value));
     });
   } else {
-    schema_error().refuse(
+    return schema_error().refuse(
         {"ParamSpec list payload must be dict, list, or None; got ", type_name(raw)});
   }
+  if (!all_fit) return Refused{};
   return specs;
 }
 
-Ref coerce_specs(PyObject* cls, PyObject* raw) {
+Result coerce_specs(PyObject* cls, PyObject* raw) {
   Ref by_name = own(PyDict_New());
-  for_each(call_method(cls, names.from_mapping, raw).get(), [&](PyObject* spec) {
+  Result specs = call_method(cls, names.from_mapping, raw);
+  if (!specs) return specs;
+  for_each(specs.get(), [&](PyObject* spec) {
     check(PyDict_SetItem(by_name.get(), get_attr(spec, names.name).get(), spec));
   });
   return by_name;

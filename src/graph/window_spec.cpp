@@ -25,9 +25,9 @@ constexpr Field kFields[] = {
     {"value", "Optional[int]", Default::kNone, kIntOrNone},
 };
 
-Ref post_init(PyObject* self);
-Ref from_raw(PyObject* cls, PyObject* raw);
-Ref picked(PyObject* self, PyObject* clamp_to);
+Result post_init(PyObject* self);
+Result from_raw(PyObject* cls, PyObject* raw);
+Result picked(PyObject* self, PyObject* clamp_to);
 
 constexpr Method kMethods[] = {
     {function<post_init>("WindowSpec.__post_init__(self) -> None")},
@@ -50,14 +50,14 @@ constexpr RecordTable kTable = with_fields<kFields>({
 
 // --- Validation ---
 
-Ref post_init(PyObject* self) {
+Result post_init(PyObject* self) {
   PyObject* const fields[] = {names.minimum, names.maximum, names.default_, names.value};
   Ref values[std::size(fields)];
   for (std::size_t i = 0; i < std::size(fields); ++i) values[i] = get_attr(self, fields[i]);
   for (std::size_t i = 0; i < std::size(fields); ++i) {
     PyObject* value = values[i].get();
     if (value == Py_None || (is_int(value) && !is_bool(value))) continue;
-    schema_error().refuse(
+    return schema_error().refuse(
         {"WindowSpec.", fields[i], " must be int or None; got ", type_name(value)});
   }
   return none();
@@ -65,11 +65,11 @@ Ref post_init(PyObject* self) {
 
 // --- Coercion ---
 
-Ref from_raw(PyObject* cls, PyObject* raw) {
+Result from_raw(PyObject* cls, PyObject* raw) {
   if (raw == Py_None) return none();
   if (globals::is_instance_of(raw, names.WindowSpec)) return Ref::borrow(raw);
   // bool is a kind of int and would pass for one.
-  if (is_bool(raw)) schema_error().refuse({"WindowSpec payload cannot be bool"});
+  if (is_bool(raw)) return schema_error().refuse({"WindowSpec payload cannot be bool"});
   if (is_int(raw)) return window_spec.call(cls, nullptr, nullptr, nullptr, raw);
   if (is_dict(raw)) {
     Ref minimum = get(raw, names.min);
@@ -78,10 +78,11 @@ Ref from_raw(PyObject* cls, PyObject* raw) {
     Ref value = get(raw, names.value);
     return window_spec.call(cls, minimum.get(), maximum.get(), fallback.get(), value.get());
   }
-  schema_error().refuse({"WindowSpec payload must be int, dict, or None; got ", type_name(raw)});
+  return schema_error().refuse(
+      {"WindowSpec payload must be int, dict, or None; got ", type_name(raw)});
 }
 
-Ref picked(PyObject* self, PyObject* clamp_to) {
+Result picked(PyObject* self, PyObject* clamp_to) {
   // Each use of a field reads it anew: a subclass may make a property of it.
   const auto field = [self](std::size_t index) { return window_spec.attribute(self, index); };
   if (!is_none(field(kValue))) return field(kValue);
@@ -98,7 +99,7 @@ Ref picked(PyObject* self, PyObject* clamp_to) {
 
 constinit RecordOf<kWindowFields> window_spec{kTable};
 
-Ref coerce_window(PyObject* raw) {
+Result coerce_window(PyObject* raw) {
   Ref cls = globals::lookup(names.WindowSpec);
   if (!window_spec.stands_for(cls.get())) return call_method(cls.get(), names.from_raw, raw);
   return from_raw(cls.get(), raw);

@@ -8,6 +8,6 @@ inline constexpr std::size_t kWindowFields = 4;
 extern RecordOf<kWindowFields> window_spec;
 
 // WindowSpec.from_raw(raw), the class looked up in the module now.
-[[nodiscard]] Ref coerce_window(PyObject* raw);
+[[nodiscard]] Result coerce_window(PyObject* raw);
 
 }  // namespace typed_shapes

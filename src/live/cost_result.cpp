@@ -10,12 +10,12 @@ namespace {
 
 // --- Validation ---
 
-void check_component(PyObject* label, PyObject* array) {
-  require_non_empty_str(label, "CostResult.breakdown label");
+bool check_component(PyObject* label, PyObject* array) {
+  if (!require_non_empty_str(label, "CostResult.breakdown label")) return false;
   if (compare(label, names.total, Py_EQ)) {
-    schema_error().refuse({"CostResult.breakdown must not contain 'total'"});
+    return schema_error().refuse({"CostResult.breakdown must not contain 'total'"});
   }
-  require_array(array, [&] { return message({"CostResult.breakdown['", label, "']"}); });
+  return require_array(array, [&] { return message({"CostResult.breakdown['", label, "']"}); });
 }
 
 bool accepts_components(PyObject* value) {
@@ -35,13 +35,13 @@ constexpr Field kFields[] = {
 
 extern RecordOf<std::size(kFields)> record;
 
-Ref from_raw(PyObject* cls, PyObject* raw, PyObject* context);
+Result from_raw(PyObject* cls, PyObject* raw, PyObject* context);
 
 using Total = Forward<record, 0>;
 
-Ref shape(PyObject* self) { return get_attr(get_attr(self, names.total).get(), names.shape); }
+Result shape(PyObject* self) { return get_attr(get_attr(self, names.total).get(), names.shape); }
 
-Ref to_array(PyObject* self, PyObject* dtype) {
+Result to_array(PyObject* self, PyObject* dtype) {
   Ref as_array = numpy_attr(names.asarray);
   Ref total = get_attr(self, names.total);
   PyObject* const positional[] = {total.get()};
@@ -77,9 +77,10 @@ constinit RecordOf<std::size(kFields)> record{kTable};
 
 // --- Coercion ---
 
-Ref from_raw(PyObject* /*cls*/, PyObject* raw, PyObject* context) {
+Result from_raw(PyObject* /*cls*/, PyObject* raw, PyObject* context) {
   if (globals::is_instance_of(raw, names.CostResult)) return Ref::borrow(raw);
-  schema_error().refuse({str(context), " returned ", type_name(raw), ", expected CostResult"});
+  return schema_error().refuse(
+      {str(context), " returned ", type_name(raw), ", expected CostResult"});
 }
 
 }  // namespace

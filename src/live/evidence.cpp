@@ -11,7 +11,7 @@ constexpr Field kFields[] = {{"data", "Dict[str, Any]", Default::kEmptyDict, kDi
 
 extern RecordOf<std::size(kFields)> record;
 
-Ref from_raw(PyObject* cls, PyObject* raw);
+Result from_raw(PyObject* cls, PyObject* raw);
 
 using Data = Forward<record, 0>;
 
@@ -36,10 +36,11 @@ constexpr RecordTable kTable = with_fields<kFields>({
 
 constinit RecordOf<std::size(kFields)> record{kTable};
 
-Ref from_raw(PyObject* cls, PyObject* raw) {
+Result from_raw(PyObject* cls, PyObject* raw) {
   if (raw == Py_None) return record.call(cls);
   if (!globals::is_mapping(raw)) {
-    schema_error().refuse({"Evidence JSON mapping payload required or None; got ", type_name(raw)});
+    return schema_error().refuse(
+        {"Evidence JSON mapping payload required or None; got ", type_name(raw)});
   }
   return record.call(cls, dict_from(raw).get());
 }

@@ -12,17 +12,18 @@ namespace {
 // The name's own characters, whatever a subclass of str makes of str().
 Ref owner(PyObject* name) { return message({"HistoryData['", name, "']"}); }
 
-void check_feature(PyObject* name, PyObject* array) {
-  require_non_empty_str(name, "HistoryData feature name");
-  require_array(array, [&] { return owner(name); });
+bool check_feature(PyObject* name, PyObject* array) {
+  if (!require_non_empty_str(name, "HistoryData feature name")) return false;
+  if (!require_array(array, [&] { return owner(name); })) return false;
   if (compare(get_attr(array, names.ndim).get(), own(PyLong_FromLong(2)).get(), Py_NE)) {
-    schema_error().refuse(
+    return schema_error().refuse(
         {owner(name), " must be 2D (T, N); got shape ", str(get_attr(array, names.shape).get())});
   }
   if (compare_dtype(array, names.float64, Py_NE)) {
-    schema_error().refuse({owner(name), " has dtype ", str(get_attr(array, names.dtype).get()),
-                           ", expected float64"});
+    return schema_error().refuse({owner(name), " has dtype ",
+                                  str(get_attr(array, names.dtype).get()), ", expected float64"});
   }
+  return true;
 }
 
 bool is_float64_table(PyObject* value) {
@@ -47,7 +48,7 @@ constexpr Field kFields[] = {
 
 extern RecordOf<std::size(kFields)> record;
 
-Ref from_raw(PyObject* cls, PyObject* raw, PyObject* context);
+Result from_raw(PyObject* cls, PyObject* raw, PyObject* context);
 
 using Features = Forward<record, 0>;
 
@@ -71,10 +72,10 @@ constinit RecordOf<std::size(kFields)> record{kTable};
 
 // --- Coercion ---
 
-Ref from_raw(PyObject* cls, PyObject* raw, PyObject* context) {
+Result from_raw(PyObject* cls, PyObject* raw, PyObject* context) {
   if (globals::is_instance_of(raw, names.HistoryData)) return Ref::borrow(raw);
   if (!is_dict(raw)) {
-    schema_error().refuse(
+    return schema_error().refuse(
         {str(context), " returned ", type_name(raw), ", expected dict[str, np.ndarray]"});
   }
   return record.call(cls, dict_from(raw).get());

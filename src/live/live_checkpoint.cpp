@@ -14,7 +14,7 @@ constexpr Field kFields[] = {
 
 extern RecordOf<std::size(kFields)> record;
 
-Ref from_raw(PyObject* cls, PyObject* raw);
+Result from_raw(PyObject* cls, PyObject* raw);
 
 constexpr Method kMethods[] = {
     {function<check_fields<record>>("LiveCheckpoint.__post_init__(self) -> None")},
@@ -33,8 +33,8 @@ constexpr RecordTable kTable = with_fields<kFields>({
 
 constinit RecordOf<std::size(kFields)> record{kTable};
 
-Ref from_raw(PyObject* cls, PyObject* raw) {
-  require_json_mapping(raw, "LiveCheckpoint");
+Result from_raw(PyObject* cls, PyObject* raw) {
+  if (!require_json_mapping(raw, "LiveCheckpoint")) return Refused{};
   Ref signals = dict_or_empty(get(raw, names.signals).get());
   Ref nodes = dict_or_empty(get(raw, names.nodes).get());
   return record.call(cls, signals.get(), nodes.get());

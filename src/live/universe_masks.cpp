@@ -12,8 +12,8 @@ namespace {
 constexpr Field kFields[] = {{"by_tag", "Dict[str, np.ndarray]", Default::kRequired, kDict},
                              {"n_alloc", "int"}};
 
-Ref post_init(PyObject* self);
-Ref from_raw(PyObject* cls, PyObject* raw, PyObject* n_alloc);
+Result post_init(PyObject* self);
+Result from_raw(PyObject* cls, PyObject* raw, PyObject* n_alloc);
 bool accepts(PyObject* by_tag, PyObject* n_alloc);
 
 extern RecordOf<std::size(kFields)> record;
@@ -47,7 +47,7 @@ constinit RecordOf<std::size(kFields)> record{kTable};
 
 Ref owner(PyObject* tag) { return message({"UniverseMasks['", str(tag), "']"}); }
 
-void check_shape(PyObject* self, PyObject* tag, PyObject* mask) {
+bool check_shape(PyObject* self, PyObject* tag, PyObject* mask) {
   Ref one = own(PyLong_FromLong(1));
   bool fits = !compare(get_attr(mask, names.ndim).get(), one.get(), Py_NE);
   if (fits) {
@@ -55,51 +55,53 @@ void check_shape(PyObject* self, PyObject* tag, PyObject* mask) {
     Ref length = get_item(shape.get(), own(PyLong_FromLong(0)).get());
     fits = !compare(length.get(), get_attr(self, names.n_alloc).get(), Py_NE);
   }
-  if (fits) return;
-  schema_error().refuse({owner(tag), " has shape ", str(get_attr(mask, names.shape).get()),
-                         ", expected (", str(get_attr(self, names.n_alloc).get()), ",)"});
+  if (fits) return true;
+  return schema_error().refuse({owner(tag), " has shape ", str(get_attr(mask, names.shape).get()),
+                                ", expected (", str(get_attr(self, names.n_alloc).get()), ",)"});
 }
 
-void check_dtype(PyObject* tag, PyObject* mask) {
+bool check_dtype(PyObject* tag, PyObject* mask) {
   for (PyObject* name : {names.float64, names.float16, names.bool_}) {
-    if (!compare_dtype(mask, name, Py_NE)) return;
+    if (!compare_dtype(mask, name, Py_NE)) return true;
   }
-  schema_error().refuse({owner(tag), " has dtype ", str(get_attr(mask, names.dtype).get()),
-                         ", expected float64, float16, or bool"});
+  return schema_error().refuse({owner(tag), " has dtype ", str(get_attr(mask, names.dtype).get()),
+                                ", expected float64, float16, or bool"});
 }
 
-void check_mask(PyObject* self, PyObject* tag, PyObject* mask) {
-  require_non_empty_str(tag, "UniverseMasks tag");
-  require_array(mask, [&] { return owner(tag); });
-  check_shape(self, tag, mask);
-  check_dtype(tag, mask);
+bool check_layout(PyObject* tag, PyObject* mask) {
   Ref flags = get_attr(mask, names.flags);
-  if (!is_true(get_item(flags.get(), names.C_CONTIGUOUS).get())) {
-    schema_error().refuse({owner(tag), " must be C-contiguous"});
-  }
-  if (!compare_dtype(mask, names.float16, Py_EQ)) return;
-  if (const Ref index = invalid_state_index(mask)) {
-    schema_error().refuse({owner(tag), " has invalid float16 state value at index ",
-                           str(index.get()), ": ", repr(get_item(mask, index.get()).get()),
-                           "; expected NaN, positive zero, or positive one"});
-  }
+  if (is_true(get_item(flags.get(), names.C_CONTIGUOUS).get())) return true;
+  return schema_error().refuse({owner(tag), " must be C-contiguous"});
 }
 
-void check_length(PyObject* self) {
+bool check_states(PyObject* tag, PyObject* mask) {
+  if (!compare_dtype(mask, names.float16, Py_EQ)) return true;
+  const Ref index = invalid_state_index(mask);
+  if (!index) return true;
+  return schema_error().refuse({owner(tag), " has invalid float16 state value at index ",
+                                str(index.get()), ": ", repr(get_item(mask, index.get()).get()),
+                                "; expected NaN, positive zero, or positive one"});
+}
+
+bool check_mask(PyObject* self, PyObject* tag, PyObject* mask) {
+  return require_non_empty_str(tag, "UniverseMasks tag") &&
+         require_array(mask, [&] { return owner(tag); }) && check_shape(self, tag, mask) &&
+         check_dtype(tag, mask) && check_layout(tag, mask) && check_states(tag, mask);
+}
+
+bool check_length(PyObject* self) {
   if (is_int(get_attr(self, names.n_alloc).get())) {
     Ref n_alloc = get_attr(self, names.n_alloc);
-    if (!compare(n_alloc.get(), own(PyLong_FromLong(0)).get(), Py_LE)) return;
+    if (!compare(n_alloc.get(), own(PyLong_FromLong(0)).get(), Py_LE)) return true;
   }
-  schema_error().refuse({"UniverseMasks.n_alloc must be a positive int; got ",
-                         repr(get_attr(self, names.n_alloc).get())});
+  return schema_error().refuse({"UniverseMasks.n_alloc must be a positive int; got ",
+                                repr(get_attr(self, names.n_alloc).get())});
 }
 
-Ref post_init(PyObject* self) {
-  record.require_fields(self);
-  check_length(self);
-  for_each_item(get_attr(self, names.by_tag).get(),
-                [self](PyObject* tag, PyObject* mask) { check_mask(self, tag, mask); });
-  return none();
+Result post_init(PyObject* self) {
+  const auto check = [self](PyObject* tag, PyObject* mask) { return check_mask(self, tag, mask); };
+  return none_if(record.require_fields(self) && check_length(self) &&
+                 all_items(get_attr(self, names.by_tag).get(), check));
 }
 
 bool is_valid_mask(PyArrayObject* mask, npy_intp n_alloc) {
@@ -124,14 +126,15 @@ bool accepts(PyObject* by_tag, PyObject* n_alloc) {
 
 // --- Coercion ---
 
-Ref from_raw(PyObject* cls, PyObject* raw, PyObject* n_alloc) {
+Result from_raw(PyObject* cls, PyObject* raw, PyObject* n_alloc) {
   if (globals::is_instance_of(raw, names.UniverseMasks)) {
     if (!compare(get_attr(raw, names.n_alloc).get(), n_alloc, Py_NE)) return Ref::borrow(raw);
-    schema_error().refuse({"UniverseMasks coerced with n_alloc=", str(n_alloc),
-                           " but payload has n_alloc=", str(get_attr(raw, names.n_alloc).get())});
+    return schema_error().refuse(
+        {"UniverseMasks coerced with n_alloc=", str(n_alloc),
+         " but payload has n_alloc=", str(get_attr(raw, names.n_alloc).get())});
   }
   if (!is_dict(raw)) {
-    schema_error().refuse(
+    return schema_error().refuse(
         {"UniverseMasks payload must be dict[str, np.ndarray]; got ", type_name(raw)});
   }
   return record.call(cls, dict_from(raw).get(), n_alloc);

@@ -8,8 +8,8 @@ namespace typed_shapes {
 
 namespace {
 
-Ref initialise(PyObject* self, PyObject* message, PyObject* function_name,
-               PyObject* expected_version, PyObject* state_type, PyObject* reason);
+Result initialise(PyObject* self, PyObject* message, PyObject* function_name,
+                  PyObject* expected_version, PyObject* state_type, PyObject* reason);
 
 constexpr Method kInitialise = {function<initialise>(
     "InvalidFunctionStateError.__init__(self, message: str, *, function_name: str | None = None, "
@@ -20,11 +20,11 @@ constexpr Method kInitialise = {function<initialise>(
 // later.
 Slot invalid_function_state_error;
 
-Ref initialise(PyObject* self, PyObject* message, PyObject* function_name,
-               PyObject* expected_version, PyObject* state_type, PyObject* reason) {
+Result initialise(PyObject* self, PyObject* message, PyObject* function_name,
+                  PyObject* expected_version, PyObject* state_type, PyObject* reason) {
   Ref cls = globals::held(invalid_function_state_error);
   Ref parent = call(reinterpret_cast<PyObject*>(&PySuper_Type), cls.get(), self);
-  call_method(parent.get(), names.init, message);
+  if (!call_method(parent.get(), names.init, message)) return Refused{};
   set_attr(self, names.function_name, function_name);
   set_attr(self, names.expected_function_version, expected_version);
   set_attr(self, names.state_type, state_type);

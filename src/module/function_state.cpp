@@ -12,9 +12,9 @@ namespace {
 constexpr Field kFields[] = {
     {"function_name", "str"}, {"function_version", "int"}, {"data", "Any"}};
 
-Ref reject(PyObject* text, PyObject* expected_name, PyObject* expected_version, PyObject* state,
-           PyObject* reason);
-Ref validate(PyObject* state, PyObject* expected_name, PyObject* expected_version);
+Result reject(PyObject* text, PyObject* expected_name, PyObject* expected_version, PyObject* state,
+              PyObject* reason);
+Result validate(PyObject* state, PyObject* expected_name, PyObject* expected_version);
 
 constexpr RecordTable kTable = with_fields<kFields>({
     .name = "FunctionState",
@@ -33,8 +33,8 @@ constexpr FunctionTable kValidate = function<validate>(
 
 constinit RecordOf<std::size(kFields)> record{kTable};
 
-Ref reject(PyObject* text, PyObject* expected_name, PyObject* expected_version, PyObject* state,
-           PyObject* reason) {
+Result reject(PyObject* text, PyObject* expected_name, PyObject* expected_version, PyObject* state,
+              PyObject* reason) {
   Ref error_class = globals::lookup(names.InvalidFunctionStateError);
   Ref state_type = type_name(state);
   PyObject* const positional[] = {text};
@@ -42,7 +42,7 @@ Ref reject(PyObject* text, PyObject* expected_name, PyObject* expected_version, 
                               {names.expected_function_version, expected_version},
                               {names.state_type, state_type.get()},
                               {names.reason, reason}};
-  raise_exception(call_keywords(error_class.get(), positional, keywords).get());
+  return refuse_with(call_keywords(error_class.get(), positional, keywords).get());
 }
 
 // --- Canonical path ---
@@ -53,38 +53,19 @@ class Restore {
   Restore(PyObject* state, PyObject* expected_name, PyObject* expected_version)
       : state_(state), expected_name_(expected_name), expected_version_(expected_version) {}
 
-  [[nodiscard]] Ref validate() const {
-    if (!globals::is_instance_of(state_, names.FunctionState)) {
-      rejection().call("not_function_state", {"FunctionState required for '", str(expected_name_),
-                                              "', got ", str(type_name(state_).get())});
-    }
-    if (compare(get(names.function_name).get(), expected_name_, Py_NE)) {
-      rejection().call("function_name_mismatch",
-                       {"State function_name '", shown(names.function_name), "' does not match '",
-                        str(expected_name_), "'"});
-    }
-    if (compare(get(names.function_version).get(), expected_version_, Py_NE)) {
-      rejection().call("function_version_mismatch",
-                       {"State function_version ", shown(names.function_version),
-                        " does not match entry function_version ", str(expected_version_), " for '",
-                        str(expected_name_), "'"});
-    }
-    if (!is_dict(get(names.data).get())) {
-      rejection().call("data_not_dict",
-                       {"FunctionState.data for '", str(expected_name_), "' must be dict, got ",
-                        str(type_name(get(names.data).get()).get())});
-    }
-    return get(names.data);
+  [[nodiscard]] Result validate() const {
+    if (check_kind() && check_name() && check_version() && check_data()) return get(names.data);
+    return Refused{};
   }
 
  private:
-  // _reject_function_state, looked up in the module before its arguments are made. It need not be
-  // the one that raises.
+  // _reject_function_state, looked up in the module before its arguments are made.
   struct Rejection {
     const Restore& restore;
     Ref function;
 
-    void call(const char* reason, std::initializer_list<Piece> pieces) const {
+    // Calls it. Another function than the module's own need not raise: then the checks go on.
+    [[nodiscard]] bool passes(const char* reason, std::initializer_list<Piece> pieces) const {
       Ref text = message(pieces);
       Ref code = own(PyUnicode_FromString(reason));
       PyObject* const positional[] = {text.get()};
@@ -92,15 +73,44 @@ class Restore {
                                   {names.expected_version, restore.expected_version_},
                                   {names.state, restore.state_},
                                   {names.reason, code.get()}};
-      call_keywords(function.get(), positional, keywords);
+      return static_cast<bool>(call_keywords(function.get(), positional, keywords));
     }
   };
+
+  [[nodiscard]] bool check_kind() const {
+    if (globals::is_instance_of(state_, names.FunctionState)) return true;
+    return rejection().passes("not_function_state",
+                              {"FunctionState required for '", str(expected_name_), "', got ",
+                               str(type_name(state_).get())});
+  }
+
+  [[nodiscard]] bool check_name() const {
+    if (!compare(get(names.function_name).get(), expected_name_, Py_NE)) return true;
+    return rejection().passes("function_name_mismatch",
+                              {"State function_name '", shown(names.function_name),
+                               "' does not match '", str(expected_name_), "'"});
+  }
+
+  [[nodiscard]] bool check_version() const {
+    if (!compare(get(names.function_version).get(), expected_version_, Py_NE)) return true;
+    return rejection().passes("function_version_mismatch",
+                              {"State function_version ", shown(names.function_version),
+                               " does not match entry function_version ", str(expected_version_),
+                               " for '", str(expected_name_), "'"});
+  }
+
+  [[nodiscard]] bool check_data() const {
+    if (is_dict(get(names.data).get())) return true;
+    return rejection().passes(
+        "data_not_dict", {"FunctionState.data for '", str(expected_name_), "' must be dict, got ",
+                          str(type_name(get(names.data).get()).get())});
+  }
 
   [[nodiscard]] Rejection rejection() const {
     return {*this, globals::lookup(names.reject_function_state)};
   }
-  [[nodiscard]] Ref get(PyObject* name) const { return get_attr(state_, name); }
-  [[nodiscard]] Ref shown(PyObject* name) const { return str(get(name).get()); }
+  [[nodiscard]] Result get(PyObject* name) const { return get_attr(state_, name); }
+  [[nodiscard]] Result shown(PyObject* name) const { return str(get(name).get()); }
 
   PyObject* state_;
   PyObject* expected_name_;
@@ -129,7 +139,7 @@ Ref accepted_data(PyObject* state, PyObject* expected_name, PyObject* expected_v
   return accepted ? std::move(data) : Ref();
 }
 
-Ref validate(PyObject* state, PyObject* expected_name, PyObject* expected_version) {
+Result validate(PyObject* state, PyObject* expected_name, PyObject* expected_version) {
   if (Ref data = accepted_data(state, expected_name, expected_version)) return data;
   return Restore(state, expected_name, expected_version).validate();
 }

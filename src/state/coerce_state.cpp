@@ -14,7 +14,7 @@ namespace typed_shapes {
 
 namespace {
 
-Ref coerce_state(PyObject* raw);
+Result coerce_state(PyObject* raw);
 
 constexpr FunctionTable kCoerceState = function<coerce_state>(
     "coerce_state(raw: Any) -> StateValue",
@@ -25,10 +25,10 @@ constexpr FunctionTable kCoerceState = function<coerce_state>(
 
 // --- Canonical path ---
 
-Ref coerce(PyObject* raw, MisfitPath& path);
+Result coerce(PyObject* raw, MisfitPath& path);
 
 // coerce_state(item), the function looked up in the module now
-Ref coerce_item(PyObject* item, MisfitPath& path) {
+Result coerce_item(PyObject* item, MisfitPath& path) {
   if (!globals::untouched()) return call(globals::lookup(names.coerce_state).get(), item);
   const RecursionLevel level;
   return coerce(item, path);
@@ -44,9 +44,12 @@ Ref coerce_generated(PyObject* item, MisfitPath& path) {
   }
 }
 
-Ref text_of(PyObject* key) { return PyUnicode_CheckExact(key) ? Ref::borrow(key) : str(key); }
+Ref text_of(PyObject* key) {
+  if (PyUnicode_CheckExact(key)) return Ref::borrow(key);
+  return str(key);
+}
 
-Ref coerce_dict(PyObject* raw, MisfitPath& path) {
+Result coerce_dict(PyObject* raw, MisfitPath& path) {
   Ref cls = globals::lookup(names.StateMapping);
   Ref entries = own(PyDict_New());
   for_each_item(raw, [&](PyObject* key, PyObject* value) {
@@ -57,7 +60,7 @@ Ref coerce_dict(PyObject* raw, MisfitPath& path) {
   return state_mapping.call(cls.get(), entries.get());
 }
 
-Ref coerce_sequence(PyObject* raw, MisfitPath& path) {
+Result coerce_sequence(PyObject* raw, MisfitPath& path) {
   Ref cls = globals::lookup(names.StateSequence);
   Ref items = own(PyList_New(0));
   for_each(raw, [&](PyObject* item) {
@@ -67,7 +70,7 @@ Ref coerce_sequence(PyObject* raw, MisfitPath& path) {
   return state_sequence.call(cls.get(), tuple.get());
 }
 
-Ref coerce_canonically(PyObject* raw, MisfitPath& path) {
+Result coerce_canonically(PyObject* raw, MisfitPath& path) {
   for (PyObject* variant :
        {names.StateScalar, names.StateArray, names.StateMapping, names.StateSequence}) {
     if (globals::is_instance_of(raw, variant)) return Ref::borrow(raw);
@@ -146,13 +149,13 @@ Ref build_untouched(PyObject* raw, MisfitPath& path) {
   return build(raw, path);
 }
 
-Ref coerce(PyObject* raw, MisfitPath& path) {
+Result coerce(PyObject* raw, MisfitPath& path) {
   return path.walk(
       raw, [raw](MisfitPath& tried) { return build_untouched(raw, tried); },
       [raw](MisfitPath& rest) { return coerce_canonically(raw, rest); });
 }
 
-Ref coerce_state(PyObject* raw) {
+Result coerce_state(PyObject* raw) {
   MisfitPath path;
   return coerce(raw, path);
 }

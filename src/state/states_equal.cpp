@@ -13,8 +13,8 @@ namespace typed_shapes {
 
 namespace {
 
-Ref states_equal(PyObject* a, PyObject* b);
-Ref states_value_equal(PyObject* a, PyObject* b);
+Result states_equal(PyObject* a, PyObject* b);
+Result states_value_equal(PyObject* a, PyObject* b);
 
 constexpr FunctionTable kStatesEqual = function<states_equal>(
     "states_equal(a: Any, b: Any) -> bool",
@@ -31,7 +31,7 @@ DictWatch math_names;
 // Whether the walk side by side may stand for the canonical path.
 bool untouched() { return math_names.untouched() && state_values_untouched(); }
 
-Ref values_equal(PyObject* a, PyObject* b, MisfitPath& path);
+Result values_equal(PyObject* a, PyObject* b, MisfitPath& path);
 
 // _states_value_equal, looked up in the module before its arguments are made.
 class InnerComparison {
@@ -59,7 +59,7 @@ bool is_nan(PyObject* value) {
   return is_true(call_method(globals::lookup(names.math).get(), names.isnan, value).get());
 }
 
-Ref compare_scalars(PyObject* a, PyObject* b) {
+Result compare_scalars(PyObject* a, PyObject* b) {
   Ref left = get_attr(a, names.value);
   Ref right = get_attr(b, names.value);
   if (is_float(left.get()) && is_float(right.get()) && is_nan(left.get()) && is_nan(right.get())) {
@@ -140,7 +140,7 @@ bool compare_sequences(PyObject* a, PyObject* b, MisfitPath& path) {
   });
 }
 
-Ref compare_canonically(PyObject* a, PyObject* b, MisfitPath& path) {
+Result compare_canonically(PyObject* a, PyObject* b, MisfitPath& path) {
   if (Py_TYPE(a) != Py_TYPE(b)) return boolean(false);
   if (globals::is_instance_of(a, names.StateScalar)) return compare_scalars(a, b);
   if (globals::is_instance_of(a, names.StateArray)) return boolean(compare_arrays(a, b));
@@ -151,19 +151,19 @@ Ref compare_canonically(PyObject* a, PyObject* b, MisfitPath& path) {
   return boolean(false);
 }
 
-Ref values_equal(PyObject* a, PyObject* b, MisfitPath& path) {
+Result values_equal(PyObject* a, PyObject* b, MisfitPath& path) {
   return path.walk(
       a,
       [a, b](MisfitPath& tried) { return untouched() ? typed_values_equal(a, b, tried) : Ref(); },
       [a, b](MisfitPath& rest) { return compare_canonically(a, b, rest); });
 }
 
-Ref states_value_equal(PyObject* a, PyObject* b) {
+Result states_value_equal(PyObject* a, PyObject* b) {
   MisfitPath path;
   return values_equal(a, b, path);
 }
 
-Ref states_equal(PyObject* a, PyObject* b) {
+Result states_equal(PyObject* a, PyObject* b) {
   if (a == Py_None || b == Py_None) return boolean(a == b);
   if (untouched()) {
     if (Ref result = payloads_equal(a, b)) return result;

@@ -29,7 +29,7 @@ ELSEWHERE = {
     "keywords must be strings": "a caller in C",
 }
 RAISES = re.compile(
-    r"(?<!void )\b(raise|raise_exception|raise_schema_error|raise_argument_count|raise_from_pending"
+    r"(?<!void )(?<!Refused )\b(raise|raise_from_pending|set_error|raise_stack_exceeded"
     r"|refuse\w*|PyErr_(Set|Warn|NoMemory)\w*)\("
 )
 
