@@ -58,7 +58,7 @@ constinit RecordOf<std::size(kFields)> record{kTable};
 
 Result from_raw(PyObject* cls, PyObject* raw, PyObject* function_name) {
   if (raw == Py_None) return none();
-  if (globals::is_instance_of(raw, names.AggregationOutput)) return Ref::borrow(raw);
+  if (record.is_instance(raw)) return Ref::borrow(raw);
   if (!is_dict(raw)) {
     return schema_error().refuse({"aggregation output for ", repr(function_name),
                                   " was not a dict keyed by plugin.output (got ", type_name(raw),

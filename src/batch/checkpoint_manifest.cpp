@@ -9,6 +9,13 @@ namespace typed_shapes {
 
 namespace {
 
+const struct {
+  Name canonical_id_to_filename{"canonical_id_to_filename"};
+  Name CHECKPOINT_REQUIRED{"_CHECKPOINT_REQUIRED"};
+  Name dag_metadata{"dag_metadata"};
+  Name tick_timestamp{"tick_timestamp"};
+} own_names;
+
 constexpr const char* kRequired[] = {"tick_timestamp", "dag_metadata", "canonical_id_to_filename"};
 
 constexpr Field kFields[] = {
@@ -40,7 +47,7 @@ constinit RecordOf<std::size(kFields)> record{kTable};
 // All missing names at once, in alphabetical order.
 bool require_fields(PyObject* raw) {
   Ref missing = own(PyList_New(0));
-  for_each(globals::lookup(names.CHECKPOINT_REQUIRED).get(), [&](PyObject* name) {
+  for_each(globals::lookup(own_names.CHECKPOINT_REQUIRED).get(), [&](PyObject* name) {
     if (!contains(raw, name)) check(PyList_Append(missing.get(), name));
   });
   if (PyList_Size(missing.get()) == 0) return true;
@@ -50,12 +57,12 @@ bool require_fields(PyObject* raw) {
 }
 
 Ref extras_of(PyObject* raw) {
-  PyObject* const required[] = {names.tick_timestamp, names.dag_metadata,
-                                names.canonical_id_to_filename};
+  PyObject* const required[] = {own_names.tick_timestamp, own_names.dag_metadata,
+                                own_names.canonical_id_to_filename};
   if (Ref extras = plain_items_without(raw, required)) return extras;
   Ref extras = own(PyDict_New());
   for_each_item(raw, [&](PyObject* key, PyObject* value) {
-    if (contains(globals::lookup(names.CHECKPOINT_REQUIRED).get(), key)) return;
+    if (contains(globals::lookup(own_names.CHECKPOINT_REQUIRED).get(), key)) return;
     check(PyDict_SetItem(extras.get(), key, value));
   });
   return extras;
@@ -63,9 +70,9 @@ Ref extras_of(PyObject* raw) {
 
 Result from_raw(PyObject* cls, PyObject* raw) {
   if (!require_json_mapping(raw, "CheckpointManifest") || !require_fields(raw)) return Refused{};
-  Ref timestamp = get_item(raw, names.tick_timestamp);
-  Ref metadata = get_item(raw, names.dag_metadata);
-  Ref filenames = dict_from(get_item(raw, names.canonical_id_to_filename).get());
+  Ref timestamp = get_item(raw, own_names.tick_timestamp);
+  Ref metadata = get_item(raw, own_names.dag_metadata);
+  Ref filenames = dict_from(get_item(raw, own_names.canonical_id_to_filename).get());
   Ref extras = extras_of(raw);
   return record.call(cls, timestamp.get(), metadata.get(), filenames.get(), extras.get());
 }
@@ -73,7 +80,7 @@ Result from_raw(PyObject* cls, PyObject* raw) {
 }  // namespace
 
 void define_checkpoint_manifest() {
-  globals::bind(names.CHECKPOINT_REQUIRED, own(PyList_AsTuple(list_of(kRequired).get())).get());
+  globals::bind(own_names.CHECKPOINT_REQUIRED, own(PyList_AsTuple(list_of(kRequired).get())).get());
   define_record<record>();
 }
 

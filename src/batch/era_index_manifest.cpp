@@ -9,6 +9,13 @@ namespace typed_shapes {
 
 namespace {
 
+const struct {
+  Name bundle_kind{"bundle_kind"};
+  Name epochs{"epochs"};
+  Name era_index{"era_index"};
+  Name schema_version{"schema_version"};
+} own_names;
+
 constexpr long kSchemaVersion = 2;
 
 // --- Validation ---
@@ -30,11 +37,11 @@ bool is_version(PyObject* value) {
 }
 
 bool require_kind(const FieldAccess& field) {
-  return require_equal(field, names.era_index, "'era_index'");
+  return require_equal(field, own_names.era_index, "'era_index'");
 }
 
 bool is_kind(PyObject* value) {
-  return is_plain_str(value) && is_same_text(value, names.era_index);
+  return is_plain_str(value) && is_same_text(value, own_names.era_index);
 }
 
 constexpr Check kVersion = {require_version, is_version};
@@ -76,23 +83,24 @@ constinit RecordOf<std::size(kFields)> record{kTable};
 // The version where it is an int (a bool is one), else 0.
 Ref version_of(PyObject* raw) {
   Ref zero = own(PyLong_FromLong(0));
-  Ref probed = get(raw, names.schema_version, zero.get());
+  Ref probed = get(raw, own_names.schema_version, zero.get());
   if (!is_int(probed.get())) return zero;
-  return get(raw, names.schema_version, zero.get());
+  return get(raw, own_names.schema_version, zero.get());
 }
 
 Ref kind_of(PyObject* raw) {
   Ref empty = own(PyUnicode_FromString(""));
-  return str(get(raw, names.bundle_kind, empty.get()).get());
+  return str(get(raw, own_names.bundle_kind, empty.get()).get());
 }
 
 Ref epochs_of(PyObject* raw) {
-  if (!is_dict(get(raw, names.epochs).get())) return own(PyDict_New());
-  return dict_or_empty(get(raw, names.epochs).get());
+  if (!is_dict(get(raw, own_names.epochs).get())) return own(PyDict_New());
+  return dict_or_empty(get(raw, own_names.epochs).get());
 }
 
 Ref extras_of(PyObject* raw) {
-  PyObject* const known_keys[] = {names.schema_version, names.bundle_kind, names.epochs};
+  PyObject* const known_keys[] = {own_names.schema_version, own_names.bundle_kind,
+                                  own_names.epochs};
   if (Ref extras = plain_items_without(raw, known_keys)) return extras;
   Ref extras = own(PyDict_New());
   for_each_item(raw, [&](PyObject* key, PyObject* value) {

@@ -78,17 +78,18 @@ Ref slice_plain(PyObject* dict, PyObject* slice, bool all_arrays) {
 Buckets new_buckets() { return {own(PyDict_New()), own(PyDict_New()), own(PyDict_New())}; }
 
 PyObject* bucket_named(const Buckets& buckets, PyObject* name) {
-  if (name == names.flat) return buckets.flat.get();
-  return name == names.nested ? buckets.nested.get() : buckets.opaque.get();
+  if (name == stage_names.flat) return buckets.flat.get();
+  return name == stage_names.nested ? buckets.nested.get() : buckets.opaque.get();
 }
 
 // The same as bucket_of, where the type alone settles it; null where it does not.
 PyObject* plain_bucket_of(PyObject* value) {
-  if (PyArray_CheckExact(value)) return names.flat;
-  if (PyDict_CheckExact(value)) return names.nested;
-  if (is_exact_builtin(value)) return names.opaque;
+  if (PyArray_CheckExact(value)) return stage_names.flat;
+  if (PyDict_CheckExact(value)) return stage_names.nested;
+  if (is_exact_builtin(value)) return stage_names.opaque;
   const bool is_settled = has_settled_class(value) && !PyDict_Check(value) && !PyArray_Check(value);
-  return is_settled ? names.opaque : nullptr;
+  if (!is_settled) return nullptr;
+  return stage_names.opaque;
 }
 
 // The fast path of sorting: no Python code runs. False where the canonical path has to decide.
@@ -107,8 +108,8 @@ bool partition_plain(PyObject* raw, Buckets& buckets) {
 }  // namespace
 
 PyObject* bucket_of(PyObject* value) {
-  if (is_array(value)) return names.flat;
-  return is_dict(value) ? names.nested : names.opaque;
+  if (is_array(value)) return stage_names.flat;
+  return is_dict(value) ? stage_names.nested : stage_names.opaque;
 }
 
 Buckets partition(PyObject* raw) {

@@ -5,6 +5,12 @@
 
 namespace typed_shapes {
 
+inline const struct {
+  Name flat{"flat"};
+  Name nested{"nested"};
+  Name opaque{"opaque"};
+} stage_names;
+
 struct Buckets {
   Ref flat;
   Ref nested;

@@ -11,6 +11,10 @@ namespace typed_shapes {
 
 namespace {
 
+const struct {
+  Name pop{"pop"};
+} own_names;
+
 constexpr Field kFields[] = {
     {"flat", "Dict[str, np.ndarray]", Default::kEmptyDict, kDict},
     {"nested", "Dict[str, Mapping[str, Any]]", Default::kEmptyDict, kDict},
@@ -90,10 +94,10 @@ Result from_optional_mapping(PyObject* cls, PyObject* raw) {
 // --- Batches ---
 
 Result slice_t(PyObject* self, PyObject* start, PyObject* end) {
-  Ref flat = slice_values(get_attr(self, names.flat).get(), start, end);
-  Ref nested = slice_nested(get_attr(self, names.nested).get(), start, end);
-  Ref cls = globals::lookup(names.StageData);
-  Ref opaque = dict_from(get_attr(self, names.opaque).get());
+  Ref flat = slice_values(get_attr(self, stage_names.flat).get(), start, end);
+  Ref nested = slice_nested(get_attr(self, stage_names.nested).get(), start, end);
+  Ref cls = record.in_module();
+  Ref opaque = dict_from(get_attr(self, stage_names.opaque).get());
   return record.call(cls.get(), flat.get(), nested.get(), opaque.get());
 }
 
@@ -116,7 +120,7 @@ Result value(PyObject* self, PyObject* key, PyObject* fallback) {
 
 Result set_value(PyObject* self, PyObject* key, PyObject* new_value) {
   for (std::size_t field = 0; field < std::size(kFields); ++field) {
-    if (!call_method(record.attribute(self, field).get(), names.pop, key, Py_None)) {
+    if (!call_method(record.attribute(self, field).get(), own_names.pop, key, Py_None)) {
       return Refused{};
     }
   }
@@ -139,7 +143,7 @@ Result is_empty(PyObject* self) {
 Result feature_names(PyObject* self) {
   Ref features = own(PySet_New(nullptr));
   Ref two = own(PyLong_FromLong(2));
-  for_each_item(get_attr(self, names.flat).get(), [&](PyObject* key, PyObject* array) {
+  for_each_item(get_attr(self, stage_names.flat).get(), [&](PyObject* key, PyObject* array) {
     if (!compare(get_attr(array, names.ndim).get(), two.get(), Py_EQ)) return;
     check(PySet_Add(features.get(), key));
   });

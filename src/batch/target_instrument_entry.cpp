@@ -33,7 +33,7 @@ constexpr RecordTable kTable = with_fields<kFields>({
 constinit RecordOf<std::size(kFields)> record{kTable};
 
 Result from_raw(PyObject* cls, PyObject* raw, PyObject* index) {
-  if (globals::is_instance_of(raw, names.TargetInstrumentEntry)) return Ref::borrow(raw);
+  if (record.is_instance(raw)) return Ref::borrow(raw);
   if (is_dict(raw)) return record.call(cls, raw);
   // A plain ValueError here, unlike everywhere else.
   Ref text =

@@ -4,6 +4,14 @@
 
 namespace typed_shapes {
 
+namespace {
+
+const struct {
+  Name class_dunder{"__class__"};
+} own_names;
+
+}  // namespace
+
 bool require_dict(const FieldAccess& field) {
   if (is_dict(field.read().get())) return true;
   return schema_error().refuse(
@@ -75,11 +83,12 @@ Result dict_or_empty(PyObject* value) {
 }
 
 bool has_settled_class(PyObject* object) noexcept {
-  static PyObject* const class_of_object = _PyType_Lookup(&PyBaseObject_Type, names.class_dunder);
+  static PyObject* const class_of_object =
+      _PyType_Lookup(&PyBaseObject_Type, own_names.class_dunder);
   PyTypeObject* type = Py_TYPE(object);
   return (type->tp_flags & Py_TPFLAGS_HEAPTYPE) == 0 &&
          type->tp_getattro == PyObject_GenericGetAttr &&
-         _PyType_Lookup(type, names.class_dunder) == class_of_object;
+         _PyType_Lookup(type, own_names.class_dunder) == class_of_object;
 }
 
 Ref plain_items_without(PyObject* object, std::span<PyObject* const> excluded) {

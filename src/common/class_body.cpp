@@ -4,11 +4,21 @@
 
 namespace typed_shapes {
 
+namespace {
+
+const struct {
+  Name doc{"__doc__"};
+  Name module{"__module__"};
+  Name qualname{"__qualname__"};
+} own_names;
+
+}  // namespace
+
 ClassBody::ClassBody(const char* name, const char* doc)
     : name_(interned(name)), namespace_(own(PyDict_New())) {
-  set(names.module, interned(kModuleName).get());
-  set(names.qualname, name_.get());
-  set(names.doc, interned(doc).get());
+  set(own_names.module, interned(kModuleName).get());
+  set(own_names.qualname, name_.get());
+  set(own_names.doc, interned(doc).get());
 }
 
 void ClassBody::set(PyObject* name, PyObject* value) {

@@ -4,14 +4,16 @@
 
 namespace typed_shapes {
 
-Names names;
+constinit Name* Name::first_ = nullptr;
 
-// NOLINTNEXTLINE(readability-function-cognitive-complexity): one line a name
-void intern_names() {
-#define TYPED_SHAPES_INTERN(member, text) \
-  if (names.member == nullptr) names.member = own(PyUnicode_InternFromString(text)).release();
-  TYPED_SHAPES_NAMES(TYPED_SHAPES_INTERN)
-#undef TYPED_SHAPES_INTERN
+const Names names;
+
+void Name::intern_all() {
+  for (Name* name = first_; name != nullptr; name = name->next_) {
+    if (name->object_ == nullptr) {
+      name->object_ = own(PyUnicode_InternFromString(name->text_)).release();
+    }
+  }
 }
 
 }  // namespace typed_shapes

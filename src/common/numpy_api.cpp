@@ -7,12 +7,19 @@ namespace typed_shapes {
 
 namespace {
 
+const struct {
+  Name core{"core"};
+  Name ndarray{"ndarray"};
+  Name np{"np"};
+  Name underscored_core{"_core"};
+} own_names;
+
 DictWatch numpy_names;
 
 // Where `numpy` has its functions from: what somebody else bound there before us differs from it.
 // It is `_core` since NumPy 2; before, `core`, beside which there may be a near-empty `_core`.
 Ref numpy_core(PyObject* numpy) {
-  for (PyObject* name : {names.underscored_core, names.core}) {
+  for (PyObject* name : {own_names.underscored_core, own_names.core}) {
     Ref core = own_attribute(PyObject_GetAttr(numpy, name));
     if (core && own_attribute(PyObject_GetAttr(core.get(), names.allclose))) return core;
   }
@@ -33,13 +40,13 @@ void import_numpy_api(PyObject* numpy) {
     numpy_names.expect(name, value.get());
   }
   // The type that native code tests for.
-  numpy_names.expect(names.ndarray, reinterpret_cast<PyObject*>(&PyArray_Type));
+  numpy_names.expect(own_names.ndarray, reinterpret_cast<PyObject*>(&PyArray_Type));
 }
 
 bool numpy_untouched() noexcept { return globals::untouched() && numpy_names.untouched(); }
 
-bool is_array(PyObject* object) { return is_instance(object, numpy_attr(names.ndarray).get()); }
+bool is_array(PyObject* object) { return is_instance(object, numpy_attr(own_names.ndarray).get()); }
 
-Ref numpy_attr(PyObject* name) { return get_attr(globals::lookup(names.np).get(), name); }
+Ref numpy_attr(PyObject* name) { return get_attr(globals::lookup(own_names.np).get(), name); }
 
 }  // namespace typed_shapes

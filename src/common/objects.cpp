@@ -9,9 +9,13 @@ namespace typed_shapes {
 
 namespace {
 
+const struct {
+  Name get{"get"};
+} own_names;
+
 template <typename... Fallback>
 Result get_or(PyObject* mapping, PyObject* key, PyObject* otherwise, Fallback... fallback) {
-  if (!PyDict_CheckExact(mapping)) return call_method(mapping, names.get, key, fallback...);
+  if (!PyDict_CheckExact(mapping)) return call_method(mapping, own_names.get, key, fallback...);
   PyObject* value = PyDict_GetItemWithError(mapping, key);
   if (value == nullptr) check_indicator();
   return Ref::borrow(value != nullptr ? value : otherwise);

@@ -29,6 +29,15 @@ PyTypeObject* default_factory(Default kind) noexcept {
 
 namespace {
 
+const struct {
+  Name annotations{"__annotations__"};
+  Name compare{"compare"};
+  Name default_factory{"default_factory"};
+  Name eq{"eq"};
+  Name frozen{"frozen"};
+  Name repr{"repr"};
+} own_names;
+
 Slot no_arguments;
 
 // What the class body assigns to the field; null where it assigns nothing.
@@ -38,10 +47,11 @@ Ref default_of(const Field& field) {
   };
   const Default kind = field.default_value;
   if (PyTypeObject* factory = default_factory(kind)) {
-    return call_field({{names.default_factory, reinterpret_cast<PyObject*>(factory)}});
+    return call_field({{own_names.default_factory, reinterpret_cast<PyObject*>(factory)}});
   }
   if (kind != Default::kHidden) return Ref::borrow(plain_default(kind));
-  return call_field({{names.default_, Py_None}, {names.compare, Py_False}, {names.repr, Py_False}});
+  return call_field(
+      {{names.default_, Py_None}, {own_names.compare, Py_False}, {own_names.repr, Py_False}});
 }
 
 // What the factory of a field makes.
@@ -73,7 +83,7 @@ struct TupleAndDict {
 Ref Record::make_class() const {
   ClassBody body(table_.name, table_.doc);
   Ref annotations = own(PyDict_New());
-  body.set(names.annotations, annotations.get());
+  body.set(own_names.annotations, annotations.get());
   for (const Field& field : table_.fields) {
     Ref name = interned(field.name);
     check(PyDict_SetItem(annotations.get(), name.get(), interned(field.annotation).get()));
@@ -87,7 +97,8 @@ Ref Record::decorated(PyObject* type) const {
   Ref decorator = globals::lookup(names.dataclass);
   if (table_.decorator != Decorator::kPlain) {
     const bool frozen = table_.decorator == Decorator::kFrozen;
-    const Keyword options[] = {{frozen ? names.frozen : names.eq, frozen ? Py_True : Py_False}};
+    const Keyword options[] = {
+        {frozen ? own_names.frozen : own_names.eq, frozen ? Py_True : Py_False}};
     decorator = call_keywords(decorator.get(), {}, options);
   }
   return call(decorator.get(), type);
@@ -107,7 +118,8 @@ void Record::define(vectorcallfunc overlay) {
   // A metaclass, of another `object`, may give anything.
   const bool is_plain = watches_usable && Py_IS_TYPE(made.get(), &PyType_Type);
   Ref record = decorated(made.get());
-  globals::bind(table_.name, record.get());
+  name_.set(interned(table_.name));
+  globals::bind(name_.get(), record.get());
   if (!is_plain || record.get() != made.get()) return;
   Ref init = generated_init(type, table_);
   if (!init) return;
@@ -124,6 +136,8 @@ void Record::define(vectorcallfunc overlay) {
   // A documented slot that subclasses do not inherit: they go through type.__call__ as ever.
   type->tp_vectorcall = overlay;
 }
+
+Ref Record::in_module() const { return globals::lookup(name_.get()); }
 
 bool Record::stands_for(PyObject* cls) noexcept {
   return cls == reinterpret_cast<PyObject*>(type()) && untouched() && globals::untouched();

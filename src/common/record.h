@@ -121,6 +121,12 @@ class Record {
   [[nodiscard]] PyTypeObject* type() const noexcept { return watch_.type(); }
   // Whether a native build is what the class itself would do.
   [[nodiscard]] bool untouched() noexcept { return watch_.untouched(); }
+  // What the module has under the class's name now.
+  [[nodiscard]] Ref in_module() const;
+  // isinstance(object, <that>)
+  [[nodiscard]] bool is_instance(PyObject* object) const {
+    return typed_shapes::is_instance(object, in_module().get());
+  }
   // Whether a call of cls is one of this class, and native code may stand for it.
   [[nodiscard]] bool stands_for(PyObject* cls) noexcept;
   // Whether the object is an instance of exactly this class. Only for an untouched module.
@@ -178,6 +184,7 @@ class Record {
 
   const RecordTable& table_;
   ClassWatch watch_;
+  Slot name_;
   Slot field_names_;   // a tuple of interned str
   Slot init_;          // the generated __init__
   Slot factory_mark_;  // what dataclasses passes for a field that its factory makes; or null

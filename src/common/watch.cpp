@@ -13,6 +13,10 @@ bool watches_usable = false;
 
 namespace {
 
+const struct {
+  Name slotnames{"__slotnames__"};
+} own_names;
+
 // Whether the dictionary holds every expected object, identity deciding. A key that is no exact str
 // counts as a difference: to get past one may run its code, and what that raises is not ours to
 // drop.
@@ -24,7 +28,7 @@ bool holds(PyObject* dict, PyObject* expected) noexcept {
 
 // The first copy or pickle of an instance leaves a note about slots in the class: no change.
 Py_ssize_t size_without_notes(PyObject* attributes) noexcept {
-  const bool has_note = PyDict_GetItemWithError(attributes, names.slotnames) != nullptr;
+  const bool has_note = PyDict_GetItemWithError(attributes, own_names.slotnames) != nullptr;
   return PyDict_GET_SIZE(attributes) - static_cast<Py_ssize_t>(has_note);
 }
 

@@ -29,7 +29,7 @@ bool require_children(const FieldAccess& field) {
   Py_ssize_t index = -1;
   return all_of(field.read().get(), [&](PyObject* child) -> bool {
     ++index;
-    if (globals::is_instance_of(child, names.FunctionGraphNode)) return true;
+    if (record.is_instance(child)) return true;
     return schema_error().refuse({"FunctionGraphNode.children[", str(index),
                                   "] must be FunctionGraphNode; got ", type_name(child)});
   });
@@ -115,7 +115,7 @@ struct AnyPayload {
   [[nodiscard]] static bool is_none(const Ref& value) { return typed_shapes::is_none(value); }
   [[nodiscard]] static Ref text(PyObject* name) { return Ref::borrow(name); }
   [[nodiscard]] static bool is_runtime_type(const Ref& value) {
-    return contains(globals::lookup(names.GRAPH_RUNTIME_TYPES).get(), value.get());
+    return contains(globals::lookup(node_names.GRAPH_RUNTIME_TYPES).get(), value.get());
   }
   [[nodiscard]] static bool is_text(const Ref& value, PyObject* name) {
     return compare(value.get(), name, Py_EQ);
@@ -133,7 +133,7 @@ Result coerce_child(PyObject* cls, PyObject* raw, MisfitPath& path) {
 }
 
 Result coerce_children(PyObject* cls, PyObject* raw, MisfitPath& path) {
-  Ref children = get_first(raw, names.children, names.args, own(PyList_New(0)).get());
+  Ref children = get_first(raw, node_names.children, node_names.args, own(PyList_New(0)).get());
   // Not the list that was offered as the default: the mapping may have kept it.
   Ref result = own(PyList_New(0));
   if (is_none(children)) return result;
@@ -147,7 +147,7 @@ Result coerce_children(PyObject* cls, PyObject* raw, MisfitPath& path) {
 
 // Anything but a dict is silently replaced, unlike children.
 Result copy_config(PyObject* raw) {
-  Ref config = get_first(raw, names.config, names.params, own(PyDict_New()).get());
+  Ref config = get_first(raw, node_names.config, node_names.params, own(PyDict_New()).get());
   return is_dict(config.get()) ? dict_from(config.get()) : own(PyDict_New());
 }
 
@@ -162,8 +162,8 @@ Result coerce_canonically(PyObject* cls, PyObject* raw, MisfitPath& path) {
   Result children = coerce_children(cls, raw, path);
   if (!children) return children;
   Ref config = copy_config(raw);
-  Ref canonical_id = get(raw, names.canonical_id);
-  Ref family = get(raw, names.family);
+  Ref canonical_id = get(raw, node_names.canonical_id);
+  Ref family = get(raw, node_names.family);
   Ref value = get(raw, names.value);
   return record.call(cls, kind.get(), node.get(), children.get(), config.get(), canonical_id.get(),
                      family.get(), value.get(), nullptr, nullptr);
@@ -181,13 +181,13 @@ Result from_raw(PyObject* cls, PyObject* raw) {
 }
 
 Result coerce_graph(PyObject* raw) {
-  return call_method(globals::lookup(names.FunctionGraphNode).get(), names.from_raw, raw);
+  return call_method(record.in_module().get(), names.from_raw, raw);
 }
 
 }  // namespace
 
 void define_function_graph_node() {
-  globals::bind(names.GRAPH_RUNTIME_TYPES,
+  globals::bind(node_names.GRAPH_RUNTIME_TYPES,
                 own(PyFrozenSet_New(list_of(kGraphRuntimeTypes).get())).get());
   define_record<record>();
   define_function(kCoerceGraph);

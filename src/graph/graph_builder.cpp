@@ -143,7 +143,7 @@ class GraphBuilder {
 
 Ref build_graph(NodeRecord& record, PyObject* cls, PyObject* raw, MisfitPath& path) {
   if (!PyDict_CheckExact(raw) || !record.stands_for(cls)) return {};
-  Ref runtime_types = globals::lookup(names.GRAPH_RUNTIME_TYPES);
+  Ref runtime_types = globals::lookup(node_names.GRAPH_RUNTIME_TYPES);
   const CollectorPause pause;
   return GraphBuilder(record, runtime_types.get(), path).build(raw);
 }

@@ -9,6 +9,22 @@
 
 namespace typed_shapes {
 
+inline const struct {
+  Name args{"args"};
+  Name canonical_id{"canonical_id"};
+  Name children{"children"};
+  Name config{"config"};
+  Name expression{"expression"};
+  Name family{"family"};
+  Name feature{"feature"};
+  Name filtration{"filtration"};
+  Name GRAPH_RUNTIME_TYPES{"_GRAPH_RUNTIME_TYPES"};
+  Name node{"node"};
+  Name op{"op"};
+  Name params{"params"};
+  Name rotation{"rotation"};
+} node_names;
+
 enum Key : std::uint8_t {
   kType,
   kOp,
@@ -27,9 +43,9 @@ enum Key : std::uint8_t {
 
 // The texts of the keys, in that order.
 [[nodiscard]] inline std::array<PyObject*, kOther> key_texts() {
-  return {names.type,          names.op,           names.node,   names.name,
-          names.function_name, names.children,     names.args,   names.config,
-          names.params,        names.canonical_id, names.family, names.value};
+  return {names.type,          node_names.op,           node_names.node,   names.name,
+          names.function_name, node_names.children,     node_names.args,   node_names.config,
+          node_names.params,   node_names.canonical_id, node_names.family, names.value};
 }
 
 // What a node does, and on what.
@@ -53,16 +69,17 @@ Operation<typename Payload::Value> resolve(Payload& payload) {
     if (payload.is_none(node)) node = std::move(op);
     return {std::move(type), std::move(node)};
   }
-  if (!payload.is_text(type, names.expression) && !payload.is_none(type)) {
+  if (!payload.is_text(type, node_names.expression) && !payload.is_none(type)) {
     if (payload.is_none(node)) node = std::move(type);
-    return {payload.text(names.rotation), std::move(node)};
+    return {payload.text(node_names.rotation), std::move(node)};
   }
   // The expression spelling has the operator in "op".
-  if (payload.is_text(op, names.feature)) return {payload.text(names.feature), payload.find(kName)};
-  if (payload.is_text(op, names.filtration)) {
-    return {payload.text(names.filtration), payload.text(names.filtration)};
+  if (payload.is_text(op, node_names.feature))
+    return {payload.text(node_names.feature), payload.find(kName)};
+  if (payload.is_text(op, node_names.filtration)) {
+    return {payload.text(node_names.filtration), payload.text(node_names.filtration)};
   }
-  if (payload.is_true(op)) return {payload.text(names.rotation), std::move(op)};
+  if (payload.is_true(op)) return {payload.text(node_names.rotation), std::move(op)};
   return {std::move(type), std::move(node)};
 }
 

@@ -24,14 +24,14 @@ Ref build_param(ParamRecord& param_spec, PyObject* cls, PyObject* name, PyObject
   if (!is_plain_name(name) || !has_str_keys(raw)) return {};
   // What is borrowed from the dict stays there: a collection could run code that changes it.
   const CollectorPause pause;
-  PyObject* minimum = find(raw, names.min);
-  PyObject* maximum = find(raw, names.max);
+  PyObject* minimum = find(raw, window_names.min);
+  PyObject* maximum = find(raw, window_names.max);
   PyObject* fallback = or_none(find(raw, names.default_));
-  PyObject* variadic = find(raw, names.variadic);
+  PyObject* variadic = find(raw, window_names.variadic);
   if (variadic != nullptr && !is_exact_builtin(variadic)) return {};
 
   Ref window = none();
-  if (minimum != nullptr || maximum != nullptr || is_same_text(name, names.window)) {
+  if (minimum != nullptr || maximum != nullptr || is_same_text(name, window_names.window)) {
     window = window_spec.try_make(or_none(minimum), or_none(maximum), fallback,
                                   or_none(find(raw, names.value)));
     if (!window) return {};

@@ -10,13 +10,17 @@ namespace typed_shapes {
 
 namespace {
 
+const struct {
+  Name param_name{"_param_name"};
+} own_names;
+
 // --- Validation ---
 
 constexpr Check kWindow = {
     [](const FieldAccess& field) -> bool {
       if (is_none(field.read())) return true;
       Ref window = field.read();
-      if (globals::is_instance_of(window.get(), names.WindowSpec)) return true;
+      if (window_spec.is_instance(window.get())) return true;
       return schema_error().refuse(
           {"ParamSpec.window must be WindowSpec or None; got ", type_name(field.read().get())});
     },
@@ -85,20 +89,21 @@ Result of_default(PyObject* cls, PyObject* name, PyObject* fallback) {
 
 // The same declaration under another name.
 Result renamed(PyObject* name, PyObject* spec) {
-  Ref cls = globals::lookup(names.ParamSpec);
+  Ref cls = record.in_module();
   Ref type = get_attr(spec, names.type);
   Ref fallback = get_attr(spec, names.default_);
-  Ref minimum = get_attr(spec, names.minimum);
-  Ref maximum = get_attr(spec, names.maximum);
-  Ref variadic = get_attr(spec, names.variadic);
-  Ref window = get_attr(spec, names.window);
+  Ref minimum = get_attr(spec, window_names.minimum);
+  Ref maximum = get_attr(spec, window_names.maximum);
+  Ref variadic = get_attr(spec, window_names.variadic);
+  Ref window = get_attr(spec, window_names.window);
   return record.call(cls.get(), name, type.get(), fallback.get(), minimum.get(), maximum.get(),
                      variadic.get(), window.get());
 }
 
 // Any dict with a bound is taken for a window too, whatever its name: its bounds must be integers.
 Result window_of(PyObject* name, PyObject* raw) {
-  if (compare(name, names.window, Py_EQ) || contains(raw, names.min) || contains(raw, names.max)) {
+  if (compare(name, window_names.window, Py_EQ) || contains(raw, window_names.min) ||
+      contains(raw, window_names.max)) {
     return coerce_window(raw);
   }
   return none();
@@ -109,23 +114,23 @@ Result from_dict(PyObject* cls, PyObject* name, PyObject* raw) {
   if (!window) return window;
   Ref type = get(raw, names.type);
   Ref fallback = get(raw, names.default_);
-  Ref minimum = get(raw, names.min);
-  Ref maximum = get(raw, names.max);
-  Ref variadic = boolean(is_true(get(raw, names.variadic, Py_False).get()));
+  Ref minimum = get(raw, window_names.min);
+  Ref maximum = get(raw, window_names.max);
+  Ref variadic = boolean(is_true(get(raw, window_names.variadic, Py_False).get()));
   return record.call(cls, name, type.get(), fallback.get(), minimum.get(), maximum.get(),
                      variadic.get(), window.get());
 }
 
 Result from_raw(PyObject* cls, PyObject* name, PyObject* raw) {
   if (Ref spec = build_param(record, cls, name, raw)) return spec;
-  if (globals::is_instance_of(raw, names.ParamSpec)) {
+  if (record.is_instance(raw)) {
     if (compare(get_attr(raw, names.name).get(), name, Py_NE)) return renamed(name, raw);
     return Ref::borrow(raw);
   }
-  if (globals::is_instance_of(raw, names.WindowSpec)) {
+  if (window_spec.is_instance(raw)) {
     Ref fallback = get_attr(raw, names.default_);
     const Keyword keywords[] = {
-        {names.name, name}, {names.window, raw}, {names.default_, fallback.get()}};
+        {names.name, name}, {window_names.window, raw}, {names.default_, fallback.get()}};
     return call_keywords(cls, {}, keywords);
   }
   if (raw == Py_None) return of_default(cls, name, nullptr);
@@ -166,9 +171,9 @@ Result param_name(PyObject* spec) {
 }
 
 Result from_list_entry(PyObject* cls, PyObject* entry) {
-  if (globals::is_instance_of(entry, names.ParamSpec)) return Ref::borrow(entry);
+  if (record.is_instance(entry)) return Ref::borrow(entry);
   const EntryCoercion coercion(cls);
-  Result name = call(globals::lookup(names.param_name).get(), entry);
+  Result name = call(globals::lookup(own_names.param_name).get(), entry);
   if (!name) return name;
   return coercion.coerce(name.get(), entry);
 }

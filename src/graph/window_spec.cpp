@@ -51,7 +51,8 @@ constexpr RecordTable kTable = with_fields<kFields>({
 // --- Validation ---
 
 Result post_init(PyObject* self) {
-  PyObject* const fields[] = {names.minimum, names.maximum, names.default_, names.value};
+  PyObject* const fields[] = {window_names.minimum, window_names.maximum, names.default_,
+                              names.value};
   Ref values[std::size(fields)];
   for (std::size_t i = 0; i < std::size(fields); ++i) values[i] = get_attr(self, fields[i]);
   for (std::size_t i = 0; i < std::size(fields); ++i) {
@@ -67,13 +68,13 @@ Result post_init(PyObject* self) {
 
 Result from_raw(PyObject* cls, PyObject* raw) {
   if (raw == Py_None) return none();
-  if (globals::is_instance_of(raw, names.WindowSpec)) return Ref::borrow(raw);
+  if (window_spec.is_instance(raw)) return Ref::borrow(raw);
   // bool is a kind of int and would pass for one.
   if (is_bool(raw)) return schema_error().refuse({"WindowSpec payload cannot be bool"});
   if (is_int(raw)) return window_spec.call(cls, nullptr, nullptr, nullptr, raw);
   if (is_dict(raw)) {
-    Ref minimum = get(raw, names.min);
-    Ref maximum = get(raw, names.max);
+    Ref minimum = get(raw, window_names.min);
+    Ref maximum = get(raw, window_names.max);
     Ref fallback = get(raw, names.default_);
     Ref value = get(raw, names.value);
     return window_spec.call(cls, minimum.get(), maximum.get(), fallback.get(), value.get());
@@ -100,7 +101,7 @@ Result picked(PyObject* self, PyObject* clamp_to) {
 constinit RecordOf<kWindowFields> window_spec{kTable};
 
 Result coerce_window(PyObject* raw) {
-  Ref cls = globals::lookup(names.WindowSpec);
+  Ref cls = window_spec.in_module();
   if (!window_spec.stands_for(cls.get())) return call_method(cls.get(), names.from_raw, raw);
   return from_raw(cls.get(), raw);
 }

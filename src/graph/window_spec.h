@@ -4,6 +4,15 @@
 
 namespace typed_shapes {
 
+inline const struct {
+  Name maximum{"maximum"};
+  Name max{"max"};
+  Name minimum{"minimum"};
+  Name min{"min"};
+  Name variadic{"variadic"};
+  Name window{"window"};
+} window_names;
+
 inline constexpr std::size_t kWindowFields = 4;
 extern RecordOf<kWindowFields> window_spec;
 

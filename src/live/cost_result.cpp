@@ -8,11 +8,15 @@ namespace typed_shapes {
 
 namespace {
 
+const struct {
+  Name total{"total"};
+} own_names;
+
 // --- Validation ---
 
 bool check_component(PyObject* label, PyObject* array) {
   if (!require_non_empty_str(label, "CostResult.breakdown label")) return false;
-  if (compare(label, names.total, Py_EQ)) {
+  if (compare(label, own_names.total, Py_EQ)) {
     return schema_error().refuse({"CostResult.breakdown must not contain 'total'"});
   }
   return require_array(array, [&] { return message({"CostResult.breakdown['", label, "']"}); });
@@ -20,7 +24,7 @@ bool check_component(PyObject* label, PyObject* array) {
 
 bool accepts_components(PyObject* value) {
   return has_named_entries(value, [](PyObject* label, PyObject* array) {
-    return PyArray_CheckExact(array) && PyUnicode_Compare(label, names.total) != 0;
+    return PyArray_CheckExact(array) && PyUnicode_Compare(label, own_names.total) != 0;
   });
 }
 
@@ -39,11 +43,13 @@ Result from_raw(PyObject* cls, PyObject* raw, PyObject* context);
 
 using Total = Forward<record, 0>;
 
-Result shape(PyObject* self) { return get_attr(get_attr(self, names.total).get(), names.shape); }
+Result shape(PyObject* self) {
+  return get_attr(get_attr(self, own_names.total).get(), names.shape);
+}
 
 Result to_array(PyObject* self, PyObject* dtype) {
   Ref as_array = numpy_attr(names.asarray);
-  Ref total = get_attr(self, names.total);
+  Ref total = get_attr(self, own_names.total);
   PyObject* const positional[] = {total.get()};
   const Keyword keywords[] = {{names.dtype, dtype}};
   return call_keywords(as_array.get(), positional, keywords);
@@ -78,7 +84,7 @@ constinit RecordOf<std::size(kFields)> record{kTable};
 // --- Coercion ---
 
 Result from_raw(PyObject* /*cls*/, PyObject* raw, PyObject* context) {
-  if (globals::is_instance_of(raw, names.CostResult)) return Ref::borrow(raw);
+  if (record.is_instance(raw)) return Ref::borrow(raw);
   return schema_error().refuse(
       {str(context), " returned ", type_name(raw), ", expected CostResult"});
 }

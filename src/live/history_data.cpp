@@ -73,7 +73,7 @@ constinit RecordOf<std::size(kFields)> record{kTable};
 // --- Coercion ---
 
 Result from_raw(PyObject* cls, PyObject* raw, PyObject* context) {
-  if (globals::is_instance_of(raw, names.HistoryData)) return Ref::borrow(raw);
+  if (record.is_instance(raw)) return Ref::borrow(raw);
   if (!is_dict(raw)) {
     return schema_error().refuse(
         {str(context), " returned ", type_name(raw), ", expected dict[str, np.ndarray]"});

@@ -7,6 +7,11 @@ namespace typed_shapes {
 
 namespace {
 
+const struct {
+  Name nodes{"nodes"};
+  Name signals{"signals"};
+} own_names;
+
 constexpr Field kFields[] = {
     {"signals", "Dict[str, Dict[str, Any]]", Default::kEmptyDict, kDict},
     {"nodes", "Dict[str, Dict[str, Any]]", Default::kEmptyDict, kDict},
@@ -35,8 +40,8 @@ constinit RecordOf<std::size(kFields)> record{kTable};
 
 Result from_raw(PyObject* cls, PyObject* raw) {
   if (!require_json_mapping(raw, "LiveCheckpoint")) return Refused{};
-  Ref signals = dict_or_empty(get(raw, names.signals).get());
-  Ref nodes = dict_or_empty(get(raw, names.nodes).get());
+  Ref signals = dict_or_empty(get(raw, own_names.signals).get());
+  Ref nodes = dict_or_empty(get(raw, own_names.nodes).get());
   return record.call(cls, signals.get(), nodes.get());
 }
 

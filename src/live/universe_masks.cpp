@@ -9,6 +9,13 @@ namespace typed_shapes {
 
 namespace {
 
+const struct {
+  Name by_tag{"by_tag"};
+  Name C_CONTIGUOUS{"C_CONTIGUOUS"};
+  Name flags{"flags"};
+  Name n_alloc{"n_alloc"};
+} own_names;
+
 constexpr Field kFields[] = {{"by_tag", "Dict[str, np.ndarray]", Default::kRequired, kDict},
                              {"n_alloc", "int"}};
 
@@ -53,11 +60,12 @@ bool check_shape(PyObject* self, PyObject* tag, PyObject* mask) {
   if (fits) {
     Ref shape = get_attr(mask, names.shape);
     Ref length = get_item(shape.get(), own(PyLong_FromLong(0)).get());
-    fits = !compare(length.get(), get_attr(self, names.n_alloc).get(), Py_NE);
+    fits = !compare(length.get(), get_attr(self, own_names.n_alloc).get(), Py_NE);
   }
   if (fits) return true;
   return schema_error().refuse({owner(tag), " has shape ", str(get_attr(mask, names.shape).get()),
-                                ", expected (", str(get_attr(self, names.n_alloc).get()), ",)"});
+                                ", expected (", str(get_attr(self, own_names.n_alloc).get()),
+                                ",)"});
 }
 
 bool check_dtype(PyObject* tag, PyObject* mask) {
@@ -69,8 +77,8 @@ bool check_dtype(PyObject* tag, PyObject* mask) {
 }
 
 bool check_layout(PyObject* tag, PyObject* mask) {
-  Ref flags = get_attr(mask, names.flags);
-  if (is_true(get_item(flags.get(), names.C_CONTIGUOUS).get())) return true;
+  Ref flags = get_attr(mask, own_names.flags);
+  if (is_true(get_item(flags.get(), own_names.C_CONTIGUOUS).get())) return true;
   return schema_error().refuse({owner(tag), " must be C-contiguous"});
 }
 
@@ -90,18 +98,18 @@ bool check_mask(PyObject* self, PyObject* tag, PyObject* mask) {
 }
 
 bool check_length(PyObject* self) {
-  if (is_int(get_attr(self, names.n_alloc).get())) {
-    Ref n_alloc = get_attr(self, names.n_alloc);
+  if (is_int(get_attr(self, own_names.n_alloc).get())) {
+    Ref n_alloc = get_attr(self, own_names.n_alloc);
     if (!compare(n_alloc.get(), own(PyLong_FromLong(0)).get(), Py_LE)) return true;
   }
   return schema_error().refuse({"UniverseMasks.n_alloc must be a positive int; got ",
-                                repr(get_attr(self, names.n_alloc).get())});
+                                repr(get_attr(self, own_names.n_alloc).get())});
 }
 
 Result post_init(PyObject* self) {
   const auto check = [self](PyObject* tag, PyObject* mask) { return check_mask(self, tag, mask); };
   return none_if(record.require_fields(self) && check_length(self) &&
-                 all_items(get_attr(self, names.by_tag).get(), check));
+                 all_items(get_attr(self, own_names.by_tag).get(), check));
 }
 
 bool is_valid_mask(PyArrayObject* mask, npy_intp n_alloc) {
@@ -127,11 +135,11 @@ bool accepts(PyObject* by_tag, PyObject* n_alloc) {
 // --- Coercion ---
 
 Result from_raw(PyObject* cls, PyObject* raw, PyObject* n_alloc) {
-  if (globals::is_instance_of(raw, names.UniverseMasks)) {
-    if (!compare(get_attr(raw, names.n_alloc).get(), n_alloc, Py_NE)) return Ref::borrow(raw);
+  if (record.is_instance(raw)) {
+    if (!compare(get_attr(raw, own_names.n_alloc).get(), n_alloc, Py_NE)) return Ref::borrow(raw);
     return schema_error().refuse(
         {"UniverseMasks coerced with n_alloc=", str(n_alloc),
-         " but payload has n_alloc=", str(get_attr(raw, names.n_alloc).get())});
+         " but payload has n_alloc=", str(get_attr(raw, own_names.n_alloc).get())});
   }
   if (!is_dict(raw)) {
     return schema_error().refuse(

@@ -9,6 +9,10 @@ namespace typed_shapes {
 
 namespace {
 
+const struct {
+  Name all_exports{"__all__"};
+} own_names;
+
 constexpr const char* kExported[] = {"SchemaError",
                                      "InvalidFunctionStateError",
                                      "FunctionState",
@@ -60,7 +64,7 @@ void run_body() {
   check_builtins();
   create_function_type();
   import_names();
-  globals::bind(names.all_exports, list_of(kExported).get());
+  globals::bind(own_names.all_exports, list_of(kExported).get());
   define_error_classes();
   define_function_state();
   globals::bind(names.MISSING, call(reinterpret_cast<PyObject*>(&PyBaseObject_Type)).get());

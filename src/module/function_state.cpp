@@ -9,6 +9,14 @@ namespace typed_shapes {
 
 namespace {
 
+const struct {
+  Name expected_name{"expected_name"};
+  Name expected_version{"expected_version"};
+  Name function_version{"function_version"};
+  Name reject_function_state{"_reject_function_state"};
+  Name state{"state"};
+} own_names;
+
 constexpr Field kFields[] = {
     {"function_name", "str"}, {"function_version", "int"}, {"data", "Any"}};
 
@@ -69,16 +77,16 @@ class Restore {
       Ref text = message(pieces);
       Ref code = own(PyUnicode_FromString(reason));
       PyObject* const positional[] = {text.get()};
-      const Keyword keywords[] = {{names.expected_name, restore.expected_name_},
-                                  {names.expected_version, restore.expected_version_},
-                                  {names.state, restore.state_},
+      const Keyword keywords[] = {{own_names.expected_name, restore.expected_name_},
+                                  {own_names.expected_version, restore.expected_version_},
+                                  {own_names.state, restore.state_},
                                   {names.reason, code.get()}};
       return static_cast<bool>(call_keywords(function.get(), positional, keywords));
     }
   };
 
   [[nodiscard]] bool check_kind() const {
-    if (globals::is_instance_of(state_, names.FunctionState)) return true;
+    if (record.is_instance(state_)) return true;
     return rejection().passes("not_function_state",
                               {"FunctionState required for '", str(expected_name_), "', got ",
                                str(type_name(state_).get())});
@@ -92,9 +100,9 @@ class Restore {
   }
 
   [[nodiscard]] bool check_version() const {
-    if (!compare(get(names.function_version).get(), expected_version_, Py_NE)) return true;
+    if (!compare(get(own_names.function_version).get(), expected_version_, Py_NE)) return true;
     return rejection().passes("function_version_mismatch",
-                              {"State function_version ", shown(names.function_version),
+                              {"State function_version ", shown(own_names.function_version),
                                " does not match entry function_version ", str(expected_version_),
                                " for '", str(expected_name_), "'"});
   }
@@ -107,7 +115,7 @@ class Restore {
   }
 
   [[nodiscard]] Rejection rejection() const {
-    return {*this, globals::lookup(names.reject_function_state)};
+    return {*this, globals::lookup(own_names.reject_function_state)};
   }
   [[nodiscard]] Result get(PyObject* name) const { return get_attr(state_, name); }
   [[nodiscard]] Result shown(PyObject* name) const { return str(get(name).get()); }

@@ -106,7 +106,7 @@ class Registration {
 void load(PyObject* module) {
   Ref builtins = own(PyImport_ImportModule("builtins"));
   watches_usable = runtime_version() == kBuildVersion;
-  intern_names();
+  Name::intern_all();
   globals::open(module, builtins.get());
   check(PyObject_SetAttrString(module, "__builtins__", builtins.get()));
   warn_of_other_version();

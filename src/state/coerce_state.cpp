@@ -50,7 +50,7 @@ Ref text_of(PyObject* key) {
 }
 
 Result coerce_dict(PyObject* raw, MisfitPath& path) {
-  Ref cls = globals::lookup(names.StateMapping);
+  Ref cls = state_mapping.in_module();
   Ref entries = own(PyDict_New());
   for_each_item(raw, [&](PyObject* key, PyObject* value) {
     Ref text = text_of(key);
@@ -61,7 +61,7 @@ Result coerce_dict(PyObject* raw, MisfitPath& path) {
 }
 
 Result coerce_sequence(PyObject* raw, MisfitPath& path) {
-  Ref cls = globals::lookup(names.StateSequence);
+  Ref cls = state_sequence.in_module();
   Ref items = own(PyList_New(0));
   for_each(raw, [&](PyObject* item) {
     check(PyList_Append(items.get(), coerce_generated(item, path).get()));
@@ -71,16 +71,15 @@ Result coerce_sequence(PyObject* raw, MisfitPath& path) {
 }
 
 Result coerce_canonically(PyObject* raw, MisfitPath& path) {
-  for (PyObject* variant :
-       {names.StateScalar, names.StateArray, names.StateMapping, names.StateSequence}) {
-    if (globals::is_instance_of(raw, variant)) return Ref::borrow(raw);
+  for (const Record* variant : kVariants) {
+    if (variant->is_instance(raw)) return Ref::borrow(raw);
   }
   if (is_array(raw)) {
-    return state_array.call(globals::lookup(names.StateArray).get(), raw);
+    return state_array.call(state_array.in_module().get(), raw);
   }
   if (is_dict(raw)) return coerce_dict(raw, path);
   if (is_list(raw) || is_tuple(raw)) return coerce_sequence(raw, path);
-  return state_scalar.call(globals::lookup(names.StateScalar).get(), raw);
+  return state_scalar.call(state_scalar.in_module().get(), raw);
 }
 
 // --- Fast path ---

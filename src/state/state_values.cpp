@@ -9,6 +9,10 @@ namespace typed_shapes {
 
 namespace {
 
+const struct {
+  Name Union{"Union"};
+} own_names;
+
 constexpr Field kScalarFields[] = {{"value", "Any"}};
 constexpr Field kArrayFields[] = {{"data", "np.ndarray", Default::kRequired, kArray}};
 constexpr Field kMappingFields[] = {
@@ -56,14 +60,12 @@ void define_state_values() {
   define_record<state_mapping>();
   define_record<state_sequence>();
 
-  PyObject* const members[] = {names.StateScalar, names.StateArray, names.StateMapping,
-                               names.StateSequence};
   Ref classes = own(PyList_New(0));
-  for (PyObject* name : members) {
-    check(PyList_Append(classes.get(), globals::lookup(name).get()));
+  for (const Record* variant : kVariants) {
+    check(PyList_Append(classes.get(), variant->in_module().get()));
   }
   Ref alias =
-      get_item(globals::lookup(names.Union).get(), own(PyList_AsTuple(classes.get())).get());
+      get_item(globals::lookup(own_names.Union).get(), own(PyList_AsTuple(classes.get())).get());
   globals::bind("StateValue", alias.get());
 }
 

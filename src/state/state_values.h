@@ -10,6 +10,10 @@ extern RecordOf<1> state_array;     // data
 extern RecordOf<1> state_mapping;   // entries
 extern RecordOf<1> state_sequence;  // items_
 
+// In the order in which a value is looked at.
+inline constexpr const Record* kVariants[] = {&state_scalar, &state_array, &state_mapping,
+                                              &state_sequence};
+
 // Whether natively built and natively read variants are what the module's own code would see.
 [[nodiscard]] bool state_values_untouched() noexcept;
 

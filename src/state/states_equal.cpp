@@ -13,6 +13,16 @@ namespace typed_shapes {
 
 namespace {
 
+const struct {
+  Name atol{"atol"};
+  Name entries{"entries"};
+  Name equal_nan{"equal_nan"};
+  Name items_{"items_"};
+  Name math{"math"};
+  Name rtol{"rtol"};
+  Name states_value_equal{"_states_value_equal"};
+} own_names;
+
 Result states_equal(PyObject* a, PyObject* b);
 Result states_value_equal(PyObject* a, PyObject* b);
 
@@ -37,7 +47,7 @@ Result values_equal(PyObject* a, PyObject* b, MisfitPath& path);
 class InnerComparison {
  public:
   InnerComparison()
-      : other_(globals::untouched() ? Ref() : globals::lookup(names.states_value_equal)) {}
+      : other_(globals::untouched() ? Ref() : globals::lookup(own_names.states_value_equal)) {}
 
   // bool(_states_value_equal(a, b))
   [[nodiscard]] bool are_equal(const Ref& a, const Ref& b, MisfitPath& path) const {
@@ -56,7 +66,7 @@ bool is_float(PyObject* value) {
 }
 
 bool is_nan(PyObject* value) {
-  return is_true(call_method(globals::lookup(names.math).get(), names.isnan, value).get());
+  return is_true(call_method(globals::lookup(own_names.math).get(), names.isnan, value).get());
 }
 
 Result compare_scalars(PyObject* a, PyObject* b) {
@@ -83,7 +93,7 @@ bool all_close(PyObject* a, PyObject* right) {
   Ref zero = own(PyLong_FromLong(0));
   PyObject* const positional[] = {left.get(), right};
   const Keyword keywords[] = {
-      {names.rtol, zero.get()}, {names.atol, zero.get()}, {names.equal_nan, Py_True}};
+      {own_names.rtol, zero.get()}, {own_names.atol, zero.get()}, {own_names.equal_nan, Py_True}};
   return is_true(call_keywords(function.get(), positional, keywords).get());
 }
 
@@ -117,23 +127,24 @@ bool compare_arrays(PyObject* a, PyObject* b) {
 }
 
 bool compare_mappings(PyObject* a, PyObject* b, MisfitPath& path) {
-  Ref right = get_attr(b, names.entries);
-  Ref left_keys = own(PySet_New(call_method(get_attr(a, names.entries).get(), names.keys).get()));
+  Ref right = get_attr(b, own_names.entries);
+  Ref left_keys =
+      own(PySet_New(call_method(get_attr(a, own_names.entries).get(), names.keys).get()));
   Ref right_keys = own(PySet_New(call_method(right.get(), names.keys).get()));
   if (compare(left_keys.get(), right_keys.get(), Py_NE)) return false;
-  return all_of(get_attr(a, names.entries).get(), [&](PyObject* key) {
+  return all_of(get_attr(a, own_names.entries).get(), [&](PyObject* key) {
     const InnerComparison inner;
-    const Ref left_value = get_item(get_attr(a, names.entries).get(), key);
+    const Ref left_value = get_item(get_attr(a, own_names.entries).get(), key);
     return inner.are_equal(left_value, get_item(right.get(), key), path);
   });
 }
 
 bool compare_sequences(PyObject* a, PyObject* b, MisfitPath& path) {
-  Ref right = get_attr(b, names.items_);
-  const Py_ssize_t left_size = check(PyObject_Size(get_attr(a, names.items_).get()));
+  Ref right = get_attr(b, own_names.items_);
+  const Py_ssize_t left_size = check(PyObject_Size(get_attr(a, own_names.items_).get()));
   if (left_size != check(PyObject_Size(right.get()))) return false;
-  Ref pairs =
-      call(reinterpret_cast<PyObject*>(&PyZip_Type), get_attr(a, names.items_).get(), right.get());
+  Ref pairs = call(reinterpret_cast<PyObject*>(&PyZip_Type), get_attr(a, own_names.items_).get(),
+                   right.get());
   return all_of(pairs.get(), [&](PyObject* pair) {
     const Pair items = unpack_pair(pair);
     return InnerComparison().are_equal(items.first, items.second, path);
@@ -142,10 +153,10 @@ bool compare_sequences(PyObject* a, PyObject* b, MisfitPath& path) {
 
 Result compare_canonically(PyObject* a, PyObject* b, MisfitPath& path) {
   if (Py_TYPE(a) != Py_TYPE(b)) return boolean(false);
-  if (globals::is_instance_of(a, names.StateScalar)) return compare_scalars(a, b);
-  if (globals::is_instance_of(a, names.StateArray)) return boolean(compare_arrays(a, b));
-  if (globals::is_instance_of(a, names.StateMapping)) return boolean(compare_mappings(a, b, path));
-  if (globals::is_instance_of(a, names.StateSequence)) {
+  if (state_scalar.is_instance(a)) return compare_scalars(a, b);
+  if (state_array.is_instance(a)) return boolean(compare_arrays(a, b));
+  if (state_mapping.is_instance(a)) return boolean(compare_mappings(a, b, path));
+  if (state_sequence.is_instance(a)) {
     return boolean(compare_sequences(a, b, path));
   }
   return boolean(false);
@@ -170,13 +181,13 @@ Result states_equal(PyObject* a, PyObject* b) {
   }
   Ref left = call(globals::lookup(names.coerce_state).get(), a);
   Ref right = call(globals::lookup(names.coerce_state).get(), b);
-  return call(globals::lookup(names.states_value_equal).get(), left.get(), right.get());
+  return call(globals::lookup(own_names.states_value_equal).get(), left.get(), right.get());
 }
 
 }  // namespace
 
 void define_states_equal() {
-  Ref math = globals::lookup(names.math);
+  Ref math = globals::lookup(own_names.math);
   math_names.start_module(math.get());
   // The builtin function: one that somebody put in its place before us is never taken for it.
   Ref isnan = get_attr(math.get(), names.isnan);
