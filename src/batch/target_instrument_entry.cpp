@@ -35,7 +35,7 @@ constinit RecordOf<std::size(kFields)> record{kTable};
 Result from_raw(PyObject* cls, PyObject* raw, PyObject* index) {
   if (record.is_instance(raw)) return Ref::borrow(raw);
   if (is_dict(raw)) return record.call(cls, raw);
-  // A plain ValueError here, unlike everywhere else.
+  // A bare ValueError here, unlike everywhere else.
   Ref text =
       message({"target_instruments[", own(PyObject_Format(index, nullptr)), "] must be an object"});
   return refuse_with(call(PyExc_ValueError, text.get()).get());

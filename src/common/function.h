@@ -4,8 +4,8 @@
 #include <string_view>
 #include <utility>
 
-#include "common/binder.h"
 #include "common/objects.h"
+#include "common/signature.h"
 
 namespace typed_shapes {
 
@@ -32,18 +32,10 @@ struct Adapter<kFunction> {
   }
 };
 
-// How many parameters a signature line has; every one has a name, and a lone * has none.
+// How many parameters a signature line has; a lone * is none.
 consteval std::size_t count_parameters(std::string_view line) {
-  line.remove_prefix(line.find('('));
-  if (line.starts_with("()")) return 0;
-  std::size_t count = 1;
-  int depth = 0;
-  for (const char c : line) {
-    if (c == '(' || c == '[') ++depth;
-    if ((c == ')' || c == ']') && --depth == 0) break;
-    if (depth == 1 && c == ',') ++count;
-    if (depth == 1 && c == '*') --count;
-  }
+  std::size_t count = 0;
+  signature::for_each_parameter(line, [&](std::string_view text) { count += text != "*"; });
   return count;
 }
 

@@ -10,7 +10,7 @@
 
 namespace typed_shapes {
 
-PyObject* plain_default(Default kind) noexcept {
+PyObject* shared_default(Default kind) noexcept {
   switch (kind) {
     case Default::kNone:
     case Default::kHidden:
@@ -49,7 +49,7 @@ Ref default_of(const Field& field) {
   if (PyTypeObject* factory = default_factory(kind)) {
     return call_field({{own_names.default_factory, reinterpret_cast<PyObject*>(factory)}});
   }
-  if (kind != Default::kHidden) return Ref::borrow(plain_default(kind));
+  if (kind != Default::kHidden) return Ref::borrow(shared_default(kind));
   return call_field(
       {{names.default_, Py_None}, {own_names.compare, Py_False}, {own_names.repr, Py_False}});
 }
@@ -116,11 +116,11 @@ void Record::define(vectorcallfunc overlay) {
   Ref made = make_class();
   auto* type = reinterpret_cast<PyTypeObject*>(made.get());
   // A metaclass, of another `object`, may give anything.
-  const bool is_plain = watches_usable && Py_IS_TYPE(made.get(), &PyType_Type);
+  const bool is_ordinary = watches_usable && Py_IS_TYPE(made.get(), &PyType_Type);
   Ref record = decorated(made.get());
   name_.set(interned(table_.name));
   globals::bind(name_.get(), record.get());
-  if (!is_plain || record.get() != made.get()) return;
+  if (!is_ordinary || record.get() != made.get()) return;
   Ref init = generated_init(type, table_);
   if (!init) return;
   factory_mark_.set(factory_mark(init.get(), table_.fields));
@@ -166,7 +166,7 @@ Ref Record::make_of(PyObject* const* values) const {
   return instance;
 }
 
-Ref Record::field_if_plain(PyObject* instance, std::size_t index) const {
+Ref Record::stored_field(PyObject* instance, std::size_t index) const {
   if (!has_inline_fields_) return {};
   if (has_inline_array(instance)) return Ref::borrow(inline_field(instance, index));
   // The attributes are a dict now, which may hold more than names. (For an instance that still has
@@ -202,7 +202,7 @@ bool Record::add_defaults(Values& values, Factories& made) const {
   for (std::size_t i = 0; i < table_.fields.size(); ++i) {
     if (values[i] != nullptr) continue;
     const Default kind = table_.fields[i].default_value;
-    values[i] = plain_default(kind);
+    values[i] = shared_default(kind);
     if (values[i] != nullptr) continue;
     if (default_factory(kind) == nullptr) return false;
     *next = make_default(kind);

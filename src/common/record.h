@@ -25,7 +25,7 @@ enum class Default {
 };
 
 // The default of a parameter that nothing makes anew; null where there is none.
-[[nodiscard]] PyObject* plain_default(Default kind) noexcept;
+[[nodiscard]] PyObject* shared_default(Default kind) noexcept;
 // Whether a function makes it anew for each instance.
 [[nodiscard]] constexpr bool has_factory(Default kind) noexcept {
   return kind == Default::kEmptyList || kind == Default::kEmptyDict;
@@ -137,7 +137,7 @@ class Record {
 
   // A field of an exact instance of an untouched class; null where it cannot be read without
   // running Python code, or is unset.
-  [[nodiscard]] Ref field_if_plain(PyObject* instance, std::size_t index) const;
+  [[nodiscard]] Ref stored_field(PyObject* instance, std::size_t index) const;
 
   // instance.field, for any instance.
   [[nodiscard]] Result attribute(PyObject* instance, std::size_t index);

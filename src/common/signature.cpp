@@ -8,73 +8,29 @@ namespace typed_shapes {
 
 namespace {
 
-std::string_view trim(std::string_view text) {
-  while (!text.empty() && text.front() == ' ') text.remove_prefix(1);
-  while (!text.empty() && text.back() == ' ') text.remove_suffix(1);
-  return text;
-}
-
-// The position of the first wanted character outside brackets and quotes; npos where there is none.
-std::size_t find_top_level(std::string_view text, char wanted) {
-  int depth = 0;
-  char quote = '\0';
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    const char c = text[i];
-    if (quote != '\0') {
-      if (c == quote) quote = '\0';
-    } else if (depth == 0 && c == wanted) {
-      return i;
-    } else if (c == '\'' || c == '"') {
-      quote = c;
-    } else if (c == '(' || c == '[') {
-      ++depth;
-    } else if (c == ')' || c == ']') {
-      --depth;
-    }
-  }
-  return std::string_view::npos;
-}
-
-// Cuts the text at the first wanted character: what stands before it stays, the rest is returned.
-std::string_view cut(std::string_view& text, char wanted) {
-  const std::size_t at = find_top_level(text, wanted);
-  if (at == std::string_view::npos) return {};
-  const std::string_view rest = text.substr(at + 1);
-  text = text.substr(0, at);
-  return rest;
-}
-
 Parameter parse_parameter(std::string_view text) {
-  const std::string_view default_text = cut(text, '=');
-  const std::string_view annotation = cut(text, ':');
-  return {std::string(trim(text)), std::string(trim(annotation)), std::string(trim(default_text))};
+  const std::string_view default_text = signature::cut(text, '=');
+  const std::string_view annotation = signature::cut(text, ':');
+  return {std::string(signature::trim(text)), std::string(signature::trim(annotation)),
+          std::string(signature::trim(default_text))};
 }
 
 }  // namespace
 
 SignatureLine parse_signature(std::string_view line) {
   SignatureLine result;
-  const std::size_t open = line.find('(');
-  if (open == std::string_view::npos) raise(PyExc_SystemError, "signature line without parameters");
-  result.qualname = line.substr(0, open);
+  result.qualname = line.substr(0, line.find('('));
   result.name = result.qualname.substr(result.qualname.rfind('.') + 1);
-
-  std::string_view parameters = line.substr(open + 1);
-  const std::string_view tail = trim(cut(parameters, ')'));
-  if (tail.starts_with("->")) result.return_annotation = trim(tail.substr(2));
-
   bool keyword_only = false;
-  while (!trim(parameters).empty()) {
-    const std::string_view rest = cut(parameters, ',');
-    const std::string_view parameter = trim(parameters);
-    if (parameter == "*") {
+  const std::string_view tail = signature::for_each_parameter(line, [&](std::string_view text) {
+    if (text == "*") {
       keyword_only = true;
     } else {
-      result.parameters.push_back(parse_parameter(parameter));
+      result.parameters.push_back(parse_parameter(text));
       if (!keyword_only) ++result.positional;
     }
-    parameters = rest;
-  }
+  });
+  if (tail.starts_with("->")) result.return_annotation = signature::trim(tail.substr(2));
   return result;
 }
 

@@ -155,12 +155,6 @@ class EntryCoercion {
   Ref other_;  // null where the class is ParamSpec as it was made
 };
 
-// cls.from_raw(name, raw)
-Result coerce_entry(PyObject* cls, PyObject* name, PyObject* raw) {
-  if (Ref spec = build_param(record, cls, name, raw)) return spec;
-  return EntryCoercion(cls).coerce(name, raw);
-}
-
 // --- Coercion of a schema ---
 
 Result param_name(PyObject* spec) {
@@ -187,7 +181,7 @@ Result from_mapping(PyObject* cls, PyObject* raw) {
         all_of(raw, [&](PyObject* entry) { return append(specs, from_list_entry(cls, entry)); });
   } else if (is_dict(raw)) {
     all_fit = all_items(raw, [&](PyObject* key, PyObject* value) {
-      return append(specs, coerce_entry(cls, key, value));
+      return append(specs, EntryCoercion(cls).coerce(key, value));
     });
   } else {
     return schema_error().refuse(

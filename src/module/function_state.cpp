@@ -138,9 +138,9 @@ bool surely_equal(PyObject* value, PyObject* expected) {
 // The data of a record that passes every check; null where the canonical path has to decide.
 Ref accepted_data(PyObject* state, PyObject* expected_name, PyObject* expected_version) {
   if (!globals::untouched() || !record.untouched() || !record.is_exact(state)) return {};
-  Ref name = record.field_if_plain(state, 0);
-  Ref version = record.field_if_plain(state, 1);
-  Ref data = record.field_if_plain(state, 2);
+  Ref name = record.stored_field(state, 0);
+  Ref version = record.stored_field(state, 1);
+  Ref data = record.stored_field(state, 2);
   const bool accepted = name && version && data && surely_equal(name.get(), expected_name) &&
                         surely_equal(version.get(), expected_version) &&
                         PyDict_CheckExact(data.get());

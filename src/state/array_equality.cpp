@@ -192,10 +192,10 @@ Verdict compare_bools(const void* a, const void* b, std::size_t count) noexcept 
 
 // --- Arrays ---
 
-using Compare = Verdict (*)(const void*, const void*, std::size_t);
+using Comparison = Verdict (*)(const void*, const void*, std::size_t);
 
 // Null for the types that are left to NumPy.
-Compare comparison_of(int type_number) noexcept {
+Comparison comparison_of(int type_number) noexcept {
   switch (type_number) {
     case NPY_BOOL:
       return compare_bools;
@@ -234,7 +234,7 @@ Compare comparison_of(int type_number) noexcept {
   }
 }
 
-bool is_plain_memory(PyArrayObject* array) noexcept {
+bool is_native_memory(PyArrayObject* array) noexcept {
   return PyArray_ISALIGNED(array) && PyArray_ISNOTSWAPPED(array);
 }
 
@@ -248,9 +248,9 @@ bool in_same_order(PyArrayObject* a, PyArrayObject* b) noexcept {
 Verdict arrays_equal(PyArrayObject* a, PyArrayObject* b) noexcept {
   const bool has_same_shape = PyArray_SAMESHAPE(a, b);
   if (!has_same_shape) return Verdict::kDifferent;
-  const Compare compare = comparison_of(PyArray_TYPE(a));
-  const bool is_known = compare != nullptr && comparison_of(PyArray_TYPE(b)) != nullptr;
-  const bool is_readable = is_plain_memory(a) && is_plain_memory(b);
+  const Comparison comparison = comparison_of(PyArray_TYPE(a));
+  const bool is_known = comparison != nullptr && comparison_of(PyArray_TYPE(b)) != nullptr;
+  const bool is_readable = is_native_memory(a) && is_native_memory(b);
   if (!is_known || !is_readable) return Verdict::kUnsure;
   if (PyArray_TYPE(a) != PyArray_TYPE(b)) {
     // Two C types of one width and kind make equal dtypes.
@@ -258,7 +258,7 @@ Verdict arrays_equal(PyArrayObject* a, PyArrayObject* b) noexcept {
                                                                         : Verdict::kDifferent;
   }
   if (!in_same_order(a, b)) return Verdict::kUnsure;
-  return compare(PyArray_DATA(a), PyArray_DATA(b), static_cast<std::size_t>(PyArray_SIZE(a)));
+  return comparison(PyArray_DATA(a), PyArray_DATA(b), static_cast<std::size_t>(PyArray_SIZE(a)));
 }
 
 }  // namespace typed_shapes

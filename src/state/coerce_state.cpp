@@ -96,8 +96,7 @@ bool has_plain_text(PyObject* key) {
     PyLong_AsLongAndOverflow(key, &overflow);
     return overflow == 0;
   }
-  return PyUnicode_CheckExact(key) || PyFloat_CheckExact(key) || PyBool_Check(key) ||
-         key == Py_None;
+  return is_builtin_scalar(key);
 }
 
 Ref build_mapping(PyObject* raw, MisfitPath& path) {

@@ -35,7 +35,7 @@ Variant variant_of_raw(PyObject* object) noexcept {
 }
 
 View typed_view(Variant variant, const Record& record, PyObject* object) {
-  Ref payload = record.field_if_plain(object, 0);
+  Ref payload = record.stored_field(object, 0);
   if (!payload) return {Variant::kUnsure, {}};
   return {variant, std::move(payload)};
 }
@@ -54,22 +54,17 @@ View view(Operand operand) {
 
 // --- Scalars ---
 
-bool is_float(PyObject* object) noexcept {
+bool is_exact_double(PyObject* object) noexcept {
   return PyFloat_CheckExact(object) || Py_IS_TYPE(object, &PyDoubleArrType_Type);
-}
-
-// The builtin scalars that compare among each other without a warning and without foreign code.
-bool is_builtin_scalar(PyObject* object) noexcept {
-  return PyFloat_CheckExact(object) || PyLong_CheckExact(object) || PyUnicode_CheckExact(object) ||
-         object == Py_None || PyBool_Check(object);
 }
 
 Verdict verdict(bool equal) noexcept { return equal ? Verdict::kEqual : Verdict::kDifferent; }
 
+// Builtin scalars compare among each other without a warning and without Python code.
 Verdict compare_scalars(PyObject* a, PyObject* b, bool outermost) {
   // The outermost comparison hands out what == gave, which for NumPy scalars is no bool.
   if (outermost && !(is_builtin_scalar(a) && is_builtin_scalar(b))) return Verdict::kUnsure;
-  if (is_float(a) && is_float(b)) {
+  if (is_exact_double(a) && is_exact_double(b)) {
     const double x = PyFloat_AS_DOUBLE(a);
     const double y = PyFloat_AS_DOUBLE(b);
     return verdict(x == y || (x != x && y != y));
@@ -81,7 +76,7 @@ Verdict compare_scalars(PyObject* a, PyObject* b, bool outermost) {
 
 // --- Containers ---
 
-Verdict compare(Operand a, Operand b, MisfitPath& path);
+Verdict compare_operands(Operand a, Operand b, MisfitPath& path);
 
 // Whether both have the same keys in the same order, as two states of one function mostly have.
 bool have_same_key_order(PyObject* a, PyObject* b) {
@@ -118,7 +113,7 @@ Verdict compare_mappings(PyObject* a, bool raw_a, PyObject* b, bool raw_b, Misfi
     if (!in_step || PyDict_Next(b, &position, nullptr, &value_b) == 0) {
       value_b = PyDict_GetItemWithError(b, key);
     }
-    verdict = compare({value_a, raw_a}, {value_b, raw_b}, path);
+    verdict = compare_operands({value_a, raw_a}, {value_b, raw_b}, path);
     return verdict == Verdict::kEqual;
   });
   return verdict;
@@ -134,8 +129,8 @@ Verdict compare_sequences(PyObject* a, bool raw_a, PyObject* b, bool raw_b, Misf
   const Py_ssize_t size = PySequence_Fast_GET_SIZE(a);
   if (size != PySequence_Fast_GET_SIZE(b)) return Verdict::kDifferent;
   for (Py_ssize_t i = 0; i < size; ++i) {
-    const Verdict verdict = compare({PySequence_Fast_GET_ITEM(a, i), raw_a},
-                                    {PySequence_Fast_GET_ITEM(b, i), raw_b}, path);
+    const Verdict verdict = compare_operands({PySequence_Fast_GET_ITEM(a, i), raw_a},
+                                             {PySequence_Fast_GET_ITEM(b, i), raw_b}, path);
     if (verdict != Verdict::kEqual) return verdict;
   }
   return Verdict::kEqual;
@@ -171,7 +166,7 @@ Verdict compare_views(const View& a, const View& b, bool outermost, MisfitPath& 
   return verdict;
 }
 
-Verdict compare(Operand a, Operand b, MisfitPath& path) {
+Verdict compare_operands(Operand a, Operand b, MisfitPath& path) {
   // Most of what is met is a builtin scalar, and scalars need no view.
   if (a.raw && b.raw && is_builtin_scalar(a.object) && is_builtin_scalar(b.object)) {
     return compare_scalars(a.object, b.object, false);
