@@ -13,6 +13,7 @@ from typing import Any
 
 import numpy as np
 import payloads
+import refusals
 from payloads import deep_graph_payload, graph_payload, stage_payload, state_payload
 
 Setup = Callable[[ModuleType], dict[str, Any]]
@@ -98,11 +99,9 @@ def _constructor(class_name: str) -> Work:
     return Work(f"{class_name}(**fields)", None, "Class(**fields)", setup)
 
 
-def _refused(name: str, call: str, raw: object, class_name: str) -> Work:
-    statement = f"try: {call}\nexcept SchemaError: pass"
-    return Work(
-        f"refusal: {name}", None, statement, _raw(raw, X=class_name, SchemaError="SchemaError")
-    )
+def _refused(call: str) -> Work:
+    statement = f"try: {call}\nexcept Exception: pass"
+    return Work(f"refusal: {call}", 0.9, statement, refusals.names_of)
 
 
 def _values_equal(module: ModuleType) -> dict[str, Any]:
@@ -115,13 +114,6 @@ def _values_equal(module: ModuleType) -> dict[str, Any]:
 
 def _differing(key: str) -> dict[str, Any]:
     return {**payloads.containers_payload(), key: "other"}
-
-
-def _bad_graph() -> dict[str, Any]:
-    """A graph whose last node is the wrong one."""
-    payload = graph_payload(1000)
-    payload["children"].append("close")
-    return payload
 
 
 # Those that have a floor.
@@ -224,6 +216,7 @@ GUARDED = [
     ),
     _access("evidence subscription", "record['score']", "Evidence", 1.3),
     _access("mask subscription", "record['a']", "UniverseMasks", 1.3),
+    *map(_refused, refusals.CALLS.strip().splitlines()),
 ]
 
 # The other entry points, for information.
@@ -299,15 +292,6 @@ FURTHER = [
     *map(_constructor, payloads.record_fields()),
     _graph("graph, an odd leaf 150 levels down", None, payloads.odd_leaf_graph(150), 300),
     _equal("an odd leaf 150 levels down", None, *payloads.odd_leaf_states(150), 300),
-    _refused("the last of 1,000 nodes", "X.from_raw(raw)", _bad_graph(), "FunctionGraphNode"),
-    _refused("a window that is a bool", "X.from_raw(raw)", True, "WindowSpec"),
-    _refused("a batch that is a list", "X.from_raw(raw)", [], "HistoryData"),
-    _refused(
-        "the last of 5,000 mask entries",
-        "X(raw, 5000)",
-        {"a": payloads.bad_mask(5000)},
-        "UniverseMasks",
-    ),
 ]
 
 WORKS = GUARDED + FURTHER

@@ -1,5 +1,6 @@
 """What the tests share: a way onto the canonical path, and outcomes that can be compared."""
 
+import bisect
 import contextlib
 import dataclasses
 import os
@@ -13,6 +14,7 @@ from types import FunctionType
 from typing import Any
 
 import numpy as np
+import pytest
 from quillmere.functions import _typed_shapes as ts
 
 # How many cases each seeded generator makes, and the seed of the first: raise the one for a longer
@@ -186,3 +188,24 @@ class Claims(Nameless):
         self.claimed = claimed
 
     __class__ = property(lambda self: self.claimed)  # type: ignore[assignment]
+
+
+def allocations(call: Callable[[Any], Any], payload: Any) -> int:
+    """How many blocks of memory a call asks for: with so many it misses none."""
+    testcapi = pytest.importorskip("_testcapi")
+    if hasattr(sys, "gettotalrefcount"):
+        pytest.skip("an interpreter with assertions aborts where there is no memory")
+
+    def misses_none(number: int) -> bool:
+        try:
+            testcapi.set_nomemory(number)
+            call(payload)
+        except MemoryError:
+            return False
+        except ts.SchemaError:
+            pass
+        finally:
+            testcapi.remove_mem_hooks()
+        return True
+
+    return bisect.bisect_left(range(1 << 17), True, key=misses_none)

@@ -17,7 +17,16 @@ import support
 from generators import GENERATORS, RECORDS
 from harden.catalogue import FAST, Call
 from quillmere.functions import _typed_shapes as ts
-from support import CASES, SEED, agree_on, both_paths, canonical_path, outcome, python_calls
+from support import (
+    CASES,
+    SEED,
+    agree_on,
+    allocations,
+    both_paths,
+    canonical_path,
+    outcome,
+    python_calls,
+)
 from test_records import INSTANCES
 
 import reference
@@ -64,6 +73,31 @@ def test_what_fits_is_served_by_the_fast_path(text: str) -> None:
     with canonical_path():
         assert len(python_calls(Call(text))) > len(fast)
     assert fast == ["__call__"]
+
+
+# Walks that run no Python code on either path, each with what the fast one takes.
+ATOMS = [None, True, 5, 2.5, "x", b"x", np.float64(1)]
+LOOSE: list[Any] = [{}, [], (), {"a": 1}]
+TYPED = [ts.StateScalar(1), ts.StateMapping({}), ts.StateSequence(())]
+WALKS = {
+    "coerce_state([x])": [*ATOMS, *LOOSE, *TYPED, ts.StateArray(np.ones(1)), np.ones(1)],
+    "states_equal([x], [x])": [*ATOMS, *LOOSE, *TYPED],
+    "_states_value_equal(x, x)": TYPED[1:],
+    "states_equal({'a': 2, 'b': 3}, {**x, 'a': 2})": [{"b": 3}],
+    "coerce_graph({'op': 'a', 'config': x})": [*ATOMS[:5], *LOOSE],
+    "StageData.from_mapping({'x': x})": [*ATOMS, *LOOSE, np.ones(1)],
+    "StageData({}, {'n': {'x': x}}).slice_t(0, 1)": [*ATOMS, *LOOSE],
+    "StageData({}, {'n': {'x': [None]}}).slice_t(x, x)": [None, 1],
+}
+
+
+@pytest.mark.parametrize("text", WALKS)
+def test_a_walk_of_the_fast_path_allocates_less(text: str) -> None:
+    call = eval(f"lambda x: {text}", vars(ts))
+    for value in WALKS[text]:
+        fast = allocations(call, value)
+        with canonical_path():
+            assert fast < allocations(call, value), value
 
 
 def test_every_record_is_in_every_table() -> None:
@@ -142,12 +176,12 @@ def test_a_collection_may_change_what_was_checked(side: int) -> None:
         for state in states:
             state.clear()
 
-    for allocations in range(40):
+    for count in range(40):
         by_feature.clear()
         for state, whole in zip(states, wholes, strict=True):
             state[:] = whole
         gc.callbacks.append(change)
-        gc.set_threshold(gc.get_count()[0] + allocations)
+        gc.set_threshold(gc.get_count()[0] + count)
         try:  # no context manager: it would allocate more than what is looked at
             if side:
                 assert "bad" not in ts.HistoryData(by_feature).by_feature

@@ -1,12 +1,10 @@
 """What payloads, their callbacks and whoever else is around may try during a call."""
 
-import bisect
 import contextlib
 import gc
 import inspect
 import itertools
 import signal
-import sys
 import threading
 from collections import OrderedDict
 from collections.abc import Callable
@@ -15,7 +13,7 @@ from typing import Any
 import numpy as np
 import pytest
 from quillmere.functions import _typed_shapes as ts
-from support import Registered, canonical_path
+from support import Registered, allocations, canonical_path
 from test_records import INSTANCES
 
 # --- Growth ---
@@ -26,27 +24,6 @@ GROWTH: list[tuple[Any, Any, Callable[[Any], Any]]] = [  # a leaf, what goes aro
     (OrderedDict(a=1), lambda x: {"a": [1, 2], "x": [x, (3,)]}, ts.coerce_state),
     (OrderedDict(a=1), lambda x: [[1], {"x": x}, 2], lambda x: ts.states_equal(x, x)),
 ]  # fmt: skip
-
-
-def allocations(call: Callable[[Any], Any], payload: Any) -> int:
-    """How many blocks of memory a call asks for: with so many it misses none."""
-    testcapi = pytest.importorskip("_testcapi")
-    if hasattr(sys, "gettotalrefcount"):
-        pytest.skip("an interpreter with assertions aborts where there is no memory")
-
-    def misses_none(number: int) -> bool:
-        try:
-            testcapi.set_nomemory(number)
-            call(payload)
-        except MemoryError:
-            return False
-        except ts.SchemaError:
-            pass
-        finally:
-            testcapi.remove_mem_hooks()
-        return True
-
-    return bisect.bisect_left(range(1 << 17), True, key=misses_none)
 
 
 @pytest.mark.parametrize(("leaf", "around", "call"), GROWTH)

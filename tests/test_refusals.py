@@ -1,6 +1,7 @@
 """What every record and function refuses, and with which text."""
 
 import contextlib
+from collections import OrderedDict
 from types import MappingProxyType, SimpleNamespace
 from typing import Any
 
@@ -69,6 +70,8 @@ WindowSpec(1, 2).picked("x")  # TypeError: '
 setattr(CostResult(HALF), "shape", (1,))  # AttributeError:
 StageData({"x": 5}).slice_t(0, 2)  # TypeError: 'int' object is unsliceable
 StageData({}, {"x": 5}).slice_t(0, 1)  # AttributeError: 'int' object has no attribute 'items'
+[s := stage(), s.slice_t(CLEARS([s.flat]), 1)]  # RuntimeError: dictionary changed size
+[s := stage(), s.slice_t(0, CLEARS([s.flat]))]  # RuntimeError: dictionary changed size
 StageData({"x": 5}).feature_names()  # AttributeError: 'int' object has no attribute 'ndim'
 [s := StageData(), delattr(s, "nested"), s.nested]  # AttributeError:
 StageData().value(("a", "b"))  # KeyError: ('a', 'b')
@@ -80,6 +83,9 @@ coerce_state({"a": {STOPS: 1}})  # StopIteration:
 coerce_state({"a": [{STOPS: 1}]})  # RuntimeError: generator raised StopIteration
 coerce_state(RING)  # RecursionError:
 coerce_graph(LOOP)  # RecursionError:
+coerce_state(ODD_RING)  # RecursionError:
+coerce_graph(ODD_RING)  # RecursionError:
+_states_value_equal(CHILD, CHILD)  # RecursionError:
 states_equal(RING, RING)  # RecursionError:
 states_equal(LOOP, {"op": "y", "children": []})  # RecursionError:
 [e := Evidence(), setattr(e, "data", e), e["k"]]  # RecursionError:
@@ -96,12 +102,23 @@ RING: list[Any] = [1]
 RING.append(RING)
 LOOP: dict[str, Any] = {"op": "x"}
 LOOP["children"] = [LOOP]
+# Of types that the canonical path serves.
+ODD_RING: OrderedDict[str, Any] = OrderedDict(op="x", children=[])
+ODD_RING["children"].append(ODD_RING)
+CHILD = type("Child", (ts.StateSequence,), {})(())
+object.__setattr__(CHILD, "items_", (CHILD,))
 HALF = np.array([np.nan, 0.0, 1.0], np.float16)
 ERA = {"schema_version": 2, "bundle_kind": "era_index"}
 MANIFEST = {**dict(zip(ts._CHECKPOINT_REQUIRED, PARTS, strict=True)), "x": 2, 5: 6}
 UNSHOWN = type("Unshown", (str,), {"__str__": lambda self: 1 / 0})
 UNREAD = type("Unread", (np.ndarray,), {"__getitem__": lambda self, key: {}[key]})
 STOPS = type("Stops", (), {"__str__": lambda self: next(iter(()))})()
+
+CLEARS = type("Clears", (list,), {"__index__": lambda self: self[0].clear() or 0})
+
+
+def stage() -> ts.StageData:
+    return ts.StageData({"x": HALF, "y": HALF})
 
 
 def masks(**by_tag: Any) -> ts.UniverseMasks:

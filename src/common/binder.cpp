@@ -10,9 +10,8 @@ constexpr std::size_t kNotFound = static_cast<std::size_t>(-1);
 
 // Call sites carry interned names, so identity nearly always decides.
 std::size_t find_name(std::span<PyObject* const> names, PyObject* keyword) {
-  for (std::size_t i = 0; i < names.size(); ++i) {
-    if (names[i] == keyword) return i;
-  }
+  const auto same = std::ranges::find(names, keyword);
+  if (same != names.end()) return static_cast<std::size_t>(same - names.begin());
   if (!PyUnicode_Check(keyword)) return kNotFound;  // C callers may pass anything
   for (std::size_t i = 0; i < names.size(); ++i) {
     const int order = PyUnicode_Compare(names[i], keyword);
