@@ -5,16 +5,17 @@ import contextlib
 import dataclasses
 import os
 import random
+import subprocess
 import sys
 import threading
 import warnings
 from collections import Counter
 from collections.abc import Callable, Iterable, Iterator, Mapping
+from pathlib import Path
 from types import FunctionType
 from typing import Any
 
 import numpy as np
-import pytest
 from quillmere.functions import _typed_shapes as ts
 
 # How many cases each seeded generator makes, and the seed of the first: raise the one for a longer
@@ -192,6 +193,8 @@ class Claims(Nameless):
 
 def allocations(call: Callable[[Any], Any], payload: Any) -> int:
     """How many blocks of memory a call asks for: with so many it misses none."""
+    import pytest  # not by scripts that patch the standard library first
+
     testcapi = pytest.importorskip("_testcapi")
     if hasattr(sys, "gettotalrefcount"):
         pytest.skip("an interpreter with assertions aborts where there is no memory")
@@ -209,3 +212,25 @@ def allocations(call: Callable[[Any], Any], payload: Any) -> int:
         return True
 
     return bisect.bisect_left(range(1 << 17), True, key=misses_none)
+
+
+# --- Processes ---
+
+BEFORE = """
+import dataclasses, gc, importlib.util, sys
+name = "quillmere.functions._typed_shapes"
+def refusal(call, *arguments):
+    try:
+        call(*arguments)
+    except BaseException as error:
+        return f"{type(error).__name__}: {error}"
+"""
+
+
+def run_alone(code: str, python: str | Path = sys.executable) -> str:
+    """What a script prints in a process of its own."""
+    env = {k: v for k, v in os.environ.items() if k != "PYTHONPATH" or python == sys.executable}
+    command = [python, "-c", BEFORE + code]
+    done = subprocess.run(command, capture_output=True, text=True, timeout=120, env=env)
+    assert done.returncode == 0, done.stderr
+    return done.stdout

@@ -36,7 +36,7 @@ PLAIN = sys.modules["plain_shapes"] = reference.load("plain_shapes")
 
 # The generators once more, of payloads and calls for the reference.
 with mock.patch.object(support, "ts", PLAIN), mock.patch.dict(sys.modules):
-    del sys.modules["generators"]
+    del sys.modules["generators"], sys.modules["parts"]
     TWINS = importlib.import_module("generators").GENERATORS
 
 
