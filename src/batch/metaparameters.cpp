@@ -13,7 +13,7 @@ namespace {
 bool check_pool(PyObject* pool_id, PyObject* stages) {
   if (is_dict(stages)) return true;
   return schema_error().refuse(
-      {"Metaparameters.by_pool[", repr(pool_id), "] must be a dict; got ", type_name(stages)});
+      {"Metaparameters.by_pool[", repr(pool_id), "]", kMustBeADict, type_name(stages)});
 }
 
 bool require_pools(const FieldAccess& field) {

@@ -15,20 +15,19 @@ const struct {
 bool require_dict(const FieldAccess& field) {
   if (is_dict(field.read().get())) return true;
   return schema_error().refuse(
-      {field.class_name, ".", field.name, " must be a dict; got ", type_name(field.read().get())});
+      {field.class_name, ".", field.name, kMustBeADict, type_name(field.read().get())});
 }
 
 bool require_non_empty_str(const FieldAccess& field) {
   if (is_str(field.read().get()) && is_true(field.read().get())) return true;
-  return schema_error().refuse({field.class_name, ".", field.name, " must be a non-empty str; got ",
-                                repr(field.read().get())});
+  return schema_error().refuse(
+      {field.class_name, ".", field.name, kMustBeANonEmptyStr, repr(field.read().get())});
 }
 
 bool require_array(const FieldAccess& field) {
   if (is_array(field.read().get())) return true;
-  const ErrorClass error = schema_error();
-  const Ref owner = message({field.class_name, ".", field.name});
-  return refuse_array(error, owner, field.read().get());
+  return schema_error().refuse(
+      {field.class_name, ".", field.name, kMustBeAnArray, type_name(field.read().get())});
 }
 
 bool require_json_mapping(PyObject* raw, const char* class_name) {
@@ -39,11 +38,7 @@ bool require_json_mapping(PyObject* raw, const char* class_name) {
 
 bool require_non_empty_str(PyObject* value, const char* what) {
   if (is_non_empty_str(value)) return true;
-  return schema_error().refuse({what, " must be a non-empty str; got ", repr(value)});
-}
-
-Refused refuse_array(const ErrorClass& error, const Ref& owner, PyObject* value) {
-  return error.refuse({owner.get(), " must be np.ndarray; got ", type_name(value)});
+  return schema_error().refuse({what, kMustBeANonEmptyStr, repr(value)});
 }
 
 bool compare_dtype(PyObject* array, PyObject* name, int op) {

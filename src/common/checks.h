@@ -12,6 +12,11 @@
 
 namespace typed_shapes {
 
+// The wordings that several checks share; the owner stands before them.
+inline constexpr const char* kMustBeADict = " must be a dict; got ";
+inline constexpr const char* kMustBeANonEmptyStr = " must be a non-empty str; got ";
+inline constexpr const char* kMustBeAnArray = " must be np.ndarray; got ";
+
 // --- Canonical ---
 
 // "<class> JSON mapping payload required; got <type>"
@@ -19,12 +24,10 @@ namespace typed_shapes {
 // "<what> must be a non-empty str; got <repr>"
 [[nodiscard]] bool require_non_empty_str(PyObject* value, const char* what);
 // "<owner> must be np.ndarray; got <type>"; the owner's text is made when it is needed.
-Refused refuse_array(const ErrorClass& error, const Ref& owner, PyObject* value);
 template <typename Owner>
 [[nodiscard]] bool require_array(PyObject* value, Owner&& owner) {
   if (is_array(value)) return true;
-  const ErrorClass error = schema_error();
-  return refuse_array(error, owner(), value);
+  return schema_error().refuse({owner(), kMustBeAnArray, type_name(value)});
 }
 
 // array.dtype OPERATOR np.name

@@ -23,7 +23,7 @@ QUICK = "--quick" in sys.argv
 SECONDS, ITERATIONS = (3, 2) if QUICK else (60, 20)
 # Left out: what changes the whole process, watches its warnings or starts others, jedi, and what
 # only looks at the surface.
-LEFT_OUT = "agreement attacks cli dask docs module reference"
+LEFT_OUT = "agreement attacks cli dask docs module reference threads"
 SUITE = ["-m", "pytest", "-q", "--parallel-threads=8", f"--iterations={ITERATIONS}",
          "-k", "not attributes_can_be_changed" + " and not million" * QUICK,
          "--skip-thread-unsafe=true", "--mark-hypothesis-as-unsafe",
