@@ -103,7 +103,7 @@ harden: $(VENV)/installed $(VENV)/harden-tools $(OTHER_PYTHONS) ## Try everythin
 mutants: $(VENV)/mutants-tools ## Plant small faults and see whether the tests notice: MUTANTS_ARGS="--count 60 --seed 1"
 	$(BIN)/python scripts/mutants.py $(MUTANTS_ARGS)
 
-harden-quick: $(VENV)/installed $(VENV)/harden-tools $(OTHER_PYTHONS) ## Those of its jobs that fit into every CI run
+harden-quick: $(VENV)/installed $(VENV)/harden-tools $(OTHER_PYTHONS) ## The subset of harden that fits into every CI run
 	$(BIN)/python tests/harden/run.py --quick $(HARDEN_ARGS)
 
 wheel: $(VENV)/wheel-tools ## Build the sdist and the wheel into dist/ (WHEEL_ARGS=--check: twice, and compare)

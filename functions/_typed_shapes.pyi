@@ -225,7 +225,7 @@ class UniverseMasks:
     """The universe masks of one tick: per tag one C-contiguous array of shape (n_alloc,).
 
     A mask is float64, float16 or bool. A float16 mask has three states, NaN, 0.0 and 1.0, and
-    nothing else may stand in it; -0.0 would pass for 0.0 by value and is refused by its sign.
+    nothing else is allowed; -0.0 would pass for 0.0 by value and is refused by its sign.
     ``n_alloc`` is a positive ``int``. ``SchemaError`` for every misfit, with the index and value
     of the first bad float16 entry.
 

@@ -124,10 +124,10 @@ class Graphs(States):
             text: Any = "".join([key]) if rng.random() < 0.5 else key
             value = odd(rng) if rng.random() < self.oddness else self.fitting(key, depth)
             if rng.random() < self.oddness / 2:
-                text = rng.choice([StrChild(key), 5, b""])
+                text = rng.choice([StrSubclass(key), 5, b""])
             payload[text] = value
         if rng.random() < self.oddness / 2:
-            return rng.choice([DictChild, MappingProxyType, Registered])(payload)
+            return rng.choice([DictSubclass, MappingProxyType, Registered])(payload)
         self.made.append(payload)
         return payload
 
@@ -248,14 +248,14 @@ def record(text: str, uses: Any = USES, **others: Any) -> Callable[[random.Rando
                 continue
             key: Any = "".join([name])
             if rng.random() < oddness / 2:
-                key = rng.choice([StrChild(name), "", 5, None])
+                key = rng.choice([StrSubclass(name), "", 5, None])
             kind = rng.choice([*KINDS_OF_VALUES.values()]) if rng.random() < oddness else fitting
             raw[key] = odd(rng) if rng.random() < oddness else kind(rng)
         entry = rng.choice(entries)
         if rng.random() >= oddness:
             use = rng.choice(uses) if not oddness else uses[0]
             return lambda raw: use(entry(raw)), raw
-        wrap = rng.choice([DictChild, MappingProxyType, Registered, list, None])
+        wrap = rng.choice([DictSubclass, MappingProxyType, Registered, list, None])
         return entry, odd(rng) if wrap is None else wrap(raw)
 
     make.__name__ = call

@@ -33,7 +33,16 @@ BUILTIN_SCALARS = [None, True, 0, 1, 1.0, -1, -0.0, NAN, 2**53 + 1, 2.0**53, 2**
 BUILTIN_SCALARS += ["", "a", "\ud800", b"a", 1j, math.inf]
 # Equal ones, ones of equal hash, ones that become equal as text.
 KEYS = ["a", "b", "c", 1, "1", True, "True", 1.0, None, "None", -1, -2, 2**61, NAN, "nan", b"a"]
-ODD_KEYS = [StrChild("a"), (1,), 10**25, 10**5000, np.int64(1), np.str_("a"), FloatChild(1), 1j]
+ODD_KEYS = [
+    StrSubclass("a"),
+    (1,),
+    10**25,
+    10**5000,
+    np.int64(1),
+    np.str_("a"),
+    FloatSubclass(1),
+    1j,
+]
 
 
 def random_scalar(rng: random.Random, oddness: float) -> Any:
@@ -47,7 +56,7 @@ def random_scalar(rng: random.Random, oddness: float) -> Any:
     if kind == 3:
         return rng.choice(NUMPY_SCALARS)
     if kind == 4 and rng.random() < oddness:
-        return rng.choice([FloatChild(NAN), FloatChild(1), StrChild("a"), Decimal("NaN")])
+        return rng.choice([FloatSubclass(NAN), FloatSubclass(1), StrSubclass("a"), Decimal("NaN")])
     return rng.choice(BUILTIN_SCALARS)
 
 
@@ -125,8 +134,8 @@ def arrays(rng: random.Random) -> Any:
 
 CLAIMED = [dict, list, str, np.ndarray, ts.StateScalar]
 ODD = functions("", """
-    DictChild(op="x"); OrderedDict(a=[1]); Registered({"op": "x"}); ListChild([{"op": "y"}]);
-    MappingProxyType({"op": "x"}); [("k", 1)]; {"feature"}; StrChild("feature");
+    DictSubclass(op="x"); OrderedDict(a=[1]); Registered({"op": "x"}); ListSubclass([{"op": "y"}]);
+    MappingProxyType({"op": "x"}); [("k", 1)]; {"feature"}; StrSubclass("feature");
     EmptyLookingStr("zscore"); np.zeros((2, 3)).view(ArrayChild); np.array([NAN, 1.0], object);
     WindowSpec(1, 2); ParamSpec("p"); SimpleNamespace(name="n"); StateMapping({1: StateScalar(1)});
     StateSequence([StateScalar(1), 2]); StateScalar(np.zeros(2)); object.__new__(StateArray);

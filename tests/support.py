@@ -139,11 +139,14 @@ def agree_on(make: Any, seeds: Iterable[int], witness: Witness) -> Counter[str]:
 
 # --- Payload parts that only look like the builtin ones ---
 
-DictChild, ListChild = type("DictChild", (dict,), {}), type("ListChild", (list,), {})
-FloatChild, ArrayChild = type("FloatChild", (float,), {}), type("ArrayChild", (np.ndarray,), {})
+DictSubclass, ListSubclass = type("DictSubclass", (dict,), {}), type("ListSubclass", (list,), {})
+FloatSubclass, ArrayChild = (
+    type("FloatSubclass", (float,), {}),
+    type("ArrayChild", (np.ndarray,), {}),
+)
 
 
-class StrChild(str):
+class StrSubclass(str):
     def __str__(self) -> str:
         return "shown otherwise"
 

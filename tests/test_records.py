@@ -52,7 +52,7 @@ type(states_equal(StateScalar(np.int64(1)), 1)) is np.bool_
 [(e := type("Child", (InvalidFunctionStateError,), {})("m", reason="r")).args, e.reason] == [
     ("m",), "r"]
 """
-FORMS = dict, DictChild, MappingProxyType, Registered, OrderedDict
+FORMS = dict, DictSubclass, MappingProxyType, Registered, OrderedDict
 ARRAY = np.arange(10.0).reshape(5, 2)
 INNER, WITHOUT = {"v": ARRAY, "deep": {"v": ARRAY}, "n": 3}, {"k": 1}
 STAGE = {"a": ARRAY, "b": INNER, "c": 7, "d": MappingProxyType({}), "e": WITHOUT, 5: np.zeros(5)}

@@ -8,7 +8,7 @@ from typing import Any
 import numpy as np
 import pytest
 from quillmere.functions import _typed_shapes as ts
-from support import EmptyLookingStr, Registered, StrChild, canonical_path, outcome
+from support import EmptyLookingStr, Registered, StrSubclass, canonical_path, outcome
 
 # A call, and the text that it is refused with.
 # ruff: noqa: E501
@@ -30,7 +30,7 @@ _param_name(SimpleNamespace(name=""))  # ParamSpec list entry missing .name attr
 LiveCheckpoint([], 5)  # LiveCheckpoint.signals must be a dict; got list
 UniverseMasks([], 0)  # UniverseMasks.by_tag must be a dict; got list
 UniverseMasks({"": 1}, 3)  # UniverseMasks tag must be a non-empty str; got ''
-UniverseMasks({StrChild("t"): [1]}, 3)  # UniverseMasks['shown otherwise'] must be np.ndarray; got list
+UniverseMasks({StrSubclass("t"): [1]}, 3)  # UniverseMasks['shown otherwise'] must be np.ndarray; got list
 masks(a=np.ones(4, np.float32))  # UniverseMasks['a'] has shape (4,), expected (3,)
 masks(a=np.ones(3, np.float32))  # UniverseMasks['a'] has dtype float32, expected float64, float16, or bool
 masks(a=np.ones(6)[::2])  # UniverseMasks['a'] must be C-contiguous
@@ -41,7 +41,7 @@ HistoryData({"ok": np.zeros((0, 0)), "x": np.zeros((2, 3), int)})  # HistoryData
 HistoryData.from_raw(MappingProxyType({}), context="replay")  # replay returned mappingproxy, expected dict[str, np.ndarray]
 CostResult([1])  # CostResult.total must be np.ndarray; got list
 CostResult(HALF, {"total": []})  # CostResult.breakdown must not contain 'total'
-CostResult(HALF, {StrChild("fee"): []})  # CostResult.breakdown['fee'] must be np.ndarray; got list
+CostResult(HALF, {StrSubclass("fee"): []})  # CostResult.breakdown['fee'] must be np.ndarray; got list
 CostResult.from_raw(HALF)  # cost engine returned ndarray, expected CostResult
 Evidence([])  # Evidence.data must be a dict; got list
 CheckpointManifest(1, 2, MappingProxyType({}))  # CheckpointManifest.canonical_id_to_filename must be a dict; got mappingproxy

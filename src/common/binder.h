@@ -23,7 +23,7 @@ struct CallArguments {
   [[nodiscard]] Py_ssize_t keyword_count() const noexcept {
     return keywords == nullptr ? 0 : PyTuple_GET_SIZE(keywords);
   }
-  // Whether every keyword is an exact str; the interpreter lets a child of str have a say.
+  // Whether every keyword is an exact str; the interpreter calls the __eq__ of a str subclass.
   [[nodiscard]] bool has_plain_keywords() const noexcept {
     for (Py_ssize_t i = 0; i < keyword_count(); ++i) {
       if (!PyUnicode_CheckExact(PyTuple_GET_ITEM(keywords, i))) return false;

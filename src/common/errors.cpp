@@ -22,9 +22,8 @@ void restore(const Ref& error) {
                 PyException_GetTraceback(error.get()));
 }
 
-// Ends the chain of contexts before the error, which is about to become its head: else it would be
-// a ring. A ring that somebody else made is walked once, as the interpreter does: a slow walker is
-// met in it.
+// Removes the error from the chain of contexts, of which it is about to become the head: otherwise
+// the chain would be a cycle. Other cycles are found by Floyd's algorithm, as in the interpreter.
 void cut_from_contexts(PyObject* head, PyObject* error) {
   Ref link = Ref::borrow(head);
   Ref slow = Ref::borrow(head);

@@ -16,8 +16,9 @@ using Texts = std::span<const char* const>;
 Ref import_as(const char* module_name, const char* bound_name);
 // from module_name import imported
 void import_from(const char* module_name, Texts imported);
-// An exact dict passes for a Mapping without a question. Where somebody put another one into typing
-// before us, that one is asked: the names never count as untouched. After the import of Mapping.
+// An exact dict is accepted as a Mapping without calling isinstance. If typing.Mapping was replaced
+// before the import, the names never count as untouched, so that isinstance is called. Comes after
+// the import of Mapping.
 void check_mapping();
 
 }  // namespace typed_shapes

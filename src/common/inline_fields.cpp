@@ -9,9 +9,8 @@ namespace typed_shapes {
 
 namespace {
 
-// The array, as the interpreter's own headers for its insides describe it: in front of the values
-// stand bytes, read backwards: the room for bytes, the number of attributes, the order of their
-// insertion.
+// PyDictValues of 3.11: a prefix that grows downwards holds its own size, the number of values, and
+// the insertion order.
 class InlineValues {
  public:
   explicit InlineValues(PyObject* instance) noexcept

@@ -113,7 +113,7 @@ inline Result dict_from(PyObject* source) {
   if (!PyDict_CheckExact(source)) {
     return own(PyObject_CallOneArg(reinterpret_cast<PyObject*>(&PyDict_Type), source));
   }
-  // Not PyDict_Copy: it clones tables whose keys the constructor compares.
+  // Not PyDict_Copy: it may copy the key table without the __eq__ calls that dict() makes.
   Ref copy = own(PyDict_New());
   check(PyDict_Update(copy.get(), source));
   return copy;

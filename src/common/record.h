@@ -24,7 +24,7 @@ enum class Default {
   kHidden,     // field(default=None, compare=False, repr=False)
 };
 
-// The default of a parameter that nothing makes anew; null where there is none.
+// The default of a parameter that is not made by a factory; null where there is none.
 [[nodiscard]] PyObject* shared_default(Default kind) noexcept;
 // Whether a function makes it anew for each instance.
 [[nodiscard]] constexpr bool has_factory(Default kind) noexcept {

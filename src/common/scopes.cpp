@@ -14,7 +14,7 @@ namespace {
 
 using Address = std::uintptr_t;
 
-// Ends the texts of the errors.
+// Suffix of the error messages.
 constexpr const char* kWhere = " in quillmere.functions._typed_shapes";
 
 // Enough for what a level calls between two checks, callbacks into Python and NumPy and the

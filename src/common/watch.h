@@ -37,7 +37,7 @@ class DictWatch {
 
   Slot dict_;
   Slot module_;    // whose class may be changed, and with it what a look-up finds; or null
-  Slot expected_;  // a dict that the collector shows to nobody
+  Slot expected_;  // an untracked dict: gc.get_referrers cannot reveal it
   std::uint64_t good_version_ = 0;
   std::uint64_t bad_version_ = 0;
 };
@@ -84,7 +84,7 @@ class ClassWatch {
   [[nodiscard]] bool recheck() noexcept;
 
   Slot type_;
-  Slot attributes_;  // a copy of the class dictionary that the collector shows to nobody
+  Slot attributes_;  // an untracked copy of the class dictionary
   Slot mro_;
   newfunc new_ = nullptr;  // taking a patched __new__ back does not bring the slot back
   std::array<TrackedSlot, 12> tracked_{};

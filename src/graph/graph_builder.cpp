@@ -27,7 +27,7 @@ Key find_key(PyObject* text) {
   return static_cast<Key>(key);
 }
 
-// One payload as `resolve` sees it. What may have a say in an answer leaves it open.
+// One payload as `resolve` sees it. A value whose own code could answer leaves the answer open.
 struct PlainPayload {
   using Value = PyObject*;
 

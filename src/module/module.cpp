@@ -23,8 +23,8 @@ constexpr const char* kDoc =
     "``SchemaError`` with field context. No runtime ``isinstance`` dispatch\n"
     "exists after coercion.\n";
 
-// The first interpreter that loads the module gets a mark, which goes with it: identifiers count
-// from 0 again where a runtime is initialised again.
+// The first interpreter that loads the module is marked in its own dict: interpreter IDs restart at
+// 0 when a runtime is initialised again.
 void check_interpreter() {
   static bool is_marked = false;
   PyObject* marks = PyInterpreterState_GetDict(PyInterpreterState_Get());

@@ -73,7 +73,7 @@ def pickled(shape: str, levels: int, classes: Any) -> bytes:
     return b"\x80\x02" + head * levels + b"N" + tail * levels + b"."
 
 
-FINE = {"success", "RecursionError", "MemoryError", "crash as of plain classes"}
+FINE = {"success", "RecursionError", "MemoryError", "crash that plain dataclasses have too"}
 RAW, STATES, NODE, ONE = ["list", "dict"], ["sequence", "mapping"], ["node"], ts.StateScalar(1)
 # Operation, shapes, the leaf of each payload, what is done and whether that went well, whether it
 # may crash as plain classes do. Of a cell: p its payloads, s shape, n levels, c classes.
@@ -137,7 +137,7 @@ def sweep(place: int) -> Counter[str]:
     counts = Counter[str]()
     for i, (name, _, _, _, may_crash, shape, levels, path, classes) in enumerate(cells):
         if may_crash and classes is OURS and outcomes[i - 1 : i + 1] == ["CRASH -11"] * 2:
-            outcomes[i] = "crash as of plain classes"
+            outcomes[i] = "crash that plain dataclasses have too"
         if classes is OURS:
             counts[outcomes[i]] += 1
             if outcomes[i] not in FINE:
@@ -221,7 +221,7 @@ def main() -> int:
     with ThreadPoolExecutor(2) as pool:
         total = sum(pool.map(sweep, range(len(PLACES))), Counter())
     counts = ", ".join(f"{number} {outcome}" for outcome, number in total.items())
-    print(f"figures: {total.total()} cells: {counts}; {stack}")
+    print(f"figures: {total.total():,} combinations of call, stack and limit: {counts}; {stack}")
     return int(not FINE.issuperset(total) or not all(passed for passed, _ in kernels.values()))
 
 

@@ -17,7 +17,7 @@ from typing import Any
 
 import numpy as np
 from quillmere.functions import _typed_shapes as ts
-from support import DictChild
+from support import DictSubclass
 
 QUICK = "--quick" in sys.argv
 SECONDS, ITERATIONS = (3, 2) if QUICK else (60, 20)
@@ -49,14 +49,14 @@ def graph(odd: type) -> Any:
 
 
 LEAF, ARRAY = object(), np.arange(5.0)
-FIXED = {"a": [1, (2.5, {"b": ARRAY})], "c": DictChild(d=LEAF)}
+FIXED = {"a": [1, (2.5, {"b": ARRAY})], "c": DictSubclass(d=LEAF)}
 EXPECTED = repr(ts.coerce_state(FIXED))
 GRAPH, STATE, TYPED = graph(dict), {"a": LEAF}, ts.StateMapping({})  # these change all the time
 POST_INIT, COERCE, ITERABLE = vars(ts.WindowSpec)["__post_init__"], ts.coerce_state, ts.Iterable
 
 
 def change(rng: random.Random) -> bool:
-    GRAPH["args"].insert(0, graph(rng.choice([dict, DictChild])))
+    GRAPH["args"].insert(0, graph(rng.choice([dict, DictSubclass])))
     GRAPH["args"] = GRAPH["args"][: rng.randrange(4)]
     STATE[rng.choice(["a", "b", 1, LetsGo()])] = [LetsGo(), LEAF, {rng.random(): LetsGo()}]
     TYPED.entries[rng.choice("cd")] = ts.StateScalar(LetsGo())
@@ -146,7 +146,7 @@ def main() -> int:
     print(*wrong[:20], suite.stdout if suite.returncode else "", sep="\n")
     calls = ", ".join(f"{number} {outcome}" for outcome, number in outcomes.items())
     summary = suite.stdout.strip().splitlines()[-1].strip("= ")
-    print(f"figures: calls: {calls}; {drift} blocks of drift; suite in 8 threads: {summary}")
+    print(f"figures: calls: {calls}; {drift:+} memory blocks since the second turn; suite in 8 threads: {summary}")
     # Threads that ended keep some blocks; a leak in one call of a thousand would be far above that.
     kept = abs(drift) > 200 or turns[3][1:] != turns[1][1:]
     return int(bool(wrong) or suite.returncode != 0 or kept)
