@@ -1,10 +1,10 @@
-#include "graph/graph_builder.h"
-
+// The fast path of graph coercion.
 #include <array>
 #include <cstdint>
 
 #include "common/checks.h"
 #include "common/scopes.h"
+#include "graph/function_graph_node.h"
 #include "graph/node_keys.h"
 
 namespace typed_shapes {
@@ -61,8 +61,8 @@ struct PlainPayload {
 // ends, since no Python code runs: borrowed references hold.
 class GraphBuilder {
  public:
-  GraphBuilder(const NodeRecord& record, PyObject* runtime_types, MisfitPath& path)
-      : record_(record), runtime_types_(runtime_types), path_(path) {}
+  GraphBuilder(PyObject* runtime_types, MisfitPath& path)
+      : runtime_types_(runtime_types), path_(path) {}
 
   // Null as soon as something is not for the fast path.
   Ref build(PyObject* raw) {
@@ -84,9 +84,9 @@ class GraphBuilder {
     if (!children) return {};
     Ref config = copy_config(first_of(entries[kConfig], entries[kParams]));
     if (!config) return {};
-    return record_.make_unchecked(operation.kind, operation.node, children.get(), config.get(),
-                                  entries[kCanonicalId], entries[kFamily], entries[kValue], Py_None,
-                                  Py_None);
+    return graph_node.make_unchecked(operation.kind, operation.node, children.get(), config.get(),
+                                     entries[kCanonicalId], entries[kFamily], entries[kValue],
+                                     Py_None, Py_None);
   }
 
   struct KnownKey {
@@ -133,7 +133,6 @@ class GraphBuilder {
     return {};
   }
 
-  const NodeRecord& record_;
   PyObject* runtime_types_;
   MisfitPath& path_;
   std::array<KnownKey, 64> known_keys_{};
@@ -141,11 +140,11 @@ class GraphBuilder {
 
 }  // namespace
 
-Ref build_graph(NodeRecord& record, PyObject* cls, PyObject* raw, MisfitPath& path) {
-  if (!PyDict_CheckExact(raw) || !record.stands_for(cls)) return {};
+Ref build_graph(PyObject* cls, PyObject* raw, MisfitPath& path) {
+  if (!PyDict_CheckExact(raw) || !graph_node.stands_for(cls)) return {};
   Ref runtime_types = globals::lookup(node_names.GRAPH_RUNTIME_TYPES);
   const CollectorPause pause;
-  return GraphBuilder(record, runtime_types.get(), path).build(raw);
+  return GraphBuilder(runtime_types.get(), path).build(raw);
 }
 
 }  // namespace typed_shapes

@@ -1,8 +1,7 @@
-#include "graph/param_builder.h"
-
+// The fast path of one parameter entry.
 #include "common/checks.h"
 #include "common/scopes.h"
-#include "graph/window_spec.h"
+#include "graph/param_spec.h"
 
 namespace typed_shapes {
 
@@ -19,7 +18,7 @@ PyObject* or_none(PyObject* value) { return value != nullptr ? value : Py_None; 
 
 }  // namespace
 
-Ref build_param(ParamRecord& param_spec, PyObject* cls, PyObject* name, PyObject* raw) {
+Ref build_param(PyObject* cls, PyObject* name, PyObject* raw) {
   if (!PyDict_CheckExact(raw) || !param_spec.stands_for(cls) || !window_spec.untouched()) return {};
   if (!is_plain_name(name) || !has_str_keys(raw)) return {};
   // What is borrowed from the dict stays there: a collection could run code that changes it.
