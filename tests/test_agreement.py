@@ -7,6 +7,7 @@ import importlib
 import random
 import re
 import sys
+import traceback
 from typing import Any
 from unittest import mock
 
@@ -98,6 +99,19 @@ def test_a_walk_of_the_fast_path_allocates_less(text: str) -> None:
         fast = allocations(call, value)
         with canonical_path():
             assert fast < allocations(call, value), value
+
+
+def arguments_of_init(module: Any, text: str) -> dict[str, str]:
+    with pytest.raises(module.SchemaError) as caught:
+        eval(text, vars(module))
+    frames = [frame for frame, _ in traceback.walk_tb(caught.tb)]
+    (init,) = (frame.f_locals for frame in frames if frame.f_code.co_name == "__init__")
+    return {name: repr(value) for name, value in init.items() if name != "self"}
+
+
+@pytest.mark.parametrize("text", ["StageData(1)", "FunctionGraphNode('')", "CostResult(total=1)"])
+def test_a_refusal_shows_what_the_generated_init_was_given(text: str) -> None:
+    assert arguments_of_init(ts, text) == arguments_of_init(PLAIN, text)
 
 
 def test_every_record_is_in_every_table() -> None:

@@ -69,7 +69,10 @@ def test_arrays_that_hold_themselves_end_in_recursion_errors() -> None:
     shared = nested(np.ones(2, object), 9, lambda x: [x, x])
     unreadable = np.zeros(2, [("x", object), ("text", "U1")])
     unreadable["text"].view("u4")[:] = 0x7FFFFFFF
-    for array in (shared[0], unreadable, np.empty((1 << 40, 0), object)):
+    empty, claims = np.dtype([("a", object, (0,))]), np.dtype("V8")
+    claims.__setstate__((3, "|", (empty, (1,)), None, None, 8, 1, empty.flags))
+    larger = np.ndarray(1, {"names": ["x"], "formats": [claims], "offsets": [0], "itemsize": 16})
+    for array in (shared[0], unreadable, np.empty((1 << 40, 0), object), larger):
         assert ts.states_equal(array, array.copy()) is True
     for arrays in NESTED:
         for array in arrays:  # one by one: to drop them at once is as deep

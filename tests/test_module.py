@@ -77,6 +77,27 @@ assert spec.name not in sys.modules
 dataclasses.dataclass = original
 assert importlib.import_module(spec.name).coerce_graph({"op": "zscore"}).type == "rotation"
 """,
+    "a_first_import_fails_cleanly_at_each_allocation": """
+import collections.abc, math, os, typing
+import _testcapi, numpy
+spec = importlib.util.find_spec(name)
+for number in range(0, 600, 3):
+    if os.fork() == 0:
+        ts = importlib.util.module_from_spec(spec)
+        _testcapi.set_nomemory(number, number + 1)
+        try:
+            spec.loader.exec_module(ts)
+        except MemoryError:
+            os._exit(0)
+        except SystemError as error:  # the interpreter's compiler loses a MemoryError
+            os._exit("function exec" not in str(error))
+        finally:
+            _testcapi.remove_mem_hooks()
+        ts.StageData().set_value("a", ts.LiveCheckpoint.from_raw({"nodes": {}}))
+        assert ts.coerce_graph({"op": "x"}).node == "x" and ts.states_equal([1], (1,))
+        os._exit(0)
+    assert os.wait()[1] == 0, number
+""",
     "an_error_in_the_body_can_be_recovered_from": """
 import weakref
 original, seen = dataclasses.dataclass, []

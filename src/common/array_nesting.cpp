@@ -62,6 +62,7 @@ void add_element(Objects& found, const char* data, PyArray_Descr* type) {
   if (PyDataType_HASSUBARRAY(type)) {
     PyArray_Descr* base = PyDataType_SUBARRAY(type)->base;
     const npy_intp size = PyDataType_ELSIZE(base);
+    if (size == 0) return;  // though the type may claim to be larger
     for (npy_intp at = 0; at < PyDataType_ELSIZE(type); at += size) {
       add_element(found, data + at, base);
     }

@@ -33,7 +33,12 @@ class [[nodiscard]] Result {
     if (!object_) throw PythonError{};
     return object_.get();
   }
-  [[nodiscard]] PyObject* release() noexcept { return object_.release(); }
+  [[nodiscard]] PyObject* release() {
+    if (!object_) throw PythonError{};
+    return object_.release();
+  }
+  // What the interpreter expects: the reference, or NULL with the error set.
+  [[nodiscard]] PyObject* release_or_null() noexcept { return object_.release(); }
   explicit operator bool() const noexcept { return static_cast<bool>(object_); }
 
  private:
@@ -113,7 +118,7 @@ template <typename Body>
 PyObject* guarded(Body&& body) noexcept {
   if (!thread_can_throw && !prepare_thread()) return nullptr;
   try {
-    return Result(std::forward<Body>(body)()).release();
+    return Result(std::forward<Body>(body)()).release_or_null();
   } catch (const PythonError&) {  // by itself: to throw it on would cost as much as the first throw
     return nullptr;
   } catch (...) {

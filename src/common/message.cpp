@@ -6,28 +6,34 @@
 
 namespace typed_shapes {
 
+std::size_t Piece::length() const {
+  if (!text_) return literal_.size();
+  if (PyUnicode_Check(text_.get())) {
+    return static_cast<std::size_t>(check(PyUnicode_GetLength(text_.get())));
+  }
+  raise(PyExc_TypeError, "can only concatenate str (not \"%.200s\") to str",
+        Py_TYPE(text_.get())->tp_name);
+}
+
 void Piece::append_to(Characters& characters) const {
   if (!text_) {
     characters.insert(characters.end(), literal_.begin(), literal_.end());
     return;
   }
-  if (!PyUnicode_Check(text_.get())) {
-    raise(PyExc_TypeError, "can only concatenate str (not \"%.200s\") to str",
-          Py_TYPE(text_.get())->tp_name);
-  }
-  const Py_ssize_t length = check(PyUnicode_GetLength(text_.get()));
   const std::size_t place = characters.size();
-  characters.resize(place + static_cast<std::size_t>(length));
-  if (PyUnicode_AsUCS4(text_.get(), characters.data() + place, length, 0) == nullptr) {
+  characters.resize(place + length());
+  const auto room = static_cast<Py_ssize_t>(characters.size() - place);
+  if (PyUnicode_AsUCS4(text_.get(), characters.data() + place, room, 0) == nullptr) {
     throw PythonError{};
   }
 }
 
 // Not one str after the other: a refusal takes no longer than in Python, which joins them at once.
 Result message(std::initializer_list<Piece> pieces) {
-  constexpr std::size_t kUsualLength = 120;
+  std::size_t length = 0;
+  for (const Piece& piece : pieces) length += piece.length();
   Characters characters;
-  characters.reserve(kUsualLength);
+  characters.reserve(length);
   for (const Piece& piece : pieces) piece.append_to(characters);
   return own(
       PyUnicode_FromKindAndData(PyUnicode_4BYTE_KIND, characters.data(), std::ssize(characters)));

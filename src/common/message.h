@@ -24,6 +24,7 @@ class Piece {
   // NOLINTEND(*-explicit-constructor)
 
   // TypeError, as + raises it, for what only claims to be a str.
+  [[nodiscard]] std::size_t length() const;
   void append_to(Characters& characters) const;
 
  private:

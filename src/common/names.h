@@ -13,6 +13,9 @@ class Name {
  public:
   explicit Name(const char* text) noexcept : text_(text), next_(std::exchange(first_, this)) {}
 
+  Name(const Name&) = delete;
+  Name& operator=(const Name&) = delete;
+
   // Implicit, since a name is used as the str. Valid from the first intern_all() on.
   // NOLINTNEXTLINE(*-explicit-*)
   operator PyObject*() const noexcept { return object_; }
@@ -24,7 +27,7 @@ class Name {
 
   const char* text_;
   Name* next_;
-  PyObject* object_ = nullptr;
+  mutable PyObject* object_ = nullptr;  // set later, also in a const object
 };
 
 // Members that are C++ keywords carry a trailing underscore.

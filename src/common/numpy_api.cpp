@@ -19,8 +19,8 @@ DictWatch numpy_names;
 // Where `numpy` has its functions from: what somebody else bound there before us differs from it.
 // It is `_core` since NumPy 2; before, `core`, beside which there may be a near-empty `_core`.
 Ref numpy_core(PyObject* numpy) {
-  for (PyObject* name : {own_names.underscored_core, own_names.core}) {
-    Ref core = own_attribute(PyObject_GetAttr(numpy, name));
+  for (const Name* name : {&own_names.underscored_core, &own_names.core}) {
+    Ref core = own_attribute(PyObject_GetAttr(numpy, *name));
     if (core && own_attribute(PyObject_GetAttr(core.get(), names.allclose))) return core;
   }
   return Ref::borrow(numpy);
@@ -32,9 +32,10 @@ void import_numpy_api(PyObject* numpy) {
   check(_import_array());
   numpy_names.start_module(numpy);
   const Ref core = numpy_core(numpy);
-  for (PyObject* name :
-       {names.allclose, names.any, names.array_equal, names.asarray, names.bool_, names.flatnonzero,
-        names.float16, names.float64, names.isnan, names.signbit}) {
+  PyObject* const looked_up[] = {
+      names.allclose,    names.any,     names.array_equal, names.asarray, names.bool_,
+      names.flatnonzero, names.float16, names.float64,     names.isnan,   names.signbit};
+  for (PyObject* name : looked_up) {
     Ref value = own_attribute(PyObject_GetAttr(core.get(), name));
     if (!value) value = get_attr(numpy, name);
     numpy_names.expect(name, value.get());

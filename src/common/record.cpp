@@ -106,6 +106,7 @@ Ref Record::decorated(PyObject* type) const {
 
 void Record::define(vectorcallfunc overlay) {
   no_arguments.set(own(PyTuple_New(0)));
+  name_.set(interned(table_.name));
   Ref name_tuple = own(PyTuple_New(static_cast<Py_ssize_t>(table_.fields.size())));
   for (std::size_t i = 0; i < table_.fields.size(); ++i) {
     PyTuple_SET_ITEM(name_tuple.get(), static_cast<Py_ssize_t>(i),
@@ -118,7 +119,6 @@ void Record::define(vectorcallfunc overlay) {
   // A metaclass, of another `object`, may give anything.
   const bool is_ordinary = watches_usable && Py_IS_TYPE(made.get(), &PyType_Type);
   Ref record = decorated(made.get());
-  name_.set(interned(table_.name));
   globals::bind(name_.get(), record.get());
   if (!is_ordinary || record.get() != made.get()) return;
   Ref init = generated_init(type, table_);
@@ -137,7 +137,11 @@ void Record::define(vectorcallfunc overlay) {
   type->tp_vectorcall = overlay;
 }
 
-Ref Record::in_module() const { return globals::lookup(name_.get()); }
+Ref Record::in_module() const {
+  // The class may have outlived a failed import.
+  const Ref name = name_.get() != nullptr ? Ref::borrow(name_.get()) : Ref(interned(table_.name));
+  return globals::lookup(name.get());
+}
 
 bool Record::stands_for(PyObject* cls) noexcept {
   return cls == reinterpret_cast<PyObject*>(type()) && untouched() && globals::untouched();
@@ -222,16 +226,22 @@ bool Record::bind(const CallArguments& arguments, Values& values) const {
   return std::ranges::find(from_factories, factory_mark_.get()) == from_factories.end();
 }
 
-bool Record::call_init(PyObject* instance, const Values& values) const {
+bool Record::call_init(PyObject* instance, const Values& values, const Factories& made) const {
   const Ref init = globals::held(init_);
+  const Ref mark = Ref::borrow(factory_mark_.get());
   std::array<PyObject*, kMaxParameters + 1> stack{instance};
-  std::ranges::copy(values, stack.begin() + 1);
+  std::ranges::transform(values, stack.begin() + 1, [&](PyObject* value) {
+    const bool is_made =
+        value != nullptr && std::ranges::find(made, value, &Ref::get) != made.end();
+    return is_made ? mark.get() : value;
+  });
   return static_cast<bool>(
       own(PyObject_Vectorcall(init.get(), stack.data(), table_.fields.size() + 1, nullptr)));
 }
 
 template <typename Initialise>
-Result Record::make(const Values& values, bool are_complete, Initialise&& initialise) {
+Result Record::make(const Values& values, const Factories& made, bool are_complete,
+                    Initialise&& initialise) {
   // First the instance, then the questions: making it may collect garbage, and with that run code
   // that changes the class, the module or the values.
   Ref instance = allocate();
@@ -243,7 +253,7 @@ Result Record::make(const Values& values, bool are_complete, Initialise&& initia
   // What type.__call__ does with the instance.
   const RecursionLevel level;
   const bool is_initialised =
-      is_as_made ? call_init(instance.get(), values) : initialise(instance.get());
+      is_as_made ? call_init(instance.get(), values, made) : initialise(instance.get());
   if (!is_initialised) return Refused{};
   return instance;
 }
@@ -268,7 +278,7 @@ Result Record::call_with(PyObject* cls, std::span<PyObject* const> given) {
   std::ranges::copy(given, values.begin());
   Factories made;
   const bool are_complete = add_defaults(values, made);
-  return make(values, are_complete, [&](PyObject* instance) {
+  return make(values, made, are_complete, [&](PyObject* instance) {
     const Ref positional = globals::held(no_arguments);
     return Py_TYPE(instance)->tp_init(instance, positional.get(), keywords_of(given).get()) == 0;
   });
@@ -286,7 +296,7 @@ PyObject* Record::vectorcall(PyObject* cls, PyObject* const* args, std::size_t n
     Values values{};
     Factories made;
     const bool are_complete = bind(arguments, values) && add_defaults(values, made);
-    return make(values, are_complete, [&](PyObject* instance) {
+    return make(values, made, are_complete, [&](PyObject* instance) {
       const TupleAndDict given(arguments);
       return Py_TYPE(instance)->tp_init(instance, given.positional.get(), given.keywords.get()) ==
              0;

@@ -168,11 +168,14 @@ class Record {
   [[nodiscard]] bool add_defaults(Values& values, Factories& made) const;
   // {field: value, ...} of the values that are not null.
   [[nodiscard]] Ref keywords_of(std::span<PyObject* const> given) const;
-  // instance.__init__(*values), for an untouched class: its own function gives None or raises.
-  [[nodiscard]] bool call_init(PyObject* instance, const Values& values) const;
+  // instance.__init__(*values), for an untouched class: its own function gives None or raises. What
+  // was made for what the caller left out is made anew there.
+  [[nodiscard]] bool call_init(PyObject* instance, const Values& values,
+                               const Factories& made) const;
   // A new instance, with these values where the class is sure to take them, else initialised.
   template <typename Initialise>
-  [[nodiscard]] Result make(const Values& values, bool are_complete, Initialise&& initialise);
+  [[nodiscard]] Result make(const Values& values, const Factories& made, bool are_complete,
+                            Initialise&& initialise);
   // Whether an instance of cls is one of this class and made by object.__new__.
   [[nodiscard]] bool may_allocate(PyObject* cls) noexcept {
     return cls == reinterpret_cast<PyObject*>(type()) && watch_.attributes_untouched();

@@ -69,7 +69,8 @@ bool check_shape(PyObject* self, PyObject* tag, PyObject* mask) {
 }
 
 bool check_dtype(PyObject* tag, PyObject* mask) {
-  for (PyObject* name : {names.float64, names.float16, names.bool_}) {
+  PyObject* const allowed[] = {names.float64, names.float16, names.bool_};
+  for (PyObject* name : allowed) {
     if (!compare_dtype(mask, name, Py_NE)) return true;
   }
   return schema_error().refuse({owner(tag), " has dtype ", str(get_attr(mask, names.dtype).get()),

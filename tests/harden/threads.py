@@ -146,10 +146,11 @@ def main() -> int:
     print(*wrong[:20], suite.stdout if suite.returncode else "", sep="\n")
     calls = ", ".join(f"{number} {outcome}" for outcome, number in outcomes.items())
     summary = suite.stdout.strip().splitlines()[-1].strip("= ")
-    print(f"figures: calls: {calls}; {drift:+} memory blocks since the second turn; suite in 8 threads: {summary}")
+    kept = f"{drift:+} memory blocks since the second turn"
+    print(f"figures: calls: {calls}; {kept}; suite in 8 threads: {summary}")
     # Threads that ended keep some blocks; a leak in one call of a thousand would be far above that.
-    kept = abs(drift) > 200 or turns[3][1:] != turns[1][1:]
-    return int(bool(wrong) or suite.returncode != 0 or kept)
+    leaks = abs(drift) > 200 or turns[3][1:] != turns[1][1:]
+    return int(bool(wrong) or suite.returncode != 0 or leaks)
 
 
 if __name__ == "__main__":
