@@ -13,7 +13,7 @@ from typing import Any
 import numpy as np
 import pytest
 from quillmere.functions import _typed_shapes as ts
-from support import Registered, allocations, canonical_path
+from support import Registered, allocations, canonical_path, python_calls
 from test_records import INSTANCES
 
 # --- Growth ---
@@ -102,6 +102,16 @@ def test_rings_of_lists_do_not_hide_what_is_below_them() -> None:
     threading.stack_size(before)
     thread.join()
     assert came == [RecursionError]
+
+
+def test_an_init_with_other_code_is_called() -> None:
+    init = ts.LiveCheckpoint.__init__
+    code = init.__code__
+    for call in (ts.LiveCheckpoint, lambda: ts.LiveCheckpoint.from_raw({})):
+        init.__code__ = code.replace(co_name="other")
+        called = python_calls(call)
+        init.__code__ = code
+        assert "other" in called and "other" not in python_calls(call)
 
 
 # --- Signals and other threads ---

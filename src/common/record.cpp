@@ -278,10 +278,11 @@ Result Record::call_with(PyObject* cls, std::span<PyObject* const> given) {
   std::ranges::copy(given, values.begin());
   Factories made;
   const bool are_complete = add_defaults(values, made);
-  return make(values, made, are_complete, [&](PyObject* instance) {
+  const auto initialise = [&](PyObject* instance) {
     const Ref positional = globals::held(no_arguments);
     return Py_TYPE(instance)->tp_init(instance, positional.get(), keywords_of(given).get()) == 0;
-  });
+  };
+  return make(values, made, are_complete, initialise);
 }
 
 PyObject* Record::vectorcall(PyObject* cls, PyObject* const* args, std::size_t nargsf,
@@ -296,11 +297,12 @@ PyObject* Record::vectorcall(PyObject* cls, PyObject* const* args, std::size_t n
     Values values{};
     Factories made;
     const bool are_complete = bind(arguments, values) && add_defaults(values, made);
-    return make(values, made, are_complete, [&](PyObject* instance) {
+    const auto initialise = [&](PyObject* instance) {
       const TupleAndDict given(arguments);
       return Py_TYPE(instance)->tp_init(instance, given.positional.get(), given.keywords.get()) ==
              0;
-    });
+    };
+    return make(values, made, are_complete, initialise);
   });
 }
 
