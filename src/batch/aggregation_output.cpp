@@ -16,9 +16,7 @@ bool check_output(PyObject* key, PyObject* value) {
 }
 
 bool accepts_outputs(PyObject* value) {
-  return numpy_untouched() && has_named_entries(value, [](PyObject* /*key*/, PyObject* array) {
-           return PyArray_CheckExact(array);
-         });
+  return has_named_arrays(value, [](PyArrayObject* /*array*/) { return true; });
 }
 
 constexpr Check kOutputs = {require_dict_of<check_output>, accepts_outputs};

@@ -86,6 +86,14 @@ template <typename Predicate>
          });
 }
 
+// The same of exact ndarrays, where native code may stand for what `np` does with them.
+template <typename Predicate>
+[[nodiscard]] bool has_named_arrays(PyObject* object, Predicate&& accepts_array) {
+  return numpy_untouched() && has_named_entries(object, [&](PyObject* /*key*/, PyObject* value) {
+           return PyArray_CheckExact(value) && accepts_array(as_array(value));
+         });
+}
+
 // Whether both are the same text; both are plain strs.
 [[nodiscard]] inline bool is_same_text(PyObject* left, PyObject* right) noexcept {
   return left == right || (PyUnicode_GET_LENGTH(left) == PyUnicode_GET_LENGTH(right) &&

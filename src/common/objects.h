@@ -19,11 +19,12 @@ namespace typed_shapes {
 }
 
 [[nodiscard]] inline Ref none() { return Ref::borrow(Py_None); }
-// None, where all checks passed; one that did not has set the error.
-[[nodiscard]] inline Result none_if(bool passed) {
-  if (passed) return none();
+// The value, where all checks passed; one that did not has set the error.
+[[nodiscard]] inline Result value_if(bool passed, Ref value) {
+  if (passed) return value;
   return Refused{};
 }
+[[nodiscard]] inline Result none_if(bool passed) { return value_if(passed, none()); }
 [[nodiscard]] inline bool is_none(const Ref& object) { return object.get() == Py_None; }
 // True if condition else False
 [[nodiscard]] inline Ref boolean(bool condition) {

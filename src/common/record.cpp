@@ -207,8 +207,7 @@ Result Record::make(const Values& values, const Factories& made, bool are_comple
   const RecursionLevel level;
   const bool is_initialised =
       is_as_made ? call_init(instance.get(), values, made) : initialise(instance.get());
-  if (!is_initialised) return Refused{};
-  return instance;
+  return value_if(is_initialised, std::move(instance));
 }
 
 Ref Record::keywords_of(std::span<PyObject* const> given) const {

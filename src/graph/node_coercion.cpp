@@ -52,8 +52,7 @@ Result coerce_children(PyObject* cls, PyObject* raw, MisfitPath& path) {
   const bool all_fit = all_of(children.get(), [&](PyObject* child) {
     return append(result, coerce_child(cls, child, path));
   });
-  if (!all_fit) return Refused{};
-  return result;
+  return value_if(all_fit, std::move(result));
 }
 
 // Anything but a dict is silently replaced, unlike children.

@@ -62,8 +62,7 @@ Result params_from_mapping(PyObject* cls, PyObject* raw) {
     return schema_error().refuse(
         {"ParamSpec list payload must be dict, list, or None; got ", type_name(raw)});
   }
-  if (!all_fit) return Refused{};
-  return specs;
+  return value_if(all_fit, std::move(specs));
 }
 
 Result coerce_param_specs(PyObject* cls, PyObject* raw) {

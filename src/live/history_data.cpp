@@ -26,18 +26,12 @@ bool check_feature(PyObject* name, PyObject* array) {
   return true;
 }
 
-bool is_float64_table(PyObject* value) {
-  if (!PyArray_CheckExact(value)) return false;
-  PyArrayObject* array = as_array(value);
+bool is_float64_table(PyArrayObject* array) {
   return PyArray_NDIM(array) == 2 && PyArray_TYPE(array) == NPY_DOUBLE &&
          PyArray_ISNOTSWAPPED(array);
 }
 
-bool accepts_features(PyObject* value) {
-  return numpy_untouched() && has_named_entries(value, [](PyObject* /*name*/, PyObject* array) {
-           return is_float64_table(array);
-         });
-}
+bool accepts_features(PyObject* value) { return has_named_arrays(value, is_float64_table); }
 
 constexpr Check kFeatures = {require_dict_of<check_feature>, accepts_features};
 

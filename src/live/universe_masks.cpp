@@ -124,13 +124,11 @@ bool is_valid_mask(PyArrayObject* mask, npy_intp n_alloc) {
 }
 
 bool accepts(PyObject* by_tag, PyObject* n_alloc) {
-  if (!PyLong_CheckExact(n_alloc) || !numpy_untouched()) return false;
+  if (!PyLong_CheckExact(n_alloc)) return false;
   int overflow = 0;
   const long long length = PyLong_AsLongLongAndOverflow(n_alloc, &overflow);
   if (overflow != 0 || length <= 0) return false;
-  return has_named_entries(by_tag, [&](PyObject* /*tag*/, PyObject* mask) {
-    return PyArray_CheckExact(mask) && is_valid_mask(as_array(mask), length);
-  });
+  return has_named_arrays(by_tag, [&](PyArrayObject* mask) { return is_valid_mask(mask, length); });
 }
 
 // --- Coercion ---
