@@ -37,7 +37,7 @@ import pydantic
 from mashumaro.config import BaseConfig
 from mashumaro.mixins.dict import DataClassDictMixin
 from quillmere.functions import _typed_shapes as native
-from timing import Effort, Timer, medians
+from timing import Effort, Timer, minima
 
 Way = tuple[str, dict[str, Any]]  # a statement that converts `raw`, and its names
 Rows = dict[str, dict[str, float]]
@@ -249,7 +249,7 @@ def _row(raw: Any, ways: dict[str, Way], effort: Effort) -> dict[str, float]:
         who: Timer(statement, {**names, "raw": raw}, effort)
         for who, (statement, names) in ways.items()
     }
-    return medians(timers, effort)
+    return minima(timers, effort)
 
 
 def _graph_ways() -> dict[str, Way]:
@@ -263,7 +263,7 @@ def _graph_ways() -> dict[str, Way]:
 def kept(who: str, calls: int) -> float:
     """Seconds for a graph of 1,000 nodes while the last 50 of them stay alive.
 
-    The mean and not a median: the collector comes seldom and then stays long. To be called in a
+    The mean and not the minimum: the collector comes seldom and then stays long. To be called in a
     process of its own, because its cost depends on all that is alive.
     """
     statement, names = _graph_ways()[who]

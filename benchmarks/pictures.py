@@ -30,7 +30,7 @@ def _number(value: float, _position: int) -> str:
 
 
 def ratio_picture(results: Results) -> Figure:
-    works = [work for work in results["works"] if work["floor"] is not None][::-1]
+    works = [work for work in results["works"] if work["group"] == "payloads"][::-1]
     figure, axes = plt.subplots(figsize=(8, 0.29 * len(works) + 1.0))
     places = range(len(works))
     colours = [NATIVE if work["met"] else PLAIN for work in works]

@@ -62,19 +62,17 @@ def _verdict(met: bool | None) -> str:
 
 def _work_row(work: dict[str, Any]) -> tuple[str, ...]:
     spread = f"{_ratio(work['lowest'])} to {_ratio(work['highest'])}"
-    floor = "" if work["floor"] is None else f"{work['floor']:g}"
     times = _time(work["native"]), _time(work["plain"])
+    floor = f"{work['floor']:g}"
     return work["name"], *times, _ratio(work["ratio"]), spread, floor, _verdict(work["met"])
 
 
 def works(results: Results) -> Iterator[Sheet]:
     headings = ("work", "native", "plain", "ratio", "in the processes", "floor", "")
-    guarded = [_work_row(work) for work in results["works"] if work["floor"] is not None]
-    further = [_work_row(work)[:5] for work in results["works"] if work["floor"] is None]
-    if guarded:
-        yield Sheet("times as fast as plain Python", headings, guarded)
-    if further:
-        yield Sheet("the other entry points, for information", headings[:5], further)
+    groups = dict.fromkeys(work["group"] for work in results["works"])
+    for group in groups:
+        rows = [_work_row(work) for work in results["works"] if work["group"] == group]
+        yield Sheet(f"times as fast as plain Python: {group}", headings, rows)
 
 
 def peers(results: Results) -> Iterator[Sheet]:

@@ -10,7 +10,7 @@ import payloads
 import plain
 from peers import Struct
 from quillmere.functions import _typed_shapes as native
-from timing import Effort, Timer, medians
+from timing import Effort, Timer, minima
 
 Curve = list[dict[str, float]]
 
@@ -32,7 +32,7 @@ def nodes(effort: Effort, largest: int) -> Curve:
             "plain": "plain(raw)",
             "msgspec Struct": "convert(raw, Struct)",
         }
-        taken = medians(
+        taken = minima(
             {who: Timer(code, names, effort) for who, code in statements.items()}, effort
         )
         curve.append({"size": size, **{who: seconds / size for who, seconds in taken.items()}})
@@ -74,7 +74,7 @@ def throughput(effort: Effort, largest: int) -> Curve:
             "arrays, memcmp": "a_bytes == b_bytes",
             "arrays, np.array_equal": "array_equal(c, d)",
         }
-        taken = medians(
+        taken = minima(
             {what: Timer(code, names, effort) for what, code in statements.items()}, effort
         )
         read = {what: size if what.startswith("mask") else 2 * size for what in statements}
