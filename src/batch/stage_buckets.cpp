@@ -77,19 +77,11 @@ Ref slice_plain(PyObject* dict, PyObject* slice, bool all_arrays) {
 
 Buckets new_buckets() { return {own(PyDict_New()), own(PyDict_New()), own(PyDict_New())}; }
 
-PyObject* bucket_named(const Buckets& buckets, PyObject* name) {
-  if (name == stage_names.flat) return buckets.flat.get();
-  return name == stage_names.nested ? buckets.nested.get() : buckets.opaque.get();
-}
-
-// The same as bucket_of, where the type alone settles it; null where it does not.
-PyObject* plain_bucket_of(PyObject* value) {
-  if (PyArray_CheckExact(value)) return stage_names.flat;
-  if (PyDict_CheckExact(value)) return stage_names.nested;
-  if (is_exact_builtin(value)) return stage_names.opaque;
-  const bool is_settled = has_settled_class(value) && !PyDict_Check(value) && !PyArray_Check(value);
-  if (!is_settled) return nullptr;
-  return stage_names.opaque;
+// The same as bucket_of, where the type alone settles it; kBucketCount where it does not.
+Bucket plain_bucket_of(PyObject* value) {
+  if (PyArray_CheckExact(value)) return kFlat;
+  if (PyDict_CheckExact(value)) return kNested;
+  return is_surely_other(value) && !PyDict_Check(value) ? kOpaque : kBucketCount;
 }
 
 // The fast path of sorting: no Python code runs. False where the canonical path has to decide.
@@ -98,18 +90,18 @@ bool partition_plain(PyObject* raw, Buckets& buckets) {
   // Making them may collect garbage, and with that run code: what is relied on is asked afterwards.
   buckets = new_buckets();
   return numpy_untouched() && all_entries(raw, [&](PyObject* key, PyObject* value) {
-           PyObject* bucket = plain_bucket_of(value);
-           if (bucket == nullptr || !PyUnicode_CheckExact(key)) return false;
-           check(PyDict_SetItem(bucket_named(buckets, bucket), key, value));
+           const Bucket bucket = plain_bucket_of(value);
+           if (bucket == kBucketCount || !PyUnicode_CheckExact(key)) return false;
+           check(PyDict_SetItem(buckets[bucket].get(), key, value));
            return true;
          });
 }
 
 }  // namespace
 
-PyObject* bucket_of(PyObject* value) {
-  if (is_array(value)) return stage_names.flat;
-  return is_dict(value) ? stage_names.nested : stage_names.opaque;
+Bucket bucket_of(PyObject* value) {
+  if (is_array(value)) return kFlat;
+  return is_dict(value) ? kNested : kOpaque;
 }
 
 Buckets partition(PyObject* raw) {
@@ -117,7 +109,7 @@ Buckets partition(PyObject* raw) {
   if (partition_plain(raw, buckets)) return buckets;
   buckets = new_buckets();
   for_each_item(raw, [&](PyObject* key, PyObject* value) {
-    check(PyDict_SetItem(bucket_named(buckets, bucket_of(value)), key, value));
+    check(PyDict_SetItem(buckets[bucket_of(value)].get(), key, value));
   });
   return buckets;
 }

@@ -1,25 +1,18 @@
 // Sorting stage data into buckets, and slicing the buckets along the time axis.
 #pragma once
 
+#include <array>
+
 #include "common/objects.h"
 
 namespace typed_shapes {
 
-inline const struct {
-  Name flat{"flat"};
-  Name nested{"nested"};
-  Name opaque{"opaque"};
-} stage_names;
+// The buckets, in the order of the fields.
+enum Bucket : std::size_t { kFlat, kNested, kOpaque, kBucketCount };
+using Buckets = std::array<Ref, kBucketCount>;
 
-struct Buckets {
-  Ref flat;
-  Ref nested;
-  Ref opaque;
-};
-
-// The name of the bucket that a value belongs to: an array is flat, a dict nested, anything else
-// opaque.
-[[nodiscard]] PyObject* bucket_of(PyObject* value);
+// Where a value belongs: an array is flat, a dict nested, anything else opaque.
+[[nodiscard]] Bucket bucket_of(PyObject* value);
 
 // The items of a mapping by bucket, each bucket a new dict.
 [[nodiscard]] Buckets partition(PyObject* raw);

@@ -11,10 +11,6 @@ namespace typed_shapes {
 
 namespace {
 
-const struct {
-  Name pop{"pop"};
-} own_names;
-
 constexpr Field kFields[] = {
     {"flat", "Dict[str, np.ndarray]", Default::kEmptyDict, kDict},
     {"nested", "Dict[str, Mapping[str, Any]]", Default::kEmptyDict, kDict},
@@ -76,7 +72,7 @@ Result from_mapping(PyObject* cls, PyObject* raw) {
         {"StageData producer boundary mapping required; got ", type_name(raw)});
   }
   const Buckets buckets = partition(raw);
-  return record.call(cls, buckets.flat.get(), buckets.nested.get(), buckets.opaque.get());
+  return record.call(cls, buckets[kFlat].get(), buckets[kNested].get(), buckets[kOpaque].get());
 }
 
 // Loose input is refused here whatever it is: producers say from_mapping.
@@ -94,10 +90,10 @@ Result from_optional_mapping(PyObject* cls, PyObject* raw) {
 // --- Batches ---
 
 Result slice_t(PyObject* self, PyObject* start, PyObject* end) {
-  Ref flat = slice_values(get_attr(self, stage_names.flat).get(), start, end);
-  Ref nested = slice_nested(get_attr(self, stage_names.nested).get(), start, end);
+  Ref flat = slice_values(record.attribute(self, kFlat).get(), start, end);
+  Ref nested = slice_nested(record.attribute(self, kNested).get(), start, end);
   Ref cls = record.in_module();
-  Ref opaque = dict_from(get_attr(self, stage_names.opaque).get());
+  Ref opaque = dict_from(record.attribute(self, kOpaque).get());
   return record.call(cls.get(), flat.get(), nested.get(), opaque.get());
 }
 
@@ -106,35 +102,32 @@ Result slice_t(PyObject* self, PyObject* start, PyObject* end) {
 // The number of the first bucket that has the key; that of no field where none has.
 std::size_t bucket_with(PyObject* self, PyObject* key) {
   std::size_t field = 0;
-  while (field < std::size(kFields) && !contains(record.attribute(self, field).get(), key)) ++field;
+  while (field < kBucketCount && !contains(record.attribute(self, field).get(), key)) ++field;
   return field;
 }
 
 Result value(PyObject* self, PyObject* key, PyObject* fallback) {
   const std::size_t field = bucket_with(self, key);
   // The bucket is read anew: to compare the key may have put another one in its place.
-  if (field < std::size(kFields)) return get_item(record.attribute(self, field).get(), key);
+  if (field < kBucketCount) return get_item(record.attribute(self, field).get(), key);
   if (fallback != globals::lookup(names.MISSING).get()) return Ref::borrow(fallback);
   return refuse_with(call(PyExc_KeyError, key).get());
 }
 
 Result set_value(PyObject* self, PyObject* key, PyObject* new_value) {
-  for (std::size_t field = 0; field < std::size(kFields); ++field) {
-    if (!call_method(record.attribute(self, field).get(), own_names.pop, key, Py_None)) {
-      return Refused{};
-    }
+  for (std::size_t field = 0; field < kBucketCount; ++field) {
+    if (!pop(record.attribute(self, field).get(), key)) return Refused{};
   }
-  PyObject* bucket = bucket_of(new_value);
-  check(PyObject_SetItem(get_attr(self, bucket).get(), key, new_value));
-  return none();
+  const Bucket bucket = bucket_of(new_value);
+  return none_if(PyObject_SetItem(record.attribute(self, bucket).get(), key, new_value) == 0);
 }
 
 Result has_value(PyObject* self, PyObject* key) {
-  return boolean(bucket_with(self, key) < std::size(kFields));
+  return boolean(bucket_with(self, key) < kBucketCount);
 }
 
 Result is_empty(PyObject* self) {
-  for (std::size_t field = 0; field < std::size(kFields); ++field) {
+  for (std::size_t field = 0; field < kBucketCount; ++field) {
     if (is_true(record.attribute(self, field).get())) return boolean(false);
   }
   return boolean(true);
@@ -143,7 +136,7 @@ Result is_empty(PyObject* self) {
 Result feature_names(PyObject* self) {
   Ref features = own(PySet_New(nullptr));
   Ref two = own(PyLong_FromLong(2));
-  for_each_item(get_attr(self, stage_names.flat).get(), [&](PyObject* key, PyObject* array) {
+  for_each_item(record.attribute(self, kFlat).get(), [&](PyObject* key, PyObject* array) {
     if (!compare(get_attr(array, names.ndim).get(), two.get(), Py_EQ)) return;
     check(PySet_Add(features.get(), key));
   });

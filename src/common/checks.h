@@ -44,7 +44,7 @@ struct Pair {
 // to the loop while it is checked.
 template <typename CheckItem>
 [[nodiscard]] bool all_items(PyObject* mapping, CheckItem&& check_item) {
-  Ref items = call_method(mapping, names.items);
+  Ref items = typed_shapes::items(mapping);
   return all_of(items.get(), [&](PyObject* item) {
     const Pair pair = unpack_pair(item);
     return check_item(pair.first.get(), pair.second.get());

@@ -30,9 +30,9 @@ class Forward {
   // iter(self.field)
   static Result iterate(PyObject* self) { return own(PyObject_GetIter(field_of(self).get())); }
   // self.field.keys(), items(), values()
-  static Result keys(PyObject* self) { return call_method(field_of(self).get(), names.keys); }
-  static Result items(PyObject* self) { return call_method(field_of(self).get(), names.items); }
-  static Result values(PyObject* self) { return call_method(field_of(self).get(), names.values); }
+  static Result keys(PyObject* self) { return typed_shapes::keys(field_of(self).get()); }
+  static Result items(PyObject* self) { return typed_shapes::items(field_of(self).get()); }
+  static Result values(PyObject* self) { return typed_shapes::values(field_of(self).get()); }
 
  private:
   static Result field_of(PyObject* self) { return kRecord.attribute(self, kField); }

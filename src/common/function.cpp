@@ -29,11 +29,10 @@ namespace {
 // Whether each parameter is given, by position or by its own name in the parameters' order: the
 // interpreter's own array serves.
 bool is_in_place(const NativeFunction* function, const CallArguments& arguments) {
-  if (!std::cmp_equal(arguments.positional, function->positional)) return false;
+  const auto given = static_cast<std::size_t>(arguments.positional);
   const auto keywords = items_of(arguments.keywords);
-  return std::ranges::equal(
-      keywords,
-      std::span(function->names, function->parameter_count).subspan(function->positional));
+  return given <= function->positional && given + keywords.size() == function->parameter_count &&
+         std::ranges::equal(keywords, std::span(function->names + given, keywords.size()));
 }
 
 PyObject* call_function(PyObject* callable, PyObject* const* args, std::size_t nargsf,

@@ -53,8 +53,6 @@ struct Names {
   Name init{"__init__"};
   Name InvalidFunctionStateError{"InvalidFunctionStateError"};
   Name isnan{"isnan"};
-  Name items{"items"};
-  Name keys{"keys"};
   Name Mapping{"Mapping"};
   Name MISSING{"_MISSING"};
   Name name{"name"};
@@ -68,7 +66,6 @@ struct Names {
   Name state_type{"state_type"};
   Name type{"type"};
   Name value{"value"};
-  Name values{"values"};
 };
 
 extern const Names names;

@@ -46,7 +46,10 @@ void import_numpy_api(PyObject* numpy) {
 
 bool numpy_untouched() noexcept { return globals::untouched() && numpy_names.untouched(); }
 
-bool is_array(PyObject* object) { return is_instance(object, numpy_attr(own_names.ndarray).get()); }
+bool is_array(PyObject* object) {
+  if (PyArray_CheckExact(object) && numpy_untouched()) return true;
+  return is_instance(object, numpy_attr(own_names.ndarray).get());
+}
 
 Ref numpy_attr(PyObject* name) { return get_attr(globals::lookup(own_names.np).get(), name); }
 

@@ -1,6 +1,7 @@
 #include "common/objects.h"
 
 #include <algorithm>
+#include <cstring>
 #include <vector>
 
 #include "common/scopes.h"
@@ -11,7 +12,29 @@ namespace {
 
 const struct {
   Name get{"get"};
+  Name items{"items"};
+  Name keys{"keys"};
+  Name pop{"pop"};
+  Name values{"values"};
 } own_names;
+
+// The C function behind a method of dict, which nobody can change.
+PyCFunction method_of_dict(const char* name) noexcept {
+  const PyMethodDef* method = PyDict_Type.tp_methods;
+  while (std::strcmp(method->ml_name, name) != 0) ++method;
+  return method->ml_meth;
+}
+
+const PyCFunction keys_of_dict = method_of_dict("keys");
+const PyCFunction items_of_dict = method_of_dict("items");
+const PyCFunction values_of_dict = method_of_dict("values");
+const auto pop_of_dict =
+    reinterpret_cast<_PyCFunctionFast>(reinterpret_cast<void*>(method_of_dict("pop")));
+
+Result view(PyCFunction of_dict, PyObject* mapping, PyObject* name) {
+  if (!PyDict_CheckExact(mapping)) return call_method(mapping, name);
+  return own(of_dict(mapping, nullptr));
+}
 
 template <typename... Fallback>
 Result get_or(PyObject* mapping, PyObject* key, PyObject* otherwise, Fallback... fallback) {
@@ -28,6 +51,16 @@ Result get(PyObject* mapping, PyObject* key, PyObject* fallback) {
 }
 
 Result get(PyObject* mapping, PyObject* key) { return get_or(mapping, key, Py_None); }
+
+Result keys(PyObject* mapping) { return view(keys_of_dict, mapping, own_names.keys); }
+Result items(PyObject* mapping) { return view(items_of_dict, mapping, own_names.items); }
+Result values(PyObject* mapping) { return view(values_of_dict, mapping, own_names.values); }
+
+Result pop(PyObject* mapping, PyObject* key) {
+  if (!PyDict_CheckExact(mapping)) return call_method(mapping, own_names.pop, key, Py_None);
+  PyObject* const arguments[] = {key, Py_None};
+  return own(pop_of_dict(mapping, arguments, std::size(arguments)));
+}
 
 Result call_keywords(PyObject* callable, std::span<PyObject* const> positional,
                      std::span<const Keyword> keywords) {

@@ -146,6 +146,12 @@ Result call_method(PyObject* object, PyObject* name, Arguments... arguments) {
 // mapping.get(key)
 [[nodiscard]] Result get(PyObject* mapping, PyObject* key);
 
+// mapping.keys(), .items(), .values() and .pop(key, None), in the same way.
+[[nodiscard]] Result keys(PyObject* mapping);
+[[nodiscard]] Result items(PyObject* mapping);
+[[nodiscard]] Result values(PyObject* mapping);
+[[nodiscard]] Result pop(PyObject* mapping, PyObject* key);
+
 struct Keyword {
   PyObject* name;
   PyObject* value;

@@ -96,6 +96,11 @@ Ref Record::in_module() const {
   return globals::lookup(name.get());
 }
 
+bool Record::is_instance(PyObject* object) const {
+  if (is_exact(object) && globals::untouched()) return true;
+  return typed_shapes::is_instance(object, in_module().get());
+}
+
 bool Record::stands_for(PyObject* cls) noexcept {
   return cls == reinterpret_cast<PyObject*>(type()) && untouched() && globals::untouched();
 }

@@ -121,12 +121,12 @@ class Record {
   [[nodiscard]] PyTypeObject* type() const noexcept { return watch_.type(); }
   // Whether a native build is what the class itself would do.
   [[nodiscard]] bool untouched() noexcept { return watch_.untouched(); }
+  // Enough to read an instance.
+  [[nodiscard]] bool attributes_untouched() noexcept { return watch_.attributes_untouched(); }
   // What the module has under the class's name now.
   [[nodiscard]] Ref in_module() const;
   // isinstance(object, <that>)
-  [[nodiscard]] bool is_instance(PyObject* object) const {
-    return typed_shapes::is_instance(object, in_module().get());
-  }
+  [[nodiscard]] bool is_instance(PyObject* object) const;
   // Whether a call of cls is one of this class, and native code may stand for it.
   [[nodiscard]] bool stands_for(PyObject* cls) noexcept;
   // Whether the object is an instance of exactly this class. Only for an untouched module.

@@ -112,7 +112,7 @@ constinit RecordOf<kParamFields> param_spec{kTable};
 Result param_from_raw(PyObject* cls, PyObject* name, PyObject* raw) {
   if (Ref spec = build_param(cls, name, raw)) return spec;
   if (param_spec.is_instance(raw)) {
-    if (compare(get_attr(raw, names.name).get(), name, Py_NE)) return renamed(name, raw);
+    if (compare(param_spec.attribute(raw, 0).get(), name, Py_NE)) return renamed(name, raw);
     return Ref::borrow(raw);
   }
   if (window_spec.is_instance(raw)) {

@@ -135,10 +135,10 @@ bool accepts(PyObject* by_tag, PyObject* n_alloc) {
 
 Result from_raw(PyObject* cls, PyObject* raw, PyObject* n_alloc) {
   if (record.is_instance(raw)) {
-    if (!compare(get_attr(raw, own_names.n_alloc).get(), n_alloc, Py_NE)) return Ref::borrow(raw);
+    if (!compare(record.attribute(raw, 1).get(), n_alloc, Py_NE)) return Ref::borrow(raw);
     return schema_error().refuse(
         {"UniverseMasks coerced with n_alloc=", str(n_alloc),
-         " but payload has n_alloc=", str(get_attr(raw, own_names.n_alloc).get())});
+         " but payload has n_alloc=", str(record.attribute(raw, 1).get())});
   }
   if (!is_dict(raw)) {
     return schema_error().refuse(
