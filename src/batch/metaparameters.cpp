@@ -64,8 +64,7 @@ constinit RecordOf<std::size(kFields)> record{kTable};
 Result from_raw(PyObject* cls, PyObject* raw) {
   if (record.is_instance(raw)) return Ref::borrow(raw);
   if (raw == Py_None || !is_dict(raw) || !is_true(raw)) return none();
-  if (!is_plain_dict_of_dicts(raw) && !all_of(values(raw).get(), is_dict))
-    return none();
+  if (!is_plain_dict_of_dicts(raw) && !all_of(values(raw).get(), is_dict)) return none();
   return record.call(cls, dict_from(raw).get());
 }
 

@@ -59,6 +59,7 @@ inline void set_attr(PyObject* object, PyObject* name, PyObject* value) {
 }
 // isinstance(object, type)
 [[nodiscard]] inline bool is_instance(PyObject* object, PyObject* type) {
+  if (Py_TYPE(object) == reinterpret_cast<PyTypeObject*>(type)) return true;
   if (PyType_CheckExact(type) && is_exact_builtin(object)) {
     return PyType_IsSubtype(Py_TYPE(object), reinterpret_cast<PyTypeObject*>(type)) != 0;
   }

@@ -97,7 +97,12 @@ Ref Record::in_module() const {
 }
 
 bool Record::is_instance(PyObject* object) const {
-  if (is_exact(object) && globals::untouched()) return true;
+  if (type() != nullptr && globals::untouched()) {
+    if (is_exact(object)) return true;
+    // A class whose own class was changed may claim anything.
+    if (is_exact_builtin(object) && Py_IS_TYPE(watch_.type_slot().get(), &PyType_Type))
+      return false;
+  }
   return typed_shapes::is_instance(object, in_module().get());
 }
 
@@ -184,11 +189,12 @@ bool Record::bind(const CallArguments& arguments, Values& values) const {
   return std::ranges::find(from_factories, factory_mark_.get()) == from_factories.end();
 }
 
-bool Record::call_init(PyObject* instance, const Values& values, const Factories& made) const {
+bool Record::call_init(PyObject* instance, PyObject* const* values,
+                       std::span<const Ref> made) const {
   const Ref init = globals::held(init_);
   const Ref mark = Ref::borrow(factory_mark_.get());
   std::array<PyObject*, kMaxParameters + 1> stack{instance};
-  std::ranges::transform(values, stack.begin() + 1, [&](PyObject* value) {
+  std::transform(values, values + table_.fields.size(), stack.begin() + 1, [&](PyObject* value) {
     const bool is_made =
         value != nullptr && std::ranges::find(made, value, &Ref::get) != made.end();
     return is_made ? mark.get() : value;
@@ -198,14 +204,14 @@ bool Record::call_init(PyObject* instance, const Values& values, const Factories
 }
 
 template <typename Initialise>
-Result Record::make(const Values& values, const Factories& made, bool are_complete,
+Result Record::make(PyObject* const* values, std::span<const Ref> made, bool are_complete,
                     Initialise&& initialise) {
   // First the instance, then the questions: making it may collect garbage, and with that run code
   // that changes the class, the module or the values.
   Ref instance = allocate();
   const bool is_as_made = are_complete && untouched();
-  if (is_as_made && globals::untouched() && is_accepted(values.data())) {
-    fill(instance.get(), values.data());
+  if (is_as_made && globals::untouched() && is_accepted(values)) {
+    fill(instance.get(), values);
     return instance;
   }
   // What type.__call__ does with the instance.
@@ -231,15 +237,18 @@ Result Record::call_with(PyObject* cls, std::span<PyObject* const> given) {
     const Ref positional = globals::held(no_arguments);
     return own(PyObject_Call(cls, positional.get(), keywords_of(given).get()));
   }
-  Values values{};
-  std::ranges::copy(given, values.begin());
-  Factories made;
-  const bool are_complete = add_defaults(values, made);
   const auto initialise = [&](PyObject* instance) {
     const Ref positional = globals::held(no_arguments);
     return Py_TYPE(instance)->tp_init(instance, positional.get(), keywords_of(given).get()) == 0;
   };
-  return make(values, made, are_complete, initialise);
+  if (given.size() == table_.fields.size() && std::ranges::find(given, nullptr) == given.end()) {
+    return make(given.data(), {}, true, initialise);
+  }
+  Values values{};
+  std::ranges::copy(given, values.begin());
+  Factories made;
+  const bool are_complete = add_defaults(values, made);
+  return make(values.data(), made, are_complete, initialise);
 }
 
 PyObject* Record::vectorcall(PyObject* cls, PyObject* const* args, std::size_t nargsf,
@@ -259,7 +268,7 @@ PyObject* Record::vectorcall(PyObject* cls, PyObject* const* args, std::size_t n
       return Py_TYPE(instance)->tp_init(instance, given.positional.get(), given.keywords.get()) ==
              0;
     };
-    return make(values, made, are_complete, initialise);
+    return make(values.data(), made, are_complete, initialise);
   });
 }
 

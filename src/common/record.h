@@ -170,11 +170,11 @@ class Record {
   [[nodiscard]] Ref keywords_of(std::span<PyObject* const> given) const;
   // instance.__init__(*values), for an untouched class: its own function gives None or raises. What
   // was made for what the caller left out is made anew there.
-  [[nodiscard]] bool call_init(PyObject* instance, const Values& values,
-                               const Factories& made) const;
+  [[nodiscard]] bool call_init(PyObject* instance, PyObject* const* values,
+                               std::span<const Ref> made) const;
   // A new instance, with these values where the class is sure to take them, else initialised.
   template <typename Initialise>
-  [[nodiscard]] Result make(const Values& values, const Factories& made, bool are_complete,
+  [[nodiscard]] Result make(PyObject* const* values, std::span<const Ref> made, bool are_complete,
                             Initialise&& initialise);
   // Whether an instance of cls is one of this class and made by object.__new__.
   [[nodiscard]] bool may_allocate(PyObject* cls) noexcept {

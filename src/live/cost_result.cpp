@@ -43,9 +43,7 @@ Result from_raw(PyObject* cls, PyObject* raw, PyObject* context);
 
 using Total = Forward<record, 0>;
 
-Result shape(PyObject* self) {
-  return get_attr(record.attribute(self, 0).get(), names.shape);
-}
+Result shape(PyObject* self) { return get_attr(record.attribute(self, 0).get(), names.shape); }
 
 Result to_array(PyObject* self, PyObject* dtype) {
   Ref as_array = numpy_attr(names.asarray);

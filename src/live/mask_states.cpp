@@ -4,6 +4,7 @@
 #include <cstdint>
 
 #include "common/objects.h"
+#include "common/wide_vectors.h"
 
 namespace typed_shapes {
 
@@ -11,27 +12,21 @@ namespace {
 
 constexpr std::size_t kBlock = 4096;
 
-// One binary serves every machine; where the compiler can, it adds a version for wider vectors that
-// is chosen when the module is loaded. (A sanitizer is not ready that early.)
-#if defined(__x86_64__) && defined(__gnu_linux__) && !defined(__clang__) && \
-    !defined(__SANITIZE_ADDRESS__)
-#define TYPED_SHAPES_WIDE_VECTORS __attribute__((target_clones("avx2", "default")))
-#else
-#define TYPED_SHAPES_WIDE_VECTORS
-#endif
-
 // No early exit inside a block: this is the form that the compiler vectorises.
 TYPED_SHAPES_WIDE_VECTORS bool is_valid_block(const std::uint16_t* states,
                                               std::size_t count) noexcept {
-  std::uint16_t invalid = 0;
+  // All bits or none, as a vector comparison gives them; signed, since the baseline instruction set
+  // compares 16-bit lanes as signed ones.
+  using Lane = std::int16_t;
+  const auto lane = [](bool condition) { return static_cast<Lane>(-static_cast<Lane>(condition)); };
+  Lane valid = lane(true);
   for (std::size_t i = 0; i < count; ++i) {
-    const std::uint16_t bits = states[i];
-    // Signed, since the baseline instruction set compares 16-bit lanes as signed ones.
-    const auto magnitude = static_cast<std::int16_t>(bits & 0x7FFFU);
-    const bool valid = bits == 0x0000 || bits == 0x3C00 || magnitude > 0x7C00;
-    invalid = static_cast<std::uint16_t>(invalid | static_cast<std::uint16_t>(!valid));
+    const auto bits = static_cast<Lane>(states[i]);
+    const auto magnitude = static_cast<Lane>(bits & 0x7FFF);
+    const int state = lane(bits == 0x0000) | lane(bits == 0x3C00) | lane(magnitude > 0x7C00);
+    valid = static_cast<Lane>(valid & state);
   }
-  return invalid == 0;
+  return valid == lane(true);
 }
 
 // np.float16(number)

@@ -4,6 +4,7 @@
 
 #include "common/errors.h"
 #include "common/globals.h"
+#include "common/scopes.h"
 #include "module/contents.h"
 
 namespace typed_shapes {
@@ -111,7 +112,11 @@ void load(PyObject* module) {
   check(PyObject_SetAttrString(module, "__builtins__", builtins.get()));
   warn_of_other_version();
   Registration registration(module);
-  run_body();
+  {
+    // Thousands of objects are made here that all stay, next to all those of NumPy.
+    const CollectorPause pause;
+    run_body();
+  }
   registration.keep();
 }
 

@@ -10,6 +10,8 @@
 #include <cstring>
 #include <limits>
 
+#include "common/wide_vectors.h"
+
 namespace typed_shapes {
 
 namespace {
@@ -68,32 +70,40 @@ bool may_overflow(Complex<Float> x) noexcept {
   return std::abs(x.real) > kLimit || std::abs(x.imaginary) > kLimit;
 }
 
-// Not zero for a signalling NaN, of which NumPy 1 warns: a NaN without its quiet bit. Written
-// without branches, so that the compiler vectorises the search.
-std::uint64_t signalling(Half x) noexcept {
-  return static_cast<std::uint64_t>(is_nan(x)) &
-         static_cast<std::uint64_t>((x.bits & 0x0200U) == 0);
+// Whether there is a signalling NaN, of which NumPy 1 warns: a magnitude above that of infinity and
+// below those of the quiet NaNs. The signs of two differences tell, which every vector unit can
+// make.
+template <typename Bits, typename Float>
+[[gnu::always_inline]] inline bool any_signalling(const Float* values, std::size_t count,
+                                                  Bits infinity, Bits quiet_bit) noexcept {
+  constexpr Bits kSign = Bits{1} << (std::numeric_limits<Bits>::digits - 1);
+  Bits found = 0;
+  for (std::size_t i = 0; i < count; ++i) {
+    const auto magnitude = static_cast<Bits>(std::bit_cast<Bits>(values[i]) & ~kSign);
+    const auto over = static_cast<Bits>(magnitude - infinity - 1U);
+    found = static_cast<Bits>(found | (~over & (over - (quiet_bit - 1U))));
+  }
+  return (found & kSign) != 0;
 }
-std::uint64_t signalling(float x) noexcept {
-  const std::uint32_t nan_mask = 0U - static_cast<std::uint32_t>(std::isnan(x));
-  return nan_mask & ~std::bit_cast<std::uint32_t>(x) & 0x0040'0000U;
+TYPED_SHAPES_WIDE_VECTORS bool has_signalling(const Half* values, std::size_t count) noexcept {
+  return any_signalling<std::uint16_t>(values, count, 0x7C00U, 0x0200U);
 }
-std::uint64_t signalling(double x) noexcept {
-  const std::uint64_t nan_mask = std::uint64_t{0} - static_cast<std::uint64_t>(std::isnan(x));
-  return nan_mask & ~std::bit_cast<std::uint64_t>(x) & 0x0008'0000'0000'0000U;
+TYPED_SHAPES_WIDE_VECTORS bool has_signalling(const float* values, std::size_t count) noexcept {
+  return any_signalling<std::uint32_t>(values, count, 0x7F80'0000U, 0x0040'0000U);
+}
+TYPED_SHAPES_WIDE_VECTORS bool has_signalling(const double* values, std::size_t count) noexcept {
+  return any_signalling<std::uint64_t>(values, count, 0x7FF0'0000'0000'0000U,
+                                       0x0008'0000'0000'0000U);
 }
 template <typename Float>
-std::uint64_t signalling(Complex<Float> x) noexcept {
-  return signalling(x.real) | signalling(x.imaginary);
+bool has_signalling(const Complex<Float>* values, std::size_t count) noexcept {
+  return has_signalling(&values->real, 2 * count);
 }
 
 template <typename Number>
 bool numpy1_would_warn(const Number* values, std::size_t count) noexcept {
   static const bool is_numpy_1 = PyArray_GetNDArrayCFeatureVersion() < NPY_2_0_API_VERSION;
-  if (!is_numpy_1) return false;
-  std::uint64_t found = 0;
-  for (std::size_t i = 0; i < count; ++i) found |= signalling(values[i]);
-  return found != 0;
+  return is_numpy_1 && has_signalling(values, count);
 }
 
 template <typename Number>

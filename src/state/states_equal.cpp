@@ -128,8 +128,7 @@ bool compare_arrays(PyObject* a, PyObject* b) {
 
 bool compare_mappings(PyObject* a, PyObject* b, MisfitPath& path) {
   Ref right = get_attr(b, own_names.entries);
-  Ref left_keys =
-      own(PySet_New(keys(get_attr(a, own_names.entries).get()).get()));
+  Ref left_keys = own(PySet_New(keys(get_attr(a, own_names.entries).get()).get()));
   Ref right_keys = own(PySet_New(keys(right.get()).get()));
   if (compare(left_keys.get(), right_keys.get(), Py_NE)) return false;
   return all_of(get_attr(a, own_names.entries).get(), [&](PyObject* key) {
