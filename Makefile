@@ -18,14 +18,14 @@ help: ## List the commands
 	@grep -hE '^[a-z-]+:.*## ' $(MAKEFILE_LIST) | sed -E 's/:.*## /\t/' | expand -t 12
 
 require:
+	@[ -w . ] || { echo "This folder cannot be written to, and .venv and build are made in it: work in a clone of your own"; exit 1; }
 	@[ -n "$(PYTHON)" ] && $(PYTHON) -c 'import sys; sys.exit(sys.version_info[:2] != (3, 11))' 2>/dev/null \
 	  || { echo "CPython 3.11 is needed: put python3.11 on the path, or say make PYTHON=/path/to/python3.11"; exit 1; }
 	@$(PYTHON) -c 'import os, sys, sysconfig; sys.exit(not os.path.exists(os.path.join(sysconfig.get_path("include"), "Python.h")))' \
 	  || { echo "The headers of CPython 3.11 are missing (Debian: the package python3.11-dev)"; exit 1; }
-	@command -v $${CXX:-c++} >/dev/null \
-	  || { echo "A C++ compiler with C++20 is missing (Debian: the package g++)"; exit 1; }
 
 $(VENV)/tools: pyproject.toml | require
+	@scripts/compiler.sh
 	@$(PYTHON) -m venv $(VENV) || { echo "python -m venv does not work (Debian: the package python3.11-venv)"; exit 1; }
 	$(PIP) install --quiet 'pip>=25.1'
 	$(PIP) install --quiet --group build --group test --group cli
@@ -58,6 +58,7 @@ $(VENV)/docs-tools: $(VENV)/tools
 
 # The build directory stays, so that a second run compiles only what changed.
 $(VENV)/installed: $(PACKAGE_SOURCES) $(VENV)/tools
+	@scripts/compiler.sh
 	$(PIP) install --quiet --no-build-isolation --no-deps -C cmake.define.TYPED_SHAPES_WERROR=ON .
 	@touch $@
 
