@@ -11,6 +11,10 @@ PACKAGE_SOURCES := pyproject.toml $(NATIVE_SOURCES) $(wildcard functions/*) $(wi
 PYTHON_TREES := cli tests benchmarks examples scripts docs reference
 OTHER_PYTHONS := $(foreach minor,12 13,build/python3.$(minor)/ready)
 
+# What pytest and Matplotlib would leave in /tmp and in the home folder.
+export PYTEST_DEBUG_TEMPROOT := $(CURDIR)/build
+export MPLCONFIGDIR := $(CURDIR)/build/matplotlib
+
 .PHONY: help demo test lint format sanitize harden harden-quick mutants wheel compat bench bench-check docs stats clean require
 .DELETE_ON_ERROR:
 

@@ -16,6 +16,7 @@ from pathlib import Path
 import pytest
 
 EXAMPLE = Path(__file__).resolve().parent.parent / "examples" / "batches_on_dask.py"
+FOLDER = EXAMPLE.parent.parent / "build" / "dask"  # else Dask writes beside the clone
 PATH = f"{EXAMPLE.parent}{os.pathsep}{os.environ.get('PYTHONPATH', '')}".rstrip(os.pathsep)
 pytestmark = pytest.mark.skipif(
     importlib.util.find_spec("distributed") is None or "TYPED_SHAPES_SANITIZED" in os.environ,
@@ -47,7 +48,7 @@ def anything_left(group: int) -> bool:
 
 def run(*words: str) -> str:
     """Run Python in a process group of its own, and see that it leaves no process behind."""
-    env = {**os.environ, "PYTHONPATH": PATH}
+    env = {**os.environ, "PYTHONPATH": PATH, "DASK_TEMPORARY_DIRECTORY": f"{FOLDER}"}
     with tempfile.TemporaryFile("w+") as log:  # a pipe stays open as long as anything is left
         command = [sys.executable, *words]
         child = subprocess.Popen(command, env=env, stdout=log, stderr=log, start_new_session=True)

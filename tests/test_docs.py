@@ -33,6 +33,7 @@ def test_completion_shows_the_fields_of_a_graph(tmp_path: Path) -> None:
     for made in (package / "__init__.py", package.parent / "__init__.py"):
         made.touch()
     shutil.copy(ROOT / "functions" / "_typed_shapes.pyi", package)
+    jedi.settings.cache_directory = str(ROOT / "build" / "jedi")
     project = jedi.Project(tmp_path, sys_path=[str(tmp_path)])
     code = "from quillmere.functions._typed_shapes import coerce_graph as of\nof({}).children[0]."
     script = jedi.Script(code, project=project)
