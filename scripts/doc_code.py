@@ -10,7 +10,7 @@ from pathlib import Path
 ROOT = Path(__file__).resolve().parent.parent
 TARGET = ROOT / "build" / "doc_code"
 # Those that show how the records are used; others misuse them to show what is refused.
-PAGES = ["README.md", "docs/quickstart.md", "docs/reading_records.md"]
+PAGES = ["README.md", "PACKAGE.md", "docs/quickstart.md", "docs/reading_records.md"]
 BLOCK = re.compile(r"^```python\n(.*?)^```", re.MULTILINE | re.DOTALL)
 
 

@@ -12,7 +12,7 @@ from quillmere.functions import _typed_shapes as ts
 
 ROOT = Path(__file__).parent.parent
 RULES = ROOT / "docs" / "records" / "index.md"
-PAGES = [ROOT / "README.md", *sorted(ROOT.glob("docs/**/*.md"))]
+PAGES = [ROOT / "README.md", ROOT / "PACKAGE.md", *sorted(ROOT.glob("docs/**/*.md"))]
 WITH_EXAMPLES = [page for page in PAGES if "\n>>> " in page.read_text()]
 
 
