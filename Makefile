@@ -80,7 +80,7 @@ demo: $(VENV)/installed ## Build everything and run the main job on real payload
 test: $(VENV)/installed $(OTHER_PYTHONS) ## Build everything and run the tests
 	$(BIN)/python -m pytest $(PYTEST_ARGS)
 
-lint: $(VENV)/installed $(VENV)/lint-tools ## Check format, types and the C++ rules
+lint: $(VENV)/installed $(VENV)/lint-tools ## Check format, types and the C++ rules (of what changed; TIDY_ARGS=--all: of all)
 	$(BIN)/clang-format --dry-run --Werror $(wildcard src/*/*.cpp src/*/*.h)
 	$(BIN)/ruff format --check $(PYTHON_TREES) functions
 	$(BIN)/ruff check $(PYTHON_TREES) functions
@@ -92,7 +92,7 @@ lint: $(VENV)/installed $(VENV)/lint-tools ## Check format, types and the C++ ru
 	$(BIN)/mypy build/doc_code
 	$(BIN)/basedpyright --level error build/doc_code
 	$(BIN)/python scripts/source_rules.py
-	$(BIN)/python scripts/tidy.py
+	$(BIN)/python scripts/tidy.py $(TIDY_ARGS)
 
 format: $(VENV)/lint-tools ## Format all sources
 	$(BIN)/clang-format -i $(wildcard src/*/*.cpp src/*/*.h)

@@ -18,10 +18,10 @@ import sys
 from collections import Counter
 from pathlib import Path
 
+from build_folder import BIN, configure
 from universalmutator.mutator import mutants_regexp
 
 ROOT = Path(__file__).resolve().parent.parent
-BIN = Path(sys.executable).parent
 WORK = ROOT / "build" / "mutants"
 TREE, BUILD, SITE = WORK / "tree", WORK / "cmake", WORK / "site"
 RULES = ["universal.rules", "c_like.rules", "cpp.rules"]
@@ -37,16 +37,7 @@ def copy_sources() -> None:
     TREE.mkdir(parents=True)
     archive = subprocess.run(["git", "archive", "HEAD"], cwd=ROOT, check=True, capture_output=True)
     subprocess.run(["tar", "-x", "-C", f"{TREE}"], input=archive.stdout, check=True)
-    options = {
-        "CMAKE_BUILD_TYPE": "Debug",
-        "CMAKE_CXX_FLAGS": "-O1 -g0",
-        "CMAKE_INSTALL_PREFIX": SITE,
-        "CMAKE_MAKE_PROGRAM": BIN / "ninja",
-        "Python_EXECUTABLE": sys.executable,
-    }
-    command = [f"{BIN}/cmake", "-S", f"{TREE}", "-B", f"{BUILD}", "-G", "Ninja"]
-    command += [f"-D{name}={value}" for name, value in options.items()]
-    subprocess.run(command, check=True, stdout=subprocess.DEVNULL)
+    configure(TREE, BUILD, CMAKE_CXX_FLAGS="-O1 -g0", CMAKE_INSTALL_PREFIX=SITE)
 
 
 def build() -> str:
