@@ -14,7 +14,7 @@ from typing import Annotated, Any
 import typer
 from typer.core import TyperGroup
 
-from typed_shapes_cli import rendering, reporting
+from typed_shapes_cli import drawing, rendering, reporting
 from typed_shapes_cli.checking import Result, results
 from typed_shapes_cli.console import (
     console,
@@ -51,6 +51,7 @@ EXAMPLES = """[bold]Examples[/]
   typed-shapes check --as graph graphs/*.json
   curl -s $URL | typed-shapes check --as evidence --lines -
   typed-shapes same before.npz after.npz
+  typed-shapes draw momentum.json -o momentum.svg
 """
 EXIT_CODES = """[bold]Exit codes[/]
   0    all is well
@@ -219,6 +220,12 @@ def same(
     for file, value in ((a, difference.left), (b, difference.right)):
         out.print(words(f"  {file.name}: {value}"), soft_wrap=True)
     raise typer.Exit(MISFIT)
+
+
+app.command(
+    epilog="[bold]Examples[/]\n  typed-shapes draw momentum.json -o momentum.svg\n"
+    "  typed-shapes draw --depth 3 alphas.json -o alphas.html"
+)(drawing.draw)
 
 
 @app.command()
