@@ -10,6 +10,8 @@ import jedi
 import pytest
 from quillmere.functions import _typed_shapes as ts
 
+from scripts import json_errors
+
 ROOT = Path(__file__).parent.parent
 RULES = ROOT / "docs" / "records" / "index.md"
 PAGES = [ROOT / "README.md", ROOT / "PACKAGE.md", *sorted(ROOT.glob("docs/**/*.md"))]
@@ -25,6 +27,10 @@ def test_page(page: Path) -> None:
     failed, attempted = doctest.DocTestRunner(optionflags=doctest.ELLIPSIS).run(test)
     assert failed == 0
     assert attempted == text.count("\n>>> ")
+
+
+def test_the_table_of_errors_is_what_json_raises() -> None:
+    assert f"-->\n{json_errors.table()}<!--" in (RULES.parent / "errors.md").read_text()
 
 
 def test_completion_shows_the_fields_of_a_graph(tmp_path: Path) -> None:
