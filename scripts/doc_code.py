@@ -9,8 +9,9 @@ from pathlib import Path
 
 ROOT = Path(__file__).resolve().parent.parent
 TARGET = ROOT / "build" / "doc_code"
-# Those that show how the records are used; others misuse them to show what is refused.
-PAGES = ["README.md", "PACKAGE.md", "docs/quickstart.md", "docs/reading_records.md"]
+# The pages that show how the records are used; others misuse them to show what is refused.
+NAMES = ["index", "quickstart", "typing", "writing_back", "reading_records", "why"]
+PAGES = ["README.md", "PACKAGE.md", *(f"docs/{name}.md" for name in NAMES)]
 BLOCK = re.compile(r"^```python\n(.*?)^```", re.MULTILINE | re.DOTALL)
 
 
