@@ -24,8 +24,10 @@ PAGE = Path(__file__).resolve().parent.parent / "docs" / "records" / "errors.md"
 TABLE = re.compile(r"(?<=<!-- by scripts/json_errors.py -->\n).*?(?=<!-- end -->)", re.DOTALL)
 HEAD = "| way in | where | JSON there, for example | raised |\n|---|---|---|---|\n"
 
-VALUES = """null true false 0 1 -5 2.5 1e999 NaN "" "a" "ab" "carry" [] [1] ["a"] ["ab"] [[]] [["a",1]]
-    [[[],1]] [{}] [{"name":"a"}] {} {"a":1} {"a":{}} {"name":""}""".split()
+VALUES = r"""
+null true false 0 1 -5 2.5 1e999 NaN "" "a" "ab" "carry" [] [1] ["a"] ["ab"] [[]] [["a",1]] [[[],1]]
+[{}] [{"name":"a"}] {} {"a":1} {"a":{}} {"name":""}
+"""
 TOO_DEEP = "too many levels"
 DEEP = 2 * sys.getrecursionlimit()
 
@@ -105,7 +107,7 @@ def findings() -> Iterator[tuple[str, str, str, str]]:
     for _ in range(DEEP):
         node, nested = {"op": "a", "args": [node]}, [nested]
     for name, (call, fitting) in WAYS_IN.items():
-        for text in VALUES:
+        for text in VALUES.split():
             for place, payload in variants(fitting, json.loads(text)):
                 if (error := raised(call, payload)) not in (None, "SchemaError"):
                     yield name, str(error), place, text
