@@ -58,9 +58,13 @@ class InvalidFunctionStateError(ValueError):
     """
 
     function_name: str | None
+    """The function that refused: the expected name."""
     expected_function_version: int | None
+    """The version that it expected."""
     state_type: str | None
+    """The name of the type of the whole payload."""
     reason: str | None
+    """Which check failed; the four codes are in the text of the class."""
 
     def __init__(
         self,
@@ -77,8 +81,11 @@ class FunctionState:
     """A stateful function's state in transport; ``validate_function_state`` does the checking."""
 
     function_name: str
+    """The name of the function whose state this is."""
     function_version: int
+    """The version of the layout of that function's state."""
     data: Any
+    """The state; a restore accepts a ``dict`` only."""
 
 def _reject_function_state(
     message: str, *, expected_name: str, expected_version: int, state: Any, reason: str
@@ -110,14 +117,23 @@ class FunctionGraphNode:
     """
 
     type: str
+    """The kind: "rotation", "feature", "signal" and so on."""
     node: Any = None
+    """What the kind applies: the name of an operation, a feature or a function."""
     children: list[FunctionGraphNode] = field(default_factory=list)
+    """The nodes whose results this one takes, in their order."""
     config: dict[str, Any] = field(default_factory=dict)
+    """The parameters of the operation, by name."""
     canonical_id: str | None = None
+    """The node's identifier in the graph layer and in checkpoints."""
     family: str | None = None
+    """The family to which the node belongs; free-form."""
     value: Any = None
+    """The value that the node carries, such as a constant; free-form."""
     _node_identities: dict[str, Any] | None = field(default=None, compare=False, repr=False)
+    """A cache of the graph layer."""
     _collect_nodes_cache: Any | None = field(default=None, compare=False, repr=False)
+    """A cache of the graph layer."""
 
     def __post_init__(self) -> None: ...
     @classmethod
@@ -127,7 +143,7 @@ class FunctionGraphNode:
         Older keys stand in for absent ones: "name" or "function_name" for "node", "args" for
         "children", "params" for "config"; without a "type", or with "expression", "op" tells the
         kind. ``SchemaError`` for what is not a mapping (nodes included), an unknown kind and
-        children that are not a ``list``; a config that is no ``dict`` becomes an empty one.
+        children that are not a ``list``; a config that is not a ``dict`` becomes an empty one.
         """
 
 def coerce_graph(raw: Any) -> FunctionGraphNode:
@@ -137,14 +153,18 @@ def coerce_graph(raw: Any) -> FunctionGraphNode:
 class WindowSpec:
     """The window parameter of a stateful rotation.
 
-    Each field is an ``int`` or ``None``, else ``SchemaError``; a ``bool`` is no window length.
+    Each field is an ``int`` or ``None``, else ``SchemaError``; a ``bool`` is not a window length.
     How the four relate is not checked: a minimum may exceed the maximum.
     """
 
     minimum: int | None = None
+    """The lower bound; "min" in a payload."""
     maximum: int | None = None
+    """The upper bound; "max" in a payload."""
     default: int | None = None
+    """The length where no value is given."""
     value: int | None = None
+    """The length that was chosen."""
 
     def __post_init__(self) -> None: ...
     @classmethod
@@ -171,12 +191,19 @@ class ParamSpec:
     """
 
     name: str
+    """The name of the parameter."""
     type: str | None = None
+    """The name of its type, as the declaration says it; not checked."""
     default: Any = None
+    """Its default value."""
     minimum: Any = None
+    """Its lower bound; "min" in a payload."""
     maximum: Any = None
+    """Its upper bound; "max" in a payload."""
     variadic: bool = False
+    """Whether it takes any number of values."""
     window: WindowSpec | None = None
+    """Its window, if it has one."""
 
     def __post_init__(self) -> None: ...
     @classmethod
@@ -209,7 +236,9 @@ class LiveCheckpoint:
     """A live evaluation's state per signal and per node: two ``dict``, else ``SchemaError``."""
 
     signals: dict[str, dict[str, Any]] = field(default_factory=dict)
+    """The state of each signal, by name."""
     nodes: dict[str, dict[str, Any]] = field(default_factory=dict)
+    """The state of each graph node, by name."""
 
     def __post_init__(self) -> None: ...
     @classmethod
@@ -233,7 +262,9 @@ class UniverseMasks:
     """
 
     by_tag: dict[str, NDArray[Any]]
+    """The mask of each universe, by its tag."""
     n_alloc: int
+    """The number of allocation slots, which is the length of every mask."""
 
     def __post_init__(self) -> None: ...
     @classmethod
@@ -243,8 +274,12 @@ class UniverseMasks:
         ``SchemaError`` for an instance of another ``n_alloc`` and for any other payload.
         """
 
-    def __contains__(self, tag: object) -> bool: ...
-    def __getitem__(self, tag: str) -> _Mask: ...
+    def __contains__(self, tag: object) -> bool:
+        """Whether there is a mask of this tag."""
+
+    def __getitem__(self, tag: str) -> _Mask:
+        """The mask of ``tag``; ``KeyError`` if there is none."""
+
     @overload
     def get(self, tag: str, default: None = None) -> _Mask | None:
         """The mask of ``tag``, or ``default``."""
@@ -265,6 +300,7 @@ class HistoryData:
     """
 
     by_feature: dict[str, NDArray[np.float64]]
+    """The values of each feature, by name: a row a tick, a column an instrument."""
 
     def __post_init__(self) -> None: ...
     @classmethod
@@ -274,8 +310,11 @@ class HistoryData:
         ``SchemaError`` for any other payload; ``context`` names the producer in its message.
         """
 
-    def __contains__(self, feat: object) -> bool: ...
-    def __getitem__(self, feat: str) -> NDArray[np.float64]: ...
+    def __contains__(self, feat: object) -> bool:
+        """Whether there is a feature of this name."""
+
+    def __getitem__(self, feat: str) -> NDArray[np.float64]:
+        """The array of ``feat``; ``KeyError`` if there is none."""
 
 @dataclass
 class CostResult:
@@ -287,7 +326,9 @@ class CostResult:
     """
 
     total: NDArray[Any]
+    """The cost, by slot or however the engine lays it out."""
     breakdown: dict[str, NDArray[Any]] = field(default_factory=dict)
+    """Its named components. They need not have the shape of the total, nor add up to it."""
 
     def __post_init__(self) -> None: ...
     @classmethod
@@ -298,24 +339,36 @@ class CostResult:
     def shape(self) -> tuple[int, ...]:
         """The shape of ``total``."""
 
-    def __len__(self) -> int: ...
-    def __getitem__(self, key: Any) -> Any: ...
-    def __array__(self, dtype: DTypeLike | None = None) -> NDArray[Any]: ...
+    def __len__(self) -> int:
+        """The length of the first axis of ``total``."""
+
+    def __getitem__(self, key: Any) -> Any:
+        """``total[key]``, with NumPy's rules."""
+
+    def __array__(self, dtype: DTypeLike | None = None) -> NDArray[Any]:
+        """``total`` itself for ``np.asarray(result)``, converted where a dtype is asked for."""
 
 @dataclass
 class Evidence:
     """The evidence of one check: a free-form ``dict`` (else ``SchemaError``) and access to it."""
 
     data: dict[str, Any] = field(default_factory=dict)
+    """What the check found, under keys of its own."""
 
     def __post_init__(self) -> None: ...
     @classmethod
     def from_raw(cls, raw: Any) -> Self:
         """Copy a mapping; ``None`` is empty; else ``SchemaError``, even for an ``Evidence``."""
 
-    def __getitem__(self, key: str) -> Any: ...
-    def __setitem__(self, key: str, value: Any) -> None: ...
-    def __contains__(self, key: object) -> bool: ...
+    def __getitem__(self, key: str) -> Any:
+        """The value of ``key``; ``KeyError`` if there is none."""
+
+    def __setitem__(self, key: str, value: Any) -> None:
+        """Set the value of ``key``."""
+
+    def __contains__(self, key: object) -> bool:
+        """Whether there is a value of ``key``."""
+
     def items(self) -> ItemsView[str, Any]:
         """The pairs of ``data``, as a live view."""
 
@@ -344,9 +397,13 @@ class CheckpointManifest:
     """
 
     tick_timestamp: Any
+    """When the checkpoint was taken, as its producer writes it."""
     dag_metadata: Any
+    """What the producer says about the function graph."""
     canonical_id_to_filename: Mapping[str, str]
+    """The file of each node's state, by the node's canonical identifier."""
     extras: Mapping[str, Any] = field(default_factory=dict)
+    """All other keys of the payload."""
 
     def __post_init__(self) -> None: ...
     @classmethod
@@ -362,6 +419,7 @@ class Metaparameters:
     """``{pool_id: {stage: option}}``, a non-empty ``dict`` of ``dict``, else ``SchemaError``."""
 
     by_pool: Mapping[str, Mapping[str, str]]
+    """For each pool the option that was chosen for each stage."""
 
     def __post_init__(self) -> None: ...
     @classmethod
@@ -369,7 +427,7 @@ class Metaparameters:
         """Tell the per-pool form from all others: an instance for it, ``None`` for the rest.
 
         Never raises; ``None`` also stands for the flat form, an empty ``dict`` and mappings that
-        are no ``dict``. An instance passes through; a ``dict`` is copied at the top level.
+        are not a ``dict``. An instance passes through; a ``dict`` is copied at the top level.
         """
 
 @dataclass
@@ -382,8 +440,11 @@ class StageData:
     """
 
     flat: dict[str, NDArray[Any]] = field(default_factory=dict)
+    """The arrays, with T on axis 0."""
     nested: dict[str, Mapping[str, Any]] = field(default_factory=dict)
+    """The dictionaries, in which arrays have T on axis 0."""
     opaque: dict[str, Any] = field(default_factory=dict)
+    """Everything else, which passes through unchanged."""
 
     def __post_init__(self) -> None: ...
     @classmethod
@@ -434,17 +495,21 @@ class EraIndexManifest:
     """
 
     schema_version: int
+    """The version of the format: 2."""
     bundle_kind: str
+    """The kind of the bundle: "era_index"."""
     epochs: dict[str, Any]
+    """The index itself, by era; its values are the producer's."""
     extras: dict[str, Any] = field(default_factory=dict)
+    """All other keys of the payload."""
 
     def __post_init__(self) -> None: ...
     @classmethod
     def from_raw(cls, raw: Any) -> Self:
         """Coerce a mapping leniently and leave the verdict to the constructor.
 
-        A version that is no ``int`` becomes 0, a missing kind "", epochs that are no ``dict``
-        ``{}``. ``SchemaError`` for what is not a mapping, and from the constructor.
+        A version that is not an ``int`` becomes 0, a missing kind "", and epochs that are not a
+        ``dict`` become ``{}``. ``SchemaError`` for what is not a mapping, and from the constructor.
         """
 
 @dataclass(frozen=True)
@@ -452,6 +517,7 @@ class TargetInstrumentEntry:
     """An entry of a ``target_instruments`` list: its payload, a ``dict`` (else ``SchemaError``)."""
 
     payload: Mapping[str, Any]
+    """The entry as it came; its keys are for the output writer."""
 
     def __post_init__(self) -> None: ...
     @classmethod
@@ -470,6 +536,7 @@ class AggregationOutput:
     """
 
     by_dotted_key: Mapping[str, NDArray[Any]]
+    """The arrays, by "<plugin>.<output>"."""
 
     def __post_init__(self) -> None: ...
     @classmethod
@@ -482,19 +549,22 @@ class AggregationOutput:
     def items(self) -> ItemsView[str, NDArray[Any]]:
         """The pairs of dotted key and array, as a live view."""
 
-    def __iter__(self) -> Iterator[str]: ...
+    def __iter__(self) -> Iterator[str]:
+        """Iterate over the dotted keys."""
 
 @dataclass(frozen=True)
 class StateScalar:
     """A state value that is neither array nor container; any object is kept as it is."""
 
     value: Any
+    """The value itself."""
 
 @dataclass(frozen=True)
 class StateArray:
     """An array in a state, of any shape and dtype; ``SchemaError`` for what is not an array."""
 
     data: NDArray[Any]
+    """The array itself, not a copy."""
 
     def __post_init__(self) -> None: ...
 
@@ -503,6 +573,7 @@ class StateMapping:
     """State values by key; ``SchemaError`` unless the entries are a ``dict``."""
 
     entries: Mapping[str, StateValue]
+    """The typed values, by key."""
 
     def __post_init__(self) -> None: ...
 
@@ -511,6 +582,7 @@ class StateSequence:
     """State values in order, from a list or a tuple alike; nothing is checked."""
 
     items_: tuple[StateValue, ...]
+    """The typed values, in order."""
 
 StateValue: TypeAlias = StateScalar | StateArray | StateMapping | StateSequence
 
