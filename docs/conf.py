@@ -1,7 +1,7 @@
 """How the pages are built; ``make docs`` puts them into build/docs.
 
-The texts of the reference are those of the stub, where they say more than the module's own docstrings;
-the latter stand folded below them, as ``help()`` shows them.
+The texts of the reference are those of the stub, where they say more than the docstrings of the
+module itself; these stand folded below them, as ``help()`` shows them.
 """
 
 from __future__ import annotations
@@ -58,7 +58,7 @@ NativeFunction = type(_typed_shapes.coerce_graph)
 
 
 def definitions(body: list[ast.stmt], owner: str = "") -> Iterator[tuple[str, ast.stmt]]:
-    """Classes, functions and fields by qualified name; of overloads the first, which has the text."""
+    """Classes and functions by qualified name; of overloads the first, which has the text."""
     for node in reversed(body):
         if isinstance(node, ast.ClassDef | ast.FunctionDef):
             yield owner + node.name, node
