@@ -126,7 +126,7 @@ def link_sections_to_reference(app: Sphinx, tree: nodes.document) -> None:
         title = section[0].astext()
         if app.env.docname.startswith("records/") and hasattr(_typed_shapes, title):
             reference = addnodes.pending_xref(
-                "", nodes.inline(text="reference"), refdomain="py", reftype="obj",
+                "", nodes.inline(text="In the reference"), refdomain="py", reftype="obj",
                 reftarget=f"{MODULE}.{title}", refdoc=app.env.docname, refwarn=True,
             )  # fmt: skip
             section.insert(1, nodes.paragraph("", "", reference, classes=["to-reference"]))
