@@ -251,8 +251,8 @@ def report() -> tuple[bool, str]:
     print(*ours[:40], sep="\n")
     points, import_points = (sum(count for count, _ in part) for part in (results, imported))
     return bool(ours), (
-        f"{points:,} points of {len(results)} sweeps and {import_points:,} of an import: "
-        f"{len(ours)} faults, {len(findings) - len(ours)} of the interpreter and NumPy"
+        f"{points:,} allocations failed in {len(results)} sweeps over calls, {import_points:,} in "
+        f"imports: {len(ours)} faults of ours, {len(findings) - len(ours)} of others"
     )
 
 
@@ -271,7 +271,7 @@ def main() -> int:
     again = subprocess.run(command, env=env, stdout=subprocess.PIPE, text=True)
     *lines, preloaded = again.stdout.splitlines() or ["nothing"]
     print(*lines, sep="\n")
-    print(f"figures: the interpreter's allocators: {figures}; malloc: {preloaded}")
+    print(f"figures: in Python's allocators {figures}; in malloc {preloaded}")
     return failed or again.returncode != 0
 
 

@@ -191,7 +191,7 @@ def look_at_the_stack() -> None:
             with path():
                 one, two = (deepest(size, shape, call) for size in (MIB, 2 * MIB))
             taken.append(f"{name} {path.__name__} {MIB // (two - one)}")
-    print("bytes of stack a level:", ", ".join(taken))
+    print("bytes of stack for a level:", ", ".join(taken))
 
 
 def with_kernels(processor: str) -> tuple[bool, str]:
@@ -221,7 +221,7 @@ def main() -> int:
     with ThreadPoolExecutor(2) as pool:
         total = sum(pool.map(sweep, range(len(PLACES))), Counter())
     counts = ", ".join(f"{number} {outcome}" for outcome, number in total.items())
-    print(f"figures: {total.total():,} combinations of call, stack and limit: {counts}; {stack}")
+    print(f"figures: {total.total():,} attempts: {counts}; {stack}")
     return int(not FINE.issuperset(total) or not all(passed for passed, _ in kernels.values()))
 
 

@@ -133,7 +133,7 @@ def look_at_sites() -> int:
     missed = [line for line in sites if line.count == 0 and line.reason is None]
     missed = [line for line in missed if not any(part in line.text for part in ELSEWHERE)]
     print(*(f"{line.place}: {line.text}" for line in missed), sep="\n")
-    print(f"figures: {len(missed)} lines that raise are reached by no call")
+    print(f"figures: {len(missed)} lines that raise were not reached")
     return status or bool(missed)
 
 

@@ -144,10 +144,10 @@ def main() -> int:
     suite = subprocess.run([sys.executable, *SUITE], capture_output=True, text=True)
     wrong = [outcome for outcome in outcomes if outcome.startswith("WRONG")]
     print(*wrong[:20], suite.stdout if suite.returncode else "", sep="\n")
-    calls = ", ".join(f"{number} {outcome}" for outcome, number in outcomes.items())
+    calls = ", ".join(f"{number:,} {outcome}" for outcome, number in outcomes.items())
     summary = suite.stdout.strip().splitlines()[-1].strip("= ")
-    kept = f"{drift:+} memory blocks since the second turn"
-    print(f"figures: calls: {calls}; {kept}; suite in 8 threads: {summary}")
+    kept = f"{drift:+} blocks of memory over the last two turns"
+    print(f"figures: {calls}; {kept}; suite in 8 threads: {summary}")
     # Threads that ended keep some blocks; a leak in one call of a thousand would be far above that.
     leaks = abs(drift) > 200 or turns[3][1:] != turns[1][1:]
     return int(bool(wrong) or suite.returncode != 0 or leaks)

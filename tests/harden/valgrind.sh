@@ -25,6 +25,6 @@ ours = [e for e in errors if any("_typed_shapes" in f.findtext("obj", "") for f 
 leaks = [e for e in ours if e.findtext("kind", "").startswith("Leak_")]
 print(*(tree.tostring(error, "unicode") for error in ours), sep="\n")
 print(f"figures: {sys.argv[2]} under memcheck; {len(ours) - len(leaks)} errors and {len(leaks)} definite leaks "
-      f"of ours, {len(errors) - len(ours)} of others")
+      f"of ours, {len(errors) - len(ours)} errors of others")
 sys.exit(bool(ours) or int(sys.argv[3]))
 PYTHON
