@@ -1,8 +1,11 @@
 """What users are told: the examples of the documentation, what an editor completes and shows."""
 
 import doctest
+import json
 import re
 import shutil
+import subprocess
+import sys
 from dataclasses import fields
 from pathlib import Path
 
@@ -33,6 +36,12 @@ def test_page(page: Path) -> None:
 
 def test_the_table_of_errors_is_what_json_raises() -> None:
     assert f"-->\n{json_errors.table()}<!--" in (RULES.parent / "errors.md").read_text()
+
+
+def test_the_example_resumes_where_it_stopped() -> None:
+    command = [sys.executable, "-W", "error", ROOT / "examples" / "replay.py"]
+    done = subprocess.run(command, capture_output=True, text=True, check=True)
+    assert json.loads(done.stdout)["equal"] is True
 
 
 def test_completion_shows_the_fields_of_a_graph(tmp_path: Path) -> None:
