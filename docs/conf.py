@@ -21,6 +21,7 @@ from docutils import nodes
 from quillmere.functions import _typed_shapes
 from sphinx import addnodes
 from sphinx.application import Sphinx
+from sphinx.util import logging
 from sphinx.util.docutils import SphinxDirective
 
 project = "Typed shapes"
@@ -48,6 +49,7 @@ html_domain_indices = False
 html_show_copyright = False
 html_show_sphinx = False
 
+LOGGER = logging.getLogger(__name__)
 HERE = Path(__file__).parent
 MODULE = _typed_shapes.__name__
 MASK = "NDArray[np.float64 | np.float16 | np.bool_]"
@@ -79,18 +81,22 @@ def field_texts(owner: ast.ClassDef) -> Iterator[tuple[str, str]]:
 
 
 def say_what_the_stub_says(
-    _app: Sphinx, what: str, name: str, _item: Any, _options: Any, lines: list[str]
+    _app: Sphinx, what: str, name: str, item: Any, _options: Any, lines: list[str]
 ) -> None:
     node = STUB.get(name.removeprefix(f"{MODULE}."))
-    if not isinstance(node, ast.ClassDef | ast.FunctionDef) or not (
-        text := ast.get_docstring(node)
-    ):
+    if not isinstance(node, ast.ClassDef | ast.FunctionDef):
+        return
+    if not (text := ast.get_docstring(node)):
+        LOGGER.warning("the stub says nothing about %s", name)
         return
     own = inspect.cleandoc("\n".join(lines)).splitlines()
     lines[:] = text.splitlines()
     if isinstance(node, ast.ClassDef):
         role = "ivar" if what == "exception" else "param"
-        lines += ["", *(f":{role} {field}: {text}" for field, text in field_texts(node))]
+        texts = dict(field_texts(node))
+        lines += ["", *(f":{role} {field}: {told}" for field, told in texts.items())]
+        if untold := {*getattr(item, "__dataclass_fields__", ())} - texts.keys():
+            LOGGER.warning("the stub has no text for these fields of %s: %s", name, untold)
     if own:
         lines += ["", ".. admonition:: In ``help()``", "   :collapsible: closed", ""]
         lines += [f"   {line}" for line in own]

@@ -22,7 +22,7 @@ from quillmere.functions import _typed_shapes as ts
 
 PAGE = Path(__file__).resolve().parent.parent / "docs" / "records" / "errors.md"
 TABLE = re.compile(r"(?<=<!-- by scripts/json_errors.py -->\n).*?(?=<!-- end -->)", re.DOTALL)
-HEAD = "| way in | where | JSON there, for example | raised |\n|---|---|---|---|\n"
+HEAD = "| raised | by | JSON there, for example |\n|---|---|---|\n"
 
 VALUES = r"""
 null true false 0 1 -5 2.5 1e999 NaN "" "a" "ab" "carry" [] [1] ["a"] ["ab"] [[]] [["a",1]] [[[],1]]
@@ -77,6 +77,17 @@ WAYS_IN: dict[str, tuple[Callable[[Any], object], Fitting]] = {
 }
 
 
+def ways_left_out() -> set[str]:
+    """The class methods of exported classes that WAYS_IN lacks."""
+    classes = [value for name in ts.__all__ if isinstance(value := getattr(ts, name), type)]
+    return {
+        f"{owner.__name__}.{name}"
+        for owner in classes
+        for name, value in vars(owner).items()
+        if isinstance(value, classmethod)
+    } - WAYS_IN.keys()
+
+
 def variants(payload: Any, value: Any, place: str = "the payload") -> Iterator[tuple[str, Any]]:
     """The payload with each of its parts replaced in turn, and the place where that was done."""
     yield place, value
@@ -106,6 +117,8 @@ def findings() -> Iterator[tuple[str, str, str, str]]:
     nested: list[Any] = []
     for _ in range(DEEP):
         node, nested = {"op": "a", "args": [node]}, [nested]
+    if left_out := ways_left_out():
+        raise LookupError(f"WAYS_IN lacks {left_out}")
     for name, (call, fitting) in WAYS_IN.items():
         for text in VALUES.split():
             for place, payload in variants(fitting, json.loads(text)):
@@ -134,7 +147,7 @@ def table() -> str:
         for place, texts in places.items():
             rows[name, examples(texts), error].append(place)
     return HEAD + "".join(
-        f"| `{name}` | {', '.join(places)} | {texts} | `{error}` |\n"
+        f"| `{error}` | `{name}`: {', '.join(places)} | {texts} |\n"
         for (name, texts, error), places in rows.items()
     )
 
