@@ -168,13 +168,14 @@ def _constructor(name: str) -> Work:
     return Work(f"{name}(**fields)", 1.0, "Class(**fields)", setup)
 
 
+CONSTRUCTORS = [*map(_constructor, payloads.record_fields())]
 ACCEPTED_WORKS = [
     *(
         Work(call, floor, call, names_of)
         for floor, calls in ACCEPTED.items()
         for call in calls.split("\n")[1:-1]
     ),
-    *map(_constructor, payloads.record_fields()),
+    *CONSTRUCTORS,
 ]
 REFUSED_WORKS = [
     Work(call, REFUSED_FLOOR, f"try: {call}\nexcept Exception: pass", names_of)

@@ -119,6 +119,7 @@ def _import_time(statement: str) -> float:
     command = [sys.executable, "-X", "importtime", "-c", f"import numpy; {statement}"]
     path = os.pathsep.join([str(HERE), os.environ.get("PYTHONPATH", "")])
     environment = {**os.environ, "PYTHONPATH": path, "OPENBLAS_NUM_THREADS": "1"}
+    environment.pop("PYTHONDONTWRITEBYTECODE", None)  # a user's modules are compiled once
     done = subprocess.run(command, env=environment, capture_output=True, text=True, check=True)
     lines = [line.split("|") for line in done.stderr.splitlines() if "|" in line]
     names = [line[2].rstrip() for line in lines]
