@@ -179,6 +179,12 @@ def measured(plan: Plan) -> tuple[Results, list[dict[str, Any]]]:
         few = {"rounds": 3, "seconds": plan.effort.seconds}
         say("cost per node")
         results["nodes"] = child("nodes", largest=10_000 if plan.quick else 1_000_000, effort=few)
+        say("what is left of a node")
+        results["limit"] = [
+            row
+            for nodes, rounds in ((1000, 300), (10_000 if plan.quick else 300_000, 9))
+            for row in child("limit", nodes=nodes, rounds=rounds)
+        ]
         say("throughput")
         results["throughput"] = child("throughput", largest=1 << 26, effort=effort)
         say("memory")

@@ -11,6 +11,7 @@ from rich.table import Table
 
 Results = dict[str, Any]
 WIDTH = 160
+PARTS = ("make", "faults", "free")
 PEERS = (
     "plain",
     "msgspec Struct",
@@ -96,16 +97,25 @@ def sizes(results: Results) -> Iterator[Sheet]:
             "native",
             "plain",
             "msgspec Struct",
+            "C loop",
             "plain / native",
             "Struct / native",
+            "C loop / native",
         )
         rows = []
         for point in results["nodes"]:
-            taken = [point[who] for who in headings[1:4]]
+            taken = [point[who] for who in headings[1:5]]
             times = [f"{seconds * 1e9:.0f} ns" for seconds in taken]
             against = [_ratio(other / taken[0]) for other in taken[1:]]
             rows.append((f"{point['size']:,}", *times, *against))
         yield Sheet("coerce_graph, cost of a node", headings, rows)
+    if "limit" in results:
+        headings = ("nodes", "", "make", "of that page faults", "free")
+        rows = [
+            (f"{row['nodes']:,}", row["who"], *(f"{row[part]:.0f} ns" for part in PARTS))
+            for row in results["limit"]
+        ]
+        yield Sheet("where the time of a node goes", headings, rows)
     if "throughput" in results:
         points = results["throughput"]
         headings = tuple(points[0])

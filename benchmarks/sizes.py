@@ -4,6 +4,7 @@ from __future__ import annotations
 
 from typing import Any
 
+import limit
 import msgspec
 import numpy as np
 import payloads
@@ -18,12 +19,14 @@ Curve = list[dict[str, float]]
 def nodes(effort: Effort, largest: int) -> Curve:
     """Seconds for a node of graphs of ever more nodes."""
     curve = []
+    loop = limit.make_graph()
     size = 10
     while size <= largest:
         names: dict[str, Any] = {
             "raw": payloads.graph_payload(size),
             "native": native.coerce_graph,
             "plain": plain.coerce_graph,
+            "loop": loop,
             "convert": msgspec.convert,
             "Struct": Struct,
         }
@@ -31,6 +34,7 @@ def nodes(effort: Effort, largest: int) -> Curve:
             "native": "native(raw)",
             "plain": "plain(raw)",
             "msgspec Struct": "convert(raw, Struct)",
+            "C loop": "loop(raw)",
         }
         taken = minima(
             {who: Timer(code, names, effort) for who, code in statements.items()}, effort

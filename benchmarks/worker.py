@@ -63,6 +63,10 @@ def result(order: dict[str, Any]) -> Any:
             import sizes
 
             return sizes.nodes(effort, order["largest"])
+        case "limit":
+            import limit
+
+            return limit.parts(order["nodes"], order["rounds"])
         case "throughput":
             import sizes
 

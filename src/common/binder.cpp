@@ -32,6 +32,17 @@ Refused refuse_argument_count(const ParameterList& parameters, std::size_t given
                    parameters.function_name, quantity, expected, expected == 1 ? "" : "s", given);
 }
 
+// The arguments, and then the defaults; false where one has none.
+bool fill_by_position(const ParameterList& parameters, const CallArguments& arguments,
+                      std::span<PyObject*> places) {
+  const auto given = static_cast<std::size_t>(arguments.positional);
+  for (std::size_t i = 0; i < places.size(); ++i) {
+    places[i] = i < given ? arguments.values[i] : parameters.defaults[i];
+    if (places[i] == nullptr) return false;
+  }
+  return true;
+}
+
 }  // namespace
 
 KeywordFaults match_arguments(std::span<PyObject* const> parameter_names,
@@ -59,6 +70,7 @@ bool bind_arguments(const ParameterList& parameters, const CallArguments& argume
                     std::span<PyObject*> places) {
   const auto given = static_cast<std::size_t>(arguments.positional);
   if (given > parameters.positional) return refuse_argument_count(parameters, given);
+  if (arguments.keywords == nullptr && fill_by_position(parameters, arguments, places)) return true;
 
   const KeywordFaults faults = match_arguments(parameters.names, arguments, places);
   if (faults.unexpected != nullptr && !PyUnicode_Check(faults.unexpected)) {

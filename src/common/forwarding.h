@@ -34,7 +34,25 @@ class Forward {
   static Result items(PyObject* self) { return typed_shapes::items(field_of(self).get()); }
   static Result values(PyObject* self) { return typed_shapes::values(field_of(self).get()); }
 
+  // object[key] and key in object without the methods above; for a class that has both.
+  static constexpr Slots slots() { return {.subscript = subscript, .contains = has}; }
+  static PyObject* subscript(PyObject* self, PyObject* key) {
+    return guarded([&] {
+      const RecursionLevel level;
+      return item(self, key);
+    });
+  }
+
  private:
+  static int has(PyObject* self, PyObject* key) {
+    int found = 0;
+    const int status = guarded_status([&] {
+      const RecursionLevel level;
+      found = static_cast<int>(typed_shapes::contains(field_of(self).get(), key));
+    });
+    return status < 0 ? status : found;
+  }
+
   static Result field_of(PyObject* self) { return kRecord.attribute(self, kField); }
 };
 

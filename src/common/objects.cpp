@@ -29,7 +29,7 @@ const PyCFunction keys_of_dict = method_of_dict("keys");
 const PyCFunction items_of_dict = method_of_dict("items");
 const PyCFunction values_of_dict = method_of_dict("values");
 const auto pop_of_dict =
-    reinterpret_cast<_PyCFunctionFast>(reinterpret_cast<void*>(method_of_dict("pop")));
+    reinterpret_cast<_PyCFunctionFast>(reinterpret_cast<void (*)()>(method_of_dict("pop")));
 
 Result view(PyCFunction of_dict, PyObject* mapping, PyObject* name) {
   if (!PyDict_CheckExact(mapping)) return call_method(mapping, name);

@@ -88,6 +88,8 @@ void Record::define(vectorcallfunc overlay) {
   watch_.start(type);
   // A documented slot that subclasses do not inherit: they go through type.__call__ as ever.
   type->tp_vectorcall = overlay;
+  if (table_.slots.subscript != nullptr) type->tp_as_mapping->mp_subscript = table_.slots.subscript;
+  if (table_.slots.contains != nullptr) type->tp_as_sequence->sq_contains = table_.slots.contains;
 }
 
 Ref Record::in_module() const {
@@ -194,11 +196,10 @@ bool Record::call_init(PyObject* instance, PyObject* const* values,
   const Ref init = globals::held(init_);
   const Ref mark = Ref::borrow(factory_mark_.get());
   std::array<PyObject*, kMaxParameters + 1> stack{instance};
-  std::transform(values, values + table_.fields.size(), stack.begin() + 1, [&](PyObject* value) {
-    const bool is_made =
-        value != nullptr && std::ranges::find(made, value, &Ref::get) != made.end();
-    return is_made ? mark.get() : value;
-  });
+  std::copy_n(values, table_.fields.size(), stack.begin() + 1);
+  for (const Ref& value : made) {
+    if (value) std::ranges::replace(stack, value.get(), mark.get());
+  }
   return static_cast<bool>(
       own(PyObject_Vectorcall(init.get(), stack.data(), table_.fields.size() + 1, nullptr)));
 }

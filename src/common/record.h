@@ -73,6 +73,13 @@ enum class Decorator {
 // stand in field order. False means "not sure": the canonical path decides.
 using Accepts = bool (*)(PyObject* const* values);
 
+// Slots of the class that need no look-up of the method behind them. The interpreter puts its own
+// back when that method is assigned, and gives subclasses its own.
+struct Slots {
+  binaryfunc subscript = nullptr;
+  objobjproc contains = nullptr;
+};
+
 struct RecordTable {
   const char* name;
   const char* doc;
@@ -81,6 +88,7 @@ struct RecordTable {
   // See with_fields().
   std::span<const Field> fields;
   Accepts accepts = nullptr;
+  Slots slots = {};
 };
 
 // `accepts` of fields that are validated one by one.
@@ -122,7 +130,7 @@ class Record {
   // Whether a native build is what the class itself would do.
   [[nodiscard]] bool untouched() noexcept { return watch_.untouched(); }
   // Enough to read an instance.
-  [[nodiscard]] bool attributes_untouched() noexcept { return watch_.attributes_untouched(); }
+  [[nodiscard]] bool fields_untouched() noexcept { return watch_.attributes_untouched(); }
   // What the module has under the class's name now.
   [[nodiscard]] Ref in_module() const;
   // isinstance(object, <that>)

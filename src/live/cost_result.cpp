@@ -77,6 +77,7 @@ constexpr RecordTable kTable = with_fields<kFields>({
            "``len``, subscription and NumPy's conversion are those of ``total``.\n",
     .decorator = Decorator::kPlain,
     .methods = kMethods,
+    .slots = {.subscript = Total::subscript},
 });
 
 constinit RecordOf<std::size(kFields)> record{kTable};

@@ -32,6 +32,7 @@ constexpr RecordTable kTable = with_fields<kFields>({
     .doc = "Typed wrapper for per-check evidence payloads.",
     .decorator = Decorator::kPlain,
     .methods = kMethods,
+    .slots = Data::slots(),
 });
 
 constinit RecordOf<std::size(kFields)> record{kTable};

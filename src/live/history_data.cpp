@@ -60,6 +60,7 @@ constexpr RecordTable kTable = with_fields<kFields>({
     .doc = "Per-feature historical-data payload for one replay or backfill batch.",
     .decorator = Decorator::kPlain,
     .methods = kMethods,
+    .slots = Features::slots(),
 });
 
 constinit RecordOf<std::size(kFields)> record{kTable};

@@ -20,12 +20,14 @@ TYPED_SHAPES_WIDE_VECTORS bool is_valid_block(const std::uint16_t* states,
   using Lane = std::int16_t;
   const auto lane = [](bool condition) { return static_cast<Lane>(-static_cast<Lane>(condition)); };
   Lane valid = lane(true);
+  // NOLINTBEGIN(bugprone-signed-bitwise)
   for (std::size_t i = 0; i < count; ++i) {
     const auto bits = static_cast<Lane>(states[i]);
     const auto magnitude = static_cast<Lane>(bits & 0x7FFF);
     const int state = lane(bits == 0x0000) | lane(bits == 0x3C00) | lane(magnitude > 0x7C00);
     valid = static_cast<Lane>(valid & state);
   }
+  // NOLINTEND(bugprone-signed-bitwise)
   return valid == lane(true);
 }
 

@@ -46,6 +46,7 @@ constexpr RecordTable kTable = with_fields<kFields, accepts>({
            "or bool; a float16 mask holds NaN, positive zero or positive one.\n",
     .decorator = Decorator::kPlain,
     .methods = kMethods,
+    .slots = Masks::slots(),
 });
 
 constinit RecordOf<std::size(kFields)> record{kTable};

@@ -137,7 +137,7 @@ bool surely_equal(PyObject* value, PyObject* expected) {
 
 // The data of a record that passes every check; null where the canonical path has to decide.
 Ref accepted_data(PyObject* state, PyObject* expected_name, PyObject* expected_version) {
-  if (!globals::untouched() || !record.attributes_untouched() || !record.is_exact(state)) return {};
+  if (!globals::untouched() || !record.fields_untouched() || !record.is_exact(state)) return {};
   Ref name = record.stored_field(state, 0);
   Ref version = record.stored_field(state, 1);
   Ref data = record.stored_field(state, 2);

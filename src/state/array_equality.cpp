@@ -76,28 +76,36 @@ bool may_overflow(Complex<Float> x) noexcept {
 template <typename Bits, typename Float>
 [[gnu::always_inline]] inline bool any_signalling(const Float* values, std::size_t count,
                                                   Bits infinity, Bits quiet_bit) noexcept {
+  // Narrow operands are promoted to int.
+  // NOLINTBEGIN(bugprone-signed-bitwise)
   constexpr Bits kSign = Bits{1} << (std::numeric_limits<Bits>::digits - 1);
   Bits found = 0;
   for (std::size_t i = 0; i < count; ++i) {
     const auto magnitude = static_cast<Bits>(std::bit_cast<Bits>(values[i]) & ~kSign);
-    const auto over = static_cast<Bits>(magnitude - infinity - 1U);
-    found = static_cast<Bits>(found | (~over & (over - (quiet_bit - 1U))));
+    const auto above_infinity = static_cast<Bits>(magnitude - infinity - Bits{1});
+    const auto below_quiet = static_cast<Bits>(above_infinity - quiet_bit + Bits{1});
+    found = static_cast<Bits>(found | (~above_infinity & below_quiet));
   }
   return (found & kSign) != 0;
+  // NOLINTEND(bugprone-signed-bitwise)
 }
-TYPED_SHAPES_WIDE_VECTORS bool has_signalling(const Half* values, std::size_t count) noexcept {
+TYPED_SHAPES_WIDE_VECTORS bool find_signalling(const Half* values, std::size_t count) noexcept {
   return any_signalling<std::uint16_t>(values, count, 0x7C00U, 0x0200U);
 }
-TYPED_SHAPES_WIDE_VECTORS bool has_signalling(const float* values, std::size_t count) noexcept {
+TYPED_SHAPES_WIDE_VECTORS bool find_signalling(const float* values, std::size_t count) noexcept {
   return any_signalling<std::uint32_t>(values, count, 0x7F80'0000U, 0x0040'0000U);
 }
-TYPED_SHAPES_WIDE_VECTORS bool has_signalling(const double* values, std::size_t count) noexcept {
+TYPED_SHAPES_WIDE_VECTORS bool find_signalling(const double* values, std::size_t count) noexcept {
   return any_signalling<std::uint64_t>(values, count, 0x7FF0'0000'0000'0000U,
                                        0x0008'0000'0000'0000U);
 }
+template <typename Number>
+bool has_signalling(const Number* values, std::size_t count) noexcept {
+  return find_signalling(values, count);
+}
 template <typename Float>
 bool has_signalling(const Complex<Float>* values, std::size_t count) noexcept {
-  return has_signalling(&values->real, 2 * count);
+  return find_signalling(reinterpret_cast<const Float*>(values), 2 * count);
 }
 
 template <typename Number>
