@@ -18,8 +18,8 @@ from typed_shapes_cli.app import app
 from typed_shapes_cli.console import console
 from typed_shapes_cli.difference import first_difference
 from typed_shapes_cli.kinds import KINDS
-from typed_shapes_cli.locating import in_graph
-from typed_shapes_cli.outcomes import format_path
+from typed_shapes_cli.locating import in_graph, in_order
+from typed_shapes_cli.misfits import format_path, misfit_path
 from typed_shapes_cli.summaries import array_facts
 from typer.testing import CliRunner
 
@@ -43,13 +43,14 @@ MISFITS = {
     "payloads/broken/target_instruments.json": ("target_instruments[1] must be an object", "[1]"),
     "payloads/broken/window.json": ("WindowSpec.maximum must be int or None; got str", "max"),
 }
+CLASSES = {"checkpoint": "ValueError", "target-instruments": "ValueError", "metaparameters": None}
 DEEP = '{"type": "bool", "children": [' * 5000 + "]}" * 5000
 INPUTS = [  # name, content, arguments before it, exit code, a part of what is said
     ("cut.json", b"{}", ["same", "/no/such/file"], 2, "cannot be read: No such file"),
     ("cut.json", b'{"type":', ["show"], 2, "is not valid JSON"),
     ("junk.npz", b"PK\x03\x04junk", ["show", "--as", "history"], 2, "not a readable .npz"),
     ("some.npz", b"", ["show"], 2, "a payload of kind graph is JSON"),
-    ("deep.json", DEEP.encode(), ["show"], 1, "deep.json: too deeply nested"),
+    ("deep.json", DEEP.encode(), ["show"], 2, "deep.json: too deeply nested: the limit is"),
     ("mixed.jsonl", b'true\n{\n{"min": 1}', ["check", "--as", "window"], 2, "1 fit, 1 misfit, 1"),
     ("null.json", b"null", ["show", "--as", "aggregation"], 1, "gave no aggregation output"),
     ("empty.json", b" \n", ["show"], 2, "empty.json: is empty"),
@@ -102,7 +103,13 @@ def test_every_broken_example_is_refused_with_the_text_of_the_library() -> None:
         code, output = run("check", "--as", kind, "--format", "json", EXAMPLES / name)
         last = json.loads(output)["results"][-1]
         assert (code, last["status"], last["at"]) == (1, "misfit", at), name
-        assert text in last["error"] and last["error"] in run("show", "--as", kind, last["file"])[1]
+        raised = CLASSES.get(kind, "SchemaError")
+        shown = f"{raised}: {last['error']}" if raised == "ValueError" else last["error"]
+        assert text in last["error"] and last["raised"] == raised
+        assert shown + "\n" in run("show", "--as", kind, last["file"])[1]
+        if name.endswith(".json"):
+            payload = json.loads((EXAMPLES / name).read_text())
+            assert format_path(misfit_path(kind, payload)) == (at or "")
 
 
 @pytest.mark.parametrize(("name", "content", "words", "code", "text"), INPUTS)
@@ -187,6 +194,8 @@ def test_work_and_memory_grow_in_step_with_the_payload(monkeypatch: pytest.Monke
         sums.append(sum(asked) - sums[-1])
         asked.clear()
     assert sums[2] < 3 * sums[0] and sums[3] < 3 * sums[1]
+    assert in_order([0] * 200 + ["x"], counted(lambda part: int(part[0]))) == [200]
+    assert sum(asked) < 201 * len("(['x'],)") + 1
     tracemalloc.start()
     array_facts(np.empty(10**6, dtype=np.int64))
     peak = tracemalloc.get_traced_memory()[1]
@@ -243,7 +252,12 @@ def test_results_come_while_the_input_goes_on_and_an_end_is_quiet(form: str) -> 
 
 def test_version_kinds_and_completion() -> None:
     assert f"typed-shapes {version('quillmere-typed-shapes')} (" in run("--version")[1]
-    assert [name for name in KINDS if name not in run("kinds")[1]] == []
+    params = ["show", "--as", "params", str(EXAMPLES / "payloads" / "params.json")]
+    for columns in ("40", "80", "200"):  # too narrow for a table, narrow, and wide
+        for words, names in ((["kinds"], {*KINDS}), (params, {"'ascending'", "'average'", "240"})):
+            output = CliRunner().invoke(app, words, env={"COLUMNS": columns}).output
+            assert names <= {*output.split()}
+            assert max(map(len, output.splitlines())) <= int(columns)
     shell = {"_TYPED_SHAPES_COMPLETE": "complete_fish", "_TYPER_COMPLETE_FISH_ACTION": "get-args"}
     asked = start(**shell, _TYPER_COMPLETE_ARGS="typed-shapes check --as ma").communicate()[0]
     assert [line.split("\t")[0] for line in asked.splitlines()] == ["manifest", "masks"]

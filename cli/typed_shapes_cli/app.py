@@ -17,7 +17,10 @@ from typer.core import TyperGroup
 from typed_shapes_cli import drawing, rendering, reporting
 from typed_shapes_cli.checking import Result, results
 from typed_shapes_cli.console import (
+    BOXES,
+    COLUMNS,
     console,
+    epilog,
     output_failed,
     print_view,
     printable_usage_errors,
@@ -41,25 +44,27 @@ from typed_shapes_cli.outcomes import (
     TOO_DEEP,
     UNREADABLE,
     InputError,
-    Misfit,
+    allow_depth,
     reason,
 )
 
-EXAMPLES = """[bold]Examples[/]
-  typed-shapes show momentum.json
-  typed-shapes show --as masks --n-alloc 500 universe.npz
-  typed-shapes check --as graph graphs/*.json
-  curl -s $URL | typed-shapes check --as evidence --lines -
-  typed-shapes same before.npz after.npz
-  typed-shapes draw momentum.json -o momentum.svg
-"""
-EXIT_CODES = """[bold]Exit codes[/]
-  0    all is well
-  1    a payload does not fit its record, or two states differ
-  2    input that cannot be read, output that cannot be written, or a wrong command line
-  130  after Ctrl-C
-  141  the reader of the output went away
-"""
+EXAMPLES = epilog(
+    "Examples",
+    "typed-shapes show momentum.json",
+    "typed-shapes show --as masks --n-alloc 500 universe.npz",
+    "typed-shapes check --as graph graphs/*.json",
+    "curl -s $URL | typed-shapes check --as evidence --lines -",
+    "typed-shapes same before.npz after.npz",
+    "typed-shapes draw momentum.json -o momentum.svg",
+)
+EXIT_CODES = epilog(
+    "Exit codes",
+    "0    all is well",
+    "1    a payload does not fit its record, or two states differ",
+    "2    unreadable or too deep input, unwritable output, a wrong command line",
+    "130  after Ctrl-C",
+    "141  the reader of the output went away",
+)
 
 
 class _Commands(TyperGroup):
@@ -73,6 +78,7 @@ class _Commands(TyperGroup):
         """Runs a sub-command. NumPy's warnings about numbers of a payload are not its business."""
         with printable_usage_errors(), warnings.catch_warnings():
             warnings.simplefilter("ignore")
+            allow_depth()
             return super().invoke(ctx)
 
 
@@ -81,11 +87,14 @@ app = typer.Typer(
     help="Look at payloads the way the simulation engine and its functions see them.\n\n"
     "Every payload is coerced into its typed record. One that does not fit is refused with the "
     "library's own text, and with the place in the payload where that can be told.",
-    epilog=EXAMPLES + "\n" + EXIT_CODES,
+    epilog=EXAMPLES + "\n\n" + EXIT_CODES,
     no_args_is_help=True,
     pretty_exceptions_enable=False,
-    rich_markup_mode="rich",
-    context_settings={"help_option_names": ["-h", "--help"]},
+    rich_markup_mode="rich" if BOXES else None,
+    context_settings={
+        "help_option_names": ["-h", "--help"],
+        **({} if BOXES else {"terminal_width": COLUMNS}),
+    },
 )
 
 
@@ -116,8 +125,11 @@ def common(
 
 
 @app.command(
-    epilog="[bold]Examples[/]\n  typed-shapes show momentum.json\n"
-    "  typed-shapes show --as masks --n-alloc 500 universe.npz"
+    epilog=epilog(
+        "Examples",
+        "typed-shapes show momentum.json",
+        "typed-shapes show --as masks --n-alloc 500 universe.npz",
+    )
 )
 def show(
     file: Annotated[Path, typer.Argument(metavar="FILE", help=INPUTS)],
@@ -142,8 +154,11 @@ def show(
 
 
 @app.command(
-    epilog="[bold]Examples[/]\n  typed-shapes check --as graph graphs/*.json\n"
-    "  typed-shapes check --as evidence --format json checks.jsonl"
+    epilog=epilog(
+        "Examples",
+        "typed-shapes check --as graph graphs/*.json",
+        "typed-shapes check --as evidence --format json checks.jsonl",
+    )
 )
 def check(
     files: Annotated[
@@ -179,7 +194,7 @@ def check(
     raise typer.Exit(tally.exit_code)
 
 
-@app.command(epilog="[bold]Example[/]\n  typed-shapes same before.json after.json")
+@app.command(epilog=epilog("Example", "typed-shapes same before.json after.json"))
 def same(
     a: Annotated[
         Path, typer.Argument(metavar="A", help="A state payload, JSON or .npz.", show_default=False)
@@ -203,7 +218,7 @@ def same(
     for file in (a, b):
         try:
             payloads.append(single_payload(file, max_bytes))
-        except (InputError, Misfit) as error:
+        except InputError as error:
             raise refuse(str(file), str(error)) from error
     try:
         difference = first_difference(*payloads)
@@ -223,8 +238,11 @@ def same(
 
 
 app.command(
-    epilog="[bold]Examples[/]\n  typed-shapes draw momentum.json -o momentum.svg\n"
-    "  typed-shapes draw --depth 3 alphas.json -o alphas.html"
+    epilog=epilog(
+        "Examples",
+        "typed-shapes draw momentum.json -o momentum.svg",
+        "typed-shapes draw --depth 3 alphas.json -o alphas.html",
+    )
 )(drawing.draw)
 
 

@@ -9,7 +9,15 @@ from rich.console import RenderableType
 
 from typed_shapes_cli.kinds import Kind, Options
 from typed_shapes_cli.loading import Document, documents
-from typed_shapes_cli.outcomes import FITS, MISFIT, UNREADABLE, InputError, Misfit, reason
+from typed_shapes_cli.outcomes import (
+    FITS,
+    MISFIT,
+    UNREADABLE,
+    InputError,
+    Misfit,
+    format_path,
+    reason,
+)
 
 STATUS = {FITS: "fit", MISFIT: "misfit", UNREADABLE: "unreadable"}
 
@@ -22,6 +30,7 @@ class Result:
     line: int | None = None
     code: int = FITS
     error: str | None = None
+    raised: str | None = None
     at: str | None = None
     view: RenderableType | None = None
 
@@ -37,6 +46,7 @@ class Result:
             "line": self.line,
             "status": STATUS[self.code],
             "error": self.error,
+            "raised": self.raised,
             "at": self.at,
         }
 
@@ -64,7 +74,8 @@ def _result(
         record = kind.typed(kind.load(document), options)
         return Result(name, document.line, view=render(record) if render else None)
     except Misfit as misfit:
-        return Result(name, document.line, MISFIT, misfit.text, misfit.at or None)
+        at = format_path(misfit.at) or None
+        return Result(name, document.line, MISFIT, misfit.text, misfit.raised, at)
     except InputError as error:
         return Result(name, document.line, UNREADABLE, str(error))
     except Exception as error:  # a payload may raise anything, and the others are still to come

@@ -2,6 +2,7 @@
 
 import contextlib
 import os
+import shutil
 import sys
 from collections.abc import Iterator
 from typing import NoReturn
@@ -22,6 +23,15 @@ from rich.text import Text
 from typed_shapes_cli.outcomes import BROKEN_PIPE, UNREADABLE, printable
 
 PIPED_WIDTH = 10_000
+# In fewer columns than these the boxes of the help leave no room for its words.
+COLUMNS = shutil.get_terminal_size().columns
+BOXES = COLUMNS >= 60
+
+
+def epilog(title: str, *lines: str) -> str:
+    """A titled block of the help whose lines stay as they are."""
+    title = f"[bold]{title}[/]" if BOXES else f"\b\n{title}"
+    return "\n".join([title, *(f"  {line}" for line in lines)])
 
 
 def words(*parts: str | tuple[str, str]) -> Text:

@@ -12,7 +12,7 @@ from pathlib import Path
 from typing import IO, Any, NoReturn
 
 from typed_shapes_cli.archive import CHUNK, read_arrays, read_up_to
-from typed_shapes_cli.outcomes import TOO_DEEP, InputError, Misfit, reason, too_large
+from typed_shapes_cli.outcomes import TOO_DEEP, InputError, reason, too_large
 
 STDIN = Path("-")
 ONE_A_LINE = (".jsonl", ".ndjson")
@@ -28,10 +28,10 @@ class Document:
     arrays: bool = False
 
     def payload(self) -> Any:
-        """Reads the payload, once; whatever goes wrong is an InputError or a Misfit."""
+        """Reads the payload, once; whatever goes wrong is an InputError."""
         try:
             return self.read()
-        except (InputError, Misfit):
+        except InputError:
             raise
         except Exception as error:
             raise _unreadable(error) from error
@@ -130,7 +130,7 @@ def _parse(content: BytesIO) -> Any:
             raise InputError("is empty")
         return json.loads(text)
     except RecursionError:
-        raise Misfit(TOO_DEEP) from None
+        raise InputError(TOO_DEEP) from None
     except json.JSONDecodeError as error:
         line = f"line {error.lineno}, " if "\n" in text.strip() else ""
         where = f"{line}column {error.colno}"

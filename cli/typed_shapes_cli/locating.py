@@ -3,10 +3,8 @@
 A part is to blame where it draws the very text that the whole payload drew.
 """
 
-from bisect import bisect_left
 from collections.abc import Callable, Iterator, Mapping
 from functools import partial
-from itertools import islice
 from typing import Any
 
 from quillmere.functions import _typed_shapes as shapes
@@ -21,10 +19,10 @@ def refusal(coerce: Coerce, payload: Any) -> str | None:
     """The text with which a payload is refused, or None where it fits."""
     try:
         coerce(payload)
-    except (ValueError, TypeError) as error:
-        return str(error)
     except RecursionError:  # near the limit, where these calls stand deeper than the first
         return None
+    except Exception as error:  # a payload's own methods may raise anything
+        return str(error)
     return None
 
 
@@ -60,22 +58,14 @@ def in_graph(payload: Any, coerce: Coerce) -> Path:
 
 
 def in_order(payload: Any, coerce: Coerce) -> Path:
-    """The entry with which a growing beginning of a dict or a list is refused for the first time.
-
-    All that comes before stays in, since the first mask sets the length of those that follow.
-    """
-    if not isinstance(payload, dict | list):
+    """The first entry of a dict or a list that is refused where it stands alone."""
+    if isinstance(payload, list):
+        entries: Iterator[tuple[Any, Any]] = ((i, [item]) for i, item in enumerate(payload))
+    elif isinstance(payload, dict):
+        entries = ((key, {key: item}) for key, item in payload.items())
+    else:
         return []
-
-    def refused_at(length: int) -> bool:
-        if isinstance(payload, list):
-            return refusal(coerce, payload[:length]) is not None
-        return refusal(coerce, dict(islice(payload.items(), length))) is not None
-
-    index = bisect_left(range(1, len(payload) + 1), True, key=refused_at)
-    if index == len(payload):
-        return []
-    return [index if isinstance(payload, list) else list(payload)[index]]
+    return next(([step] for step, alone in entries if refusal(coerce, alone) is not None), [])
 
 
 def in_fields(**fitting: Any) -> Callable[[Any, Coerce], Path]:
@@ -83,7 +73,7 @@ def in_fields(**fitting: Any) -> Callable[[Any, Coerce], Path]:
 
     def locate(payload: Any, coerce: Coerce) -> Path:
         text = refusal(coerce, payload)
-        if isinstance(payload, dict):
+        if isinstance(payload, Mapping):
             for name in fitting:
                 if name in payload and refusal(coerce, {**fitting, name: payload[name]}) == text:
                     return [name]

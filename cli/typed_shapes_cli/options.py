@@ -43,7 +43,7 @@ KindOption = Annotated[
     typer.Option(
         "--as",
         metavar="KIND",
-        help=f"What the payload is: {', '.join(KINDS)}. See [bold]typed-shapes kinds[/].",
+        help=f"What the payload is: {', '.join(KINDS)}. See `typed-shapes kinds`.",
         callback=_known,
         autocompletion=_kinds_from,
     ),

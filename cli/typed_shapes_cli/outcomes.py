@@ -1,24 +1,42 @@
 """What may go wrong with a payload, and the exit codes that tell a caller of the command."""
 
+import sys
+import traceback
 from collections.abc import Sequence
 
 FITS, MISFIT, UNREADABLE, BROKEN_PIPE = 0, 1, 2, 141
 
 PathStep = str | int
-TOO_DEEP = "too deeply nested"
+DEEPEST = 1000  # levels of brackets in a payload
+TOO_DEEP = f"too deeply nested: the limit is about {DEEPEST} levels"
 
 
 class Misfit(Exception):
-    """A payload that was read but does not fit its record; `at` is where in it, if known."""
+    """A payload that was read but does not fit its record.
 
-    def __init__(self, text: str, at: Sequence[PathStep] = ()) -> None:
+    `raised` is the class of the library's error, None where the words are the command's own, and
+    `at` is where in the payload, if known.
+    """
+
+    def __init__(self, text: str, raised: str | None = None, at: Sequence[PathStep] = ()) -> None:
         super().__init__(text)
         self.text = text
-        self.at = format_path(at)
+        self.raised = raised
+        self.at = tuple(at)
+
+
+class NoRecord(ValueError):
+    """A payload of which the library makes no record and raises nothing either."""
 
 
 class InputError(Exception):
     """A file that cannot be read, or whose content is not what its name says."""
+
+
+def allow_depth() -> None:
+    """Gives payloads of the documented depth room on top of the calls that are in progress."""
+    in_progress = sum(1 for _ in traceback.walk_stack(None))
+    sys.setrecursionlimit(max(sys.getrecursionlimit(), in_progress + DEEPEST + 25))
 
 
 def too_large(max_bytes: int) -> InputError:

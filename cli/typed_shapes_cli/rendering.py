@@ -8,11 +8,14 @@ from typing import Any
 import numpy as np
 from quillmere.functions import _typed_shapes as shapes
 from rich import box
+from rich.cells import cell_len
+from rich.console import Console, ConsoleOptions, RenderResult
+from rich.measure import Measurement
 from rich.table import Table
 from rich.text import Text
 from rich.tree import Tree
 
-from typed_shapes_cli.console import words
+from typed_shapes_cli.console import PIPED_WIDTH, words
 from typed_shapes_cli.summaries import array_facts, brief
 
 INLINE_WIDTH = 72
@@ -74,16 +77,42 @@ def window(spec: shapes.WindowSpec, limit: int) -> Tree:
     return tree
 
 
-def parameters(specs: dict[str, shapes.ParamSpec], limit: int) -> Table:
-    """A table with a row for each parameter."""
+class Rows:
+    """A table; where a terminal is too narrow for its words, what each row says stands below it."""
+
+    def __init__(self, names: list[str], rows: list[list[Text]], wraps: str, title: str) -> None:
+        self.names, self.rows, self.title = names, rows, title
+        self.table = Table(box=box.SIMPLE, title=title, title_justify="left")
+        for index, name in enumerate(names):
+            cells = [row[index].plain for row in rows if index < len(row)]
+            whole = [word for cell in cells for word in (cell.split() if name == wraps else [cell])]
+            width = max(map(cell_len, [name, *whole]))
+            self.table.add_column(name, min_width=width, no_wrap=name != wraps)
+        for row in rows:
+            self.table.add_row(*row)
+
+    def __rich_console__(self, console: Console, options: ConsoleOptions) -> RenderResult:
+        roomy = options.update(width=PIPED_WIDTH)
+        if Measurement.get(console, roomy, self.table).minimum <= options.max_width:
+            yield self.table
+            return
+        tree = Tree(words((self.title, "bold cyan")))
+        for first, *others in self.rows:
+            branch = tree.add(words((first.plain, "bold")))
+            for name, cell in zip(self.names[1:], others, strict=False):
+                if cell.plain:
+                    branch.add(words((f"{name}: ", "dim"), cell.plain))
+        yield tree
+
+
+def parameters(specs: dict[str, shapes.ParamSpec], limit: int) -> Rows:
+    """A row for each parameter."""
     names = [field.name for field in dataclasses.fields(shapes.ParamSpec)]
-    table = Table(*names, title=f"ParamSpec, {_count(len(specs), 'parameter')}")
-    for index, spec in enumerate(specs.values()):
-        if limit and index == limit:
-            table.add_row(f"... {len(specs) - limit} more")
-            break
-        table.add_row(*(_cell(getattr(spec, name)) for name in names))
-    return table
+    shown = list(specs.values())[: limit or None]
+    rows = [[_cell(getattr(spec, name)) for name in names] for spec in shown]
+    if len(shown) < len(specs):
+        rows.append([words(f"... {len(specs) - len(shown)} more")])
+    return Rows(names, rows, "window", f"ParamSpec, {_count(len(specs), 'parameter')}")
 
 
 def _cell(value: Any) -> Text:
@@ -93,12 +122,10 @@ def _cell(value: Any) -> Text:
     return words("" if value is None else brief(value))
 
 
-def kinds(rows: Iterable[tuple[str, str, str]]) -> Table:
-    """A table of what payloads there are."""
-    table = Table("kind", "what it is", "files", box=box.SIMPLE)
-    for row in rows:
-        table.add_row(*row)
-    return table
+def kinds(rows: Iterable[tuple[str, str, str]]) -> Rows:
+    """What payloads there are."""
+    cells = [[words(text) for text in row] for row in rows]
+    return Rows(["kind", "what it is", "files"], cells, "what it is", "Kinds of payloads")
 
 
 def record(value: Any, limit: int) -> Tree:

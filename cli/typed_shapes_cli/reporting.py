@@ -16,8 +16,12 @@ MANY_FILES = 20
 
 
 def problem(errors: Console, result: Result) -> None:
-    """Prints why a payload was refused, with the library's text as it is."""
-    place = words((result.place, "bold"), (f": {result.error}", "red"))
+    """Prints why a payload was refused, with the library's text as it is.
+
+    An error that `except SchemaError` would not catch is shown with its class.
+    """
+    unusual = f"{result.raised}: " if result.raised not in (None, "SchemaError") else ""
+    place = words((result.place, "bold"), (f": {unusual}{result.error}", "red"))
     errors.print(place, soft_wrap=True)
     if result.at:
         errors.print(words(f"  at {result.at}"), soft_wrap=True)
