@@ -7,7 +7,7 @@ VENV := .venv
 BIN := $(VENV)/bin
 PIP := $(BIN)/python -m pip --disable-pip-version-check
 NATIVE_SOURCES := CMakeLists.txt $(wildcard src/*/*.cpp src/*/*.h)
-PACKAGE_SOURCES := pyproject.toml $(NATIVE_SOURCES) $(wildcard functions/*) $(wildcard cli/*/*.py)
+PACKAGE_SOURCES := pyproject.toml $(NATIVE_SOURCES) $(wildcard functions/*) $(wildcard cli/*/*.py cli/*/*/*.json)
 PYTHON_TREES := cli tests benchmarks examples scripts docs reference
 OTHER_PYTHONS := $(foreach minor,12 13,build/python3.$(minor)/ready)
 

@@ -25,6 +25,7 @@ from typed_shapes_cli.console import (
     print_view,
     printable_usage_errors,
     words,
+    write_plain,
 )
 from typed_shapes_cli.difference import first_difference
 from typed_shapes_cli.kinds import KINDS, Options
@@ -36,7 +37,9 @@ from typed_shapes_cli.options import (
     KindOption,
     LinesOption,
     SizeOption,
+    StrictOption,
     read_once,
+    schema_of,
 )
 from typed_shapes_cli.outcomes import (
     FITS,
@@ -169,6 +172,7 @@ def check(
     n_alloc: AllocOption = None,
     lines: LinesOption = False,
     max_bytes: SizeOption = MAX_BYTES,
+    strict: StrictOption = False,
     form: Annotated[
         Format, typer.Option("--format", help="For people, or one document for programs.")
     ] = Format.text,
@@ -176,7 +180,9 @@ def check(
     """Check whether the payloads of many files fit their record."""
     errors = console(stderr=True)
     tally = reporting.Tally(files=len(files))
-    options = Options(max_bytes, n_alloc, lines)
+    if strict:
+        schema_of(kind)
+    options = Options(max_bytes, n_alloc, lines, strict)
     # A document on the terminal is its own sign of progress, and a bar would overwrite it.
     quiet = form is Format.json and console().is_terminal
     with reporting.progress(errors, 0 if quiet else len(files)) as bar:
@@ -244,6 +250,12 @@ app.command(
         "typed-shapes draw --depth 3 alphas.json -o alphas.html",
     )
 )(drawing.draw)
+
+
+@app.command(epilog=epilog("Example", "typed-shapes schema --as graph > graph.schema.json"))
+def schema(kind: KindOption) -> None:
+    """Print the JSON Schema (2020-12) of a kind, for editors and validators."""
+    write_plain(schema_of(kind))
 
 
 @app.command()

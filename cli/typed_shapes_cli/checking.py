@@ -1,7 +1,7 @@
 """Coerces the payloads of files one by one and keeps of each only what became of it."""
 
-from collections.abc import Callable, Iterator
-from dataclasses import dataclass
+from collections.abc import Callable, Iterator, Sequence
+from dataclasses import asdict, dataclass
 from pathlib import Path
 from typing import Any
 
@@ -18,13 +18,17 @@ from typed_shapes_cli.outcomes import (
     format_path,
     reason,
 )
+from typed_shapes_cli.strictness import Finding, findings, line_of
 
 STATUS = {FITS: "fit", MISFIT: "misfit", UNREADABLE: "unreadable"}
 
 
 @dataclass(frozen=True)
 class Result:
-    """What became of one payload, or of a file that gave none; `view` shows a record."""
+    """What became of one payload, or of a file that gave none.
+
+    `view` shows a record, and `findings` are what --strict has to say of a payload that fits.
+    """
 
     file: str
     line: int | None = None
@@ -33,10 +37,11 @@ class Result:
     raised: str | None = None
     at: str | None = None
     view: RenderableType | None = None
+    findings: Sequence[Finding] = ()
 
     @property
     def place(self) -> str:
-        """The file, and the line where the file has a payload on each."""
+        """The file, and the line where one is known."""
         return self.file if self.line is None else f"{self.file}:{self.line}"
 
     def as_json(self) -> dict[str, Any]:
@@ -48,6 +53,7 @@ class Result:
             "error": self.error,
             "raised": self.raised,
             "at": self.at,
+            "findings": [asdict(finding) for finding in self.findings],
         }
 
 
@@ -70,12 +76,17 @@ def _result(
     options: Options,
     render: Callable[[Any], RenderableType] | None,
 ) -> Result:
+    text = ""
     try:
-        record = kind.typed(kind.load(document), options)
-        return Result(name, document.line, view=render(record) if render else None)
+        payload, text = kind.load(document, options)
+        record = kind.typed(payload, options)
+        found = tuple(findings(kind.name, payload, text, document.line or 1)) if text else ()
+        view = render(record) if render else None
+        return Result(name, document.line, MISFIT if found else FITS, view=view, findings=found)
     except Misfit as misfit:
+        line = document.line or line_of(misfit.at, text)
         at = format_path(misfit.at) or None
-        return Result(name, document.line, MISFIT, misfit.text, misfit.raised, at)
+        return Result(name, line, MISFIT, misfit.text, misfit.raised, at)
     except InputError as error:
         return Result(name, document.line, UNREADABLE, str(error))
     except Exception as error:  # a payload may raise anything, and the others are still to come

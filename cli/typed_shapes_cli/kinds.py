@@ -19,6 +19,7 @@ class Options:
     max_bytes: int
     n_alloc: int | None = None
     lines: bool = False
+    strict: bool = False
 
 
 @dataclass(frozen=True)
@@ -41,16 +42,16 @@ class Kind:
             return "JSON"
         return ".npz" if self.from_arrays is dict else "JSON, .npz"
 
-    def load(self, document: Document) -> Any:
-        """Reads the payload of a document."""
+    def load(self, document: Document, options: Options) -> tuple[Any, str]:
+        """Reads the payload of a document, and its text where that is looked into as well."""
         if not document.arrays:
-            return document.payload()
+            return document.payload_and_text() if options.strict else (document.payload(), "")
         if self.from_arrays is None:
             takers = ", ".join(kind.name for kind in KINDS.values() if kind.from_arrays)
             raise InputError(
                 f"holds arrays, but a payload of kind {self.name} is JSON; arrays are for {takers}"
             )
-        return self.from_arrays(document.payload())
+        return self.from_arrays(document.payload()), ""
 
     def typed(self, payload: Any, options: Options) -> Any:
         """Coerces a payload; raises Misfit with the library's own text where it does not fit."""

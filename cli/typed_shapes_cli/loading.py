@@ -9,10 +9,12 @@ from functools import partial
 from io import BytesIO
 from itertools import count
 from pathlib import Path
-from typing import IO, Any, NoReturn
+from typing import IO, Any, NoReturn, TypeVar
 
 from typed_shapes_cli.archive import CHUNK, read_arrays, read_up_to
 from typed_shapes_cli.outcomes import TOO_DEEP, InputError, reason, too_large
+
+T = TypeVar("T")
 
 STDIN = Path("-")
 ONE_A_LINE = (".jsonl", ".ndjson")
@@ -21,7 +23,10 @@ ARCHIVE_START = b"PK"  # no JSON document begins so
 
 @dataclass(frozen=True)
 class Document:
-    """One payload of a file, not yet parsed, so that each line of a file can fail alone."""
+    """One payload of a file, not yet parsed, so that each line of a file can fail alone.
+
+    `read` gives arrays, or the content of a JSON document.
+    """
 
     line: int | None
     read: Callable[[], Any]
@@ -29,8 +34,20 @@ class Document:
 
     def payload(self) -> Any:
         """Reads the payload, once; whatever goes wrong is an InputError."""
+        return self._attempt(lambda: self.read() if self.arrays else _parse(_text(self.read())))
+
+    def payload_and_text(self) -> tuple[Any, str]:
+        """Reads the payload of a JSON document, once, and keeps its text."""
+
+        def read() -> tuple[Any, str]:
+            text = _text(self.read())
+            return _parse(text), text
+
+        return self._attempt(read)
+
+    def _attempt(self, read: Callable[[], T]) -> T:
         try:
-            return self.read()
+            return read()
         except InputError:
             raise
         except Exception as error:
@@ -53,7 +70,7 @@ def documents(file: Path, lines: bool, max_bytes: int) -> Generator[Document, No
             if file.suffix == ".npz" or start == ARCHIVE_START:
                 yield Document(None, partial(read_arrays, source, max_bytes), arrays=True)
             else:
-                yield Document(None, lambda: _parse(_whole(source, max_bytes)))
+                yield Document(None, lambda: _whole(source, max_bytes))
     except InputError:
         raise
     except Exception as error:
@@ -107,7 +124,7 @@ def _lines(stream: IO[bytes], max_bytes: int) -> Generator[Document, None, None]
         elif not line.isspace():
             content = BytesIO(line)
             del line  # so that the text, once decoded, is the only copy
-            yield Document(number, partial(_parse, content))
+            yield Document(number, lambda: content)  # noqa: B023  # read before the next line
 
 
 def _refuse(max_bytes: int) -> NoReturn:
@@ -121,13 +138,20 @@ def _whole(stream: IO[bytes], max_bytes: int) -> BytesIO:
     return content
 
 
-def _parse(content: BytesIO) -> Any:
-    """Parses a document, which is in memory twice while it is decoded and once after that."""
+def _text(content: BytesIO) -> str:
+    """Decodes a document, which is in memory twice while that goes on and once after that."""
     try:
         text = str(content.getbuffer(), "utf-8-sig")
-        content.close()
-        if not text or text.isspace():
-            raise InputError("is empty")
+    except UnicodeDecodeError as error:
+        raise InputError(f"is not valid UTF-8 (byte {error.start})") from error
+    content.close()
+    if not text or text.isspace():
+        raise InputError("is empty")
+    return text
+
+
+def _parse(text: str) -> Any:
+    try:
         return json.loads(text)
     except RecursionError:
         raise InputError(TOO_DEEP) from None
@@ -135,8 +159,6 @@ def _parse(content: BytesIO) -> Any:
         line = f"line {error.lineno}, " if "\n" in text.strip() else ""
         where = f"{line}column {error.colno}"
         raise InputError(f"is not valid JSON: {error.msg} ({where})") from error
-    except UnicodeDecodeError as error:
-        raise InputError(f"is not valid UTF-8 (byte {error.start})") from error
     except ValueError as error:  # what is left is the interpreter's guard
         digits = sys.get_int_max_str_digits()
         raise InputError(f"holds an integer of more than {digits} digits") from error

@@ -1,5 +1,6 @@
 """The options that several sub-commands share, and the checks of what they are given."""
 
+import importlib.util
 import re
 import sys
 from difflib import get_close_matches
@@ -8,6 +9,7 @@ from typing import Annotated
 import typer
 
 from typed_shapes_cli.kinds import KINDS
+from typed_shapes_cli.strictness import schema_text
 
 MAX_BYTES = 4 << 30
 
@@ -69,6 +71,35 @@ SizeOption = Annotated[
         parser=_size,
         show_default="4G",
         help="Refuse a payload of more bytes, such as 64K, 500M or 4G, after decompression.",
+    ),
+]
+
+
+def _with_validator(wanted: bool) -> bool:
+    if wanted and importlib.util.find_spec("jsonschema") is None:
+        raise typer.BadParameter(
+            "it needs its extra: pip install 'quillmere-typed-shapes[cli,strict]'"
+        )
+    return wanted
+
+
+def schema_of(kind: str) -> str:
+    """The schema of a kind; a usage error where its payloads are arrays."""
+    if schema := schema_text(kind):
+        return schema
+    takers = ", ".join(name for name in KINDS if schema_text(name))
+    raise typer.BadParameter(
+        f"payloads of kind {kind} are arrays and have no schema; there is one for {takers}"
+    )
+
+
+StrictOption = Annotated[
+    bool,
+    typer.Option(
+        "--strict",
+        help="Also refuse what the library passes over: keys that it does not read, keys given "
+        "twice, and values that it empties or does not look at.",
+        callback=_with_validator,
     ),
 ]
 INPUTS = (

@@ -20,6 +20,11 @@ def problem(errors: Console, result: Result) -> None:
 
     An error that `except SchemaError` would not catch is shown with its class.
     """
+    for finding in result.findings:
+        place = words((f"{result.file}:{finding.line}", "bold"), (f": {finding}", "red"))
+        errors.print(place, soft_wrap=True)
+    if result.error is None:
+        return
     unusual = f"{result.raised}: " if result.raised not in (None, "SchemaError") else ""
     place = words((result.place, "bold"), (f": {unusual}{result.error}", "red"))
     errors.print(place, soft_wrap=True)
