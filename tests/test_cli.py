@@ -14,6 +14,7 @@ import numpy as np
 import pytest
 from quillmere.functions import _typed_shapes as shapes
 from rich.text import Text
+from typed_shapes_cli import life
 from typed_shapes_cli.app import app
 from typed_shapes_cli.console import console
 from typed_shapes_cli.difference import first_difference
@@ -59,6 +60,13 @@ INPUTS = [  # name, content, arguments before it, exit code, a part of what is s
     ("pickle.json", b"\x80\x05", ["show"], 2, "is not valid UTF-8 (byte 0)"),
     ("pools.json", b'{"a": {}, "b": 1}', ["check", "--as", "metaparameters"], 1, "at b\n"),
     ("some.log", b"1\n\nx\n", ["check", "--lines", "--as", "window"], 2, "some.log:3: is not"),
+    (
+        "a.json",
+        b'{"op": "a", "value": [NaN, 1e999, "\\ud800"]}',
+        ["show"],
+        0,
+        "[nan, inf, '\\ud800']",
+    ),
     ("escape.json", b'{"type": "\\u001b[31m"}', ["show"], 0, "rotation \\x1b[31m\n"),
     ("graph.json", b"{}", ["show", "--as", "grpah"], 2, "Did you mean 'graph'?"),
     ("masks.json", b"{}", ["show", "--as", "masks", "--n-alloc", "-5"], 2, "for '--n-alloc'"),
@@ -202,6 +210,22 @@ def test_work_and_memory_grow_in_step_with_the_payload(monkeypatch: pytest.Monke
     peak = tracemalloc.get_traced_memory()[1]
     tracemalloc.stop()
     assert peak < 8.1e6  # the array alone
+
+
+def test_a_large_input_shows_a_sign_of_life_that_goes_away(monkeypatch: pytest.MonkeyPatch) -> None:
+    files = [STATES / "evening.json"] * 2, [EXAMPLES / "payloads" / "stage.npz"] * 2
+    for words in (["same", *files[0]], ["same", *files[1]], ["check", "--as=stage", *files[1]]):
+        shown = []
+        for quiet_for, large in ((9, 9**9), (9, 0), (0, 0)):
+            monkeypatch.setattr(life, "QUIET_FOR", quiet_for)
+            monkeypatch.setattr(life, "LARGE", large)
+            env = {"FORCE_COLOR": "1", "NO_COLOR": "1", "TERM": "xterm", "COLUMNS": "30"}
+            result = CliRunner().invoke(app, [*map(str, words)], env=env)
+            shown += [result.stderr]
+        json_file = words[1] == files[0][0]
+        assert not shown[0] and json_file == ("\rparsing evening.json: 0.2 kB" in shown[1])
+        assert f"\rreading {words[-1].name}: " in shown[2] and shown[2].endswith("\r\x1b[K\r")
+        assert max(map(len, shown[2].split("\x1b[K"))) <= 30
 
 
 def test_closed_and_full_streams_end_in_a_line() -> None:

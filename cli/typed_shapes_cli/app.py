@@ -29,6 +29,7 @@ from typed_shapes_cli.console import (
 )
 from typed_shapes_cli.difference import first_difference
 from typed_shapes_cli.kinds import KINDS, Options
+from typed_shapes_cli.life import Life
 from typed_shapes_cli.loading import single_payload
 from typed_shapes_cli.options import (
     INPUTS,
@@ -48,6 +49,7 @@ from typed_shapes_cli.outcomes import (
     UNREADABLE,
     InputError,
     allow_depth,
+    collector_paused,
     reason,
 )
 
@@ -148,7 +150,7 @@ def show(
     out, errors = console(), console(stderr=True)
     chosen = KINDS[kind]
     tally = reporting.Tally(files=1)
-    options = Options(max_bytes, n_alloc, lines)
+    options = Options(max_bytes, n_alloc, lines, life=Life(errors))
     found = results(chosen, file, options, lambda record: chosen.render(record, limit))
     reporting.write_records(found, tally, out, errors)
     if not tally.codes:
@@ -182,13 +184,13 @@ def check(
     tally = reporting.Tally(files=len(files))
     if strict:
         schema_of(kind)
-    options = Options(max_bytes, n_alloc, lines, strict)
     # A document on the terminal is its own sign of progress, and a bar would overwrite it.
     quiet = form is Format.json and console().is_terminal
     with reporting.progress(errors, 0 if quiet else len(files)) as bar:
+        options = Options(max_bytes, n_alloc, lines, strict, Life(errors, bar))
         every = (
             result
-            for name in bar.track(files)
+            for name in bar.track(files, description="checking")
             for result in results(KINDS[kind], Path(name), options)
         )
         if form is Format.json:
@@ -215,24 +217,28 @@ def same(
     """
     read_once([str(a), str(b)])
     out, errors = console(), console(stderr=True)
+    life = Life(errors)
 
     def refuse(file: str, text: str) -> typer.Exit:
+        life.clear()
         reporting.problem(errors, Result(file, code=UNREADABLE, error=text))
         return typer.Exit(UNREADABLE)
 
-    payloads = []
-    for file in (a, b):
+    with collector_paused():
+        payloads = []
+        for file in (a, b):
+            try:
+                payloads.append(single_payload(file, max_bytes, life))
+            except InputError as error:
+                raise refuse(str(file), str(error)) from error
         try:
-            payloads.append(single_payload(file, max_bytes))
-        except InputError as error:
-            raise refuse(str(file), str(error)) from error
-    try:
-        difference = first_difference(*payloads)
-    except RecursionError as error:
-        raise refuse(f"{a}, {b}", TOO_DEEP) from error
-    except Exception as error:  # whatever NumPy raises for arrays that it cannot compare
-        text = f"cannot be compared: {type(error).__name__}: {reason(error)}"
-        raise refuse(f"{a}, {b}", text) from error
+            difference = first_difference(payloads[0], payloads[1], life.compared)
+        except RecursionError as error:
+            raise refuse(f"{a}, {b}", TOO_DEEP) from error
+        except Exception as error:  # whatever NumPy raises for arrays that it cannot compare
+            text = f"cannot be compared: {type(error).__name__}: {reason(error)}"
+            raise refuse(f"{a}, {b}", text) from error
+    life.clear()
     if difference is None:
         out.print(words(("equal", "green")))
         raise typer.Exit(FITS)

@@ -3,6 +3,7 @@
 import math
 import struct
 import zipfile
+from collections.abc import Callable
 from io import BytesIO
 from typing import IO, Any
 
@@ -11,13 +12,14 @@ import numpy as np
 from typed_shapes_cli.outcomes import InputError, reason, too_large
 
 CHUNK = 1 << 20
+Tell = Callable[[int], None]
 # The reader of the others expands a chunk of any size at once, which a limit cannot bound.
 COMPRESSIONS = (zipfile.ZIP_STORED, zipfile.ZIP_DEFLATED)
 HEADER_ENCODINGS = {(2, 0): "latin-1", (3, 0): "utf-8"}
 LONGEST_HEADER = 10_000  # that of NumPy, which refuses longer ones as unsafe to parse
 
 
-def read_arrays(stream: IO[bytes], max_bytes: int) -> dict[str, Any]:
+def read_arrays(stream: IO[bytes], max_bytes: int, tell: Tell) -> dict[str, Any]:
     """The members of an archive by name: arrays, or bytes where a member is not a .npy file."""
     try:
         with zipfile.ZipFile(stream) as archive:
@@ -29,7 +31,7 @@ def read_arrays(stream: IO[bytes], max_bytes: int) -> dict[str, Any]:
                 name = member.filename.removesuffix(".npy")
                 if name in arrays:
                     raise InputError(f"holds two arrays named {name!r}")
-                arrays[name] = _read_member(archive, member)
+                arrays[name] = _read_member(archive, member, tell)
             return arrays
     except InputError:
         raise
@@ -37,23 +39,27 @@ def read_arrays(stream: IO[bytes], max_bytes: int) -> dict[str, Any]:
         raise InputError(f"is not a readable .npz archive: {reason(error)}") from error
 
 
-def read_up_to(stream: IO[bytes], size: int) -> BytesIO:
-    """What a stream holds, at most `size` bytes of it; memory grows with what is there only."""
+def read_up_to(stream: IO[bytes], size: int, tell: Tell) -> BytesIO:
+    """What a stream holds, at most `size` bytes of it; memory grows with what is there only.
+
+    `tell` hears now and then how much was read.
+    """
     content = BytesIO()
     while chunk := stream.read(min(size - content.tell(), CHUNK)):
         content.write(chunk)
+        tell(content.tell())
     content.seek(0)
     return content
 
 
-def _read_member(archive: zipfile.ZipFile, member: zipfile.ZipInfo) -> Any:
+def _read_member(archive: zipfile.ZipFile, member: zipfile.ZipInfo, tell: Tell) -> Any:
     if member.compress_type not in COMPRESSIONS:
         raise InputError(f"holds {member.filename!r} in a compression that NumPy does not write")
     with archive.open(member) as stream:
         start = stream.read(len(np.lib.format.MAGIC_PREFIX))
         stream.seek(0)
         if start != np.lib.format.MAGIC_PREFIX:
-            return read_up_to(stream, member.file_size).getvalue()
+            return read_up_to(stream, member.file_size, tell).getvalue()
         try:
             shape, fortran_order, dtype = _read_header(stream)
         except Exception as error:  # NumPy evaluates a header as Python code, in several ways
@@ -64,7 +70,7 @@ def _read_member(archive: zipfile.ZipFile, member: zipfile.ZipInfo) -> Any:
         # Cells of no bytes count as well: without any content there could be billions of them.
         if cells * max(dtype.itemsize, 1) > member.file_size - stream.tell():
             raise InputError(f"holds {member.filename!r}, which is shorter than its header says")
-        content = read_up_to(stream, cells * dtype.itemsize).getbuffer()
+        content = read_up_to(stream, cells * dtype.itemsize, tell).getbuffer()
         return np.ndarray(shape, dtype, content, order="F" if fortran_order else "C")
 
 

@@ -15,6 +15,7 @@ from typed_shapes_cli.outcomes import (
     UNREADABLE,
     InputError,
     Misfit,
+    collector_paused,
     format_path,
     reason,
 )
@@ -63,9 +64,13 @@ def results(
     """Checks every payload of a file; `render` makes the view of each record."""
     name = str(file)
     try:
-        for document in documents(file, options.lines, options.max_bytes):
-            yield _result(name, document, kind, options, render)
+        for document in documents(file, options.lines, options.max_bytes, options.life):
+            with collector_paused():
+                result = _result(name, document, kind, options, render)
+            options.life.clear()
+            yield result
     except InputError as error:
+        options.life.clear()
         yield Result(name, code=UNREADABLE, error=str(error))
 
 

@@ -6,8 +6,9 @@ subtrees on the way down would take time quadratic in the depth, and to ask abou
 take several times their memory for what NumPy computes in between.
 """
 
-from collections.abc import Iterator, Mapping
+from collections.abc import Callable, Iterator, Mapping
 from dataclasses import dataclass
+from itertools import count
 from math import prod
 from typing import Any
 
@@ -18,6 +19,7 @@ from typed_shapes_cli.outcomes import PathStep, format_path
 from typed_shapes_cli.summaries import brief, cell_text
 
 BLOCK = 1 << 16  # cells that the library compares at once
+TELL_EVERY = 1 << 14
 
 Entries = Iterator[tuple[PathStep, Any, Any]]
 
@@ -31,11 +33,20 @@ class Difference:
     right: str
 
 
-def first_difference(a: Any, b: Any) -> Difference | None:
-    """The first difference of two payloads, or None where they are equal states."""
+def first_difference(
+    a: Any, b: Any, tell: Callable[[int], None] = lambda entries: None
+) -> Difference | None:
+    """The first difference of two payloads, or None where they are equal states.
+
+    `tell` hears now and then how many entries were compared.
+    """
     path: list[PathStep] = []
     levels: list[Entries] = [iter([("", a, b)])]
-    while levels:
+    for compared in count():
+        if not levels:
+            break
+        if compared % TELL_EVERY == 0:
+            tell(compared)
         entry = next(levels[-1], None)
         if entry is None:
             levels.pop()

@@ -7,7 +7,8 @@ from typing import Any
 from rich.console import RenderableType
 
 from typed_shapes_cli import rendering
-from typed_shapes_cli.loading import Document, nest_by_slash
+from typed_shapes_cli.life import Life
+from typed_shapes_cli.loading import NO_LIFE, Document, nest_by_slash
 from typed_shapes_cli.misfits import SHAPES
 from typed_shapes_cli.outcomes import TOO_DEEP, InputError, Misfit, NoRecord
 
@@ -20,6 +21,7 @@ class Options:
     n_alloc: int | None = None
     lines: bool = False
     strict: bool = False
+    life: Life = NO_LIFE
 
 
 @dataclass(frozen=True)

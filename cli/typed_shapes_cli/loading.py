@@ -1,4 +1,9 @@
-"""Reads payloads from JSON, JSON Lines and .npz files, one at a time."""
+"""Reads payloads from JSON, JSON Lines and .npz files, one at a time.
+
+msgspec parses JSON in half to a fifth of the time of the standard library, and in less memory. It
+takes no NaN, no Infinity and no lone surrogates, and words its errors less well: what it refuses is
+parsed again by the standard library. What both accept they read alike.
+"""
 
 import json
 import sys
@@ -11,13 +16,17 @@ from itertools import count
 from pathlib import Path
 from typing import IO, Any, NoReturn, TypeVar
 
-from typed_shapes_cli.archive import CHUNK, read_arrays, read_up_to
+import msgspec
+
+from typed_shapes_cli.archive import CHUNK, Tell, read_arrays, read_up_to
+from typed_shapes_cli.life import Life
 from typed_shapes_cli.outcomes import TOO_DEEP, InputError, reason, too_large
 
 T = TypeVar("T")
 
 STDIN = Path("-")
 ONE_A_LINE = (".jsonl", ".ndjson")
+NO_LIFE = Life()
 ARCHIVE_START = b"PK"  # no JSON document begins so
 
 
@@ -28,22 +37,32 @@ class Document:
     `read` gives arrays, or the content of a JSON document.
     """
 
+    name: str
     line: int | None
     read: Callable[[], Any]
     arrays: bool = False
+    life: Life = NO_LIFE
 
     def payload(self) -> Any:
         """Reads the payload, once; whatever goes wrong is an InputError."""
-        return self._attempt(lambda: self.read() if self.arrays else _parse(_text(self.read())))
+        return self._attempt(self.read if self.arrays else lambda: self._parsed(self.read()))
 
     def payload_and_text(self) -> tuple[Any, str]:
         """Reads the payload of a JSON document, once, and keeps its text."""
 
         def read() -> tuple[Any, str]:
             text = _text(self.read())
+            self.life.goes_on("parsing", self.name, len(text))
             return _parse(text), text
 
         return self._attempt(read)
+
+    def _parsed(self, content: BytesIO) -> Any:
+        self.life.goes_on("parsing", self.name, content.getbuffer().nbytes)
+        try:
+            return msgspec.json.decode(content.getbuffer())
+        except Exception:
+            return _parse(_text(content))
 
     def _attempt(self, read: Callable[[], T]) -> T:
         try:
@@ -54,34 +73,39 @@ class Document:
             raise _unreadable(error) from error
 
 
-def documents(file: Path, lines: bool, max_bytes: int) -> Generator[Document, None, None]:
+def documents(
+    file: Path, lines: bool, max_bytes: int, life: Life
+) -> Generator[Document, None, None]:
     """Yields the payloads of a file; raises InputError where it cannot be opened.
 
     Each must be read before the next is asked for.
     """
+    name = file.name
+    tell = partial(life.read, name)
     try:
         with _opened(file) as stream:
             if lines or file.suffix in ONE_A_LINE:
-                yield from _lines(stream, max_bytes)
+                yield from _lines(name, stream, max_bytes, life)
                 return
-            source = stream if stream.seekable() else _whole(stream, max_bytes)
+            source = stream if stream.seekable() else _whole(stream, max_bytes, tell)
             start = source.read(len(ARCHIVE_START))
             source.seek(-len(start), 1)
             if file.suffix == ".npz" or start == ARCHIVE_START:
-                yield Document(None, partial(read_arrays, source, max_bytes), arrays=True)
+                read: Callable[[], Any] = partial(read_arrays, source, max_bytes, tell)
+                yield Document(name, None, read, arrays=True)
             else:
-                yield Document(None, lambda: _whole(source, max_bytes))
+                yield Document(name, None, lambda: _whole(source, max_bytes, tell), life=life)
     except InputError:
         raise
     except Exception as error:
         raise _unreadable(error) from error
 
 
-def single_payload(file: Path, max_bytes: int) -> Any:
+def single_payload(file: Path, max_bytes: int, life: Life) -> Any:
     """The payload of a file that holds exactly one."""
     if file.suffix in ONE_A_LINE:
         raise InputError("holds one payload a line; a single JSON document or .npz is needed")
-    with closing(documents(file, False, max_bytes)) as found:
+    with closing(documents(file, False, max_bytes, life)) as found:
         return next(found).payload()
 
 
@@ -110,29 +134,34 @@ def _unreadable(error: Exception) -> InputError:
     return InputError(f"cannot be read: {text or reason(error)}")
 
 
-def _lines(stream: IO[bytes], max_bytes: int) -> Generator[Document, None, None]:
+def _lines(
+    name: str, stream: IO[bytes], max_bytes: int, life: Life
+) -> Generator[Document, None, None]:
+    total = 0
     for number in count(1):
         line = stream.readline(max_bytes + 1)
         if not line:
             return
+        total += len(line)
+        life.read(name, total)
         if number == 1 and line.startswith(ARCHIVE_START):
             raise InputError("is an archive, not JSON Lines")
         if len(line) > max_bytes and not line.endswith(b"\n"):
-            yield Document(number, partial(_refuse, max_bytes))
+            yield Document(name, number, partial(_refuse, max_bytes))
             while line and not line.endswith(b"\n"):
                 line = stream.readline(CHUNK)
         elif not line.isspace():
             content = BytesIO(line)
             del line  # so that the text, once decoded, is the only copy
-            yield Document(number, lambda: content)  # noqa: B023  # read before the next line
+            yield Document(name, number, lambda: content)  # noqa: B023  # read before the next line
 
 
 def _refuse(max_bytes: int) -> NoReturn:
     raise too_large(max_bytes)
 
 
-def _whole(stream: IO[bytes], max_bytes: int) -> BytesIO:
-    content = read_up_to(stream, max_bytes + 1)
+def _whole(stream: IO[bytes], max_bytes: int, tell: Tell) -> BytesIO:
+    content = read_up_to(stream, max_bytes + 1, tell)
     if content.getbuffer().nbytes > max_bytes:
         raise too_large(max_bytes)
     return content

@@ -1,8 +1,10 @@
 """What may go wrong with a payload, and the exit codes that tell a caller of the command."""
 
+import contextlib
+import gc
 import sys
 import traceback
-from collections.abc import Sequence
+from collections.abc import Iterator, Sequence
 
 FITS, MISFIT, UNREADABLE, BROKEN_PIPE = 0, 1, 2, 141
 
@@ -31,6 +33,20 @@ class NoRecord(ValueError):
 
 class InputError(Exception):
     """A file that cannot be read, or whose content is not what its name says."""
+
+
+@contextlib.contextmanager
+def collector_paused() -> Iterator[None]:
+    """Lets no garbage be looked for while a payload is in work.
+
+    Of the millions of objects that a large one becomes none is garbage, and to look through them
+    again and again takes longer than to parse them.
+    """
+    gc.disable()
+    try:
+        yield
+    finally:
+        gc.enable()
 
 
 def allow_depth() -> None:

@@ -95,7 +95,7 @@ def write_summary(kind: str, tally: Tally) -> None:
 def progress(errors: Console, number: int) -> Progress:
     """A bar on the error stream, which shows itself for many files and to a terminal only."""
     return Progress(
-        TextColumn("checking"),
+        TextColumn("{task.description}"),
         BarColumn(),
         MofNCompleteColumn(),
         TimeRemainingColumn(),
