@@ -40,6 +40,12 @@ class Result:
     view: RenderableType | None = None
     findings: Sequence[Finding] = ()
 
+    @classmethod
+    def of_misfit(cls, file: str, line: int | None, misfit: Misfit) -> "Result":
+        """What the library said of a payload that it refused."""
+        at = format_path(misfit.at) or None
+        return cls(file, line, MISFIT, misfit.text, misfit.raised, at)
+
     @property
     def place(self) -> str:
         """The file, and the line where one is known."""
@@ -89,9 +95,7 @@ def _result(
         view = render(record) if render else None
         return Result(name, document.line, MISFIT if found else FITS, view=view, findings=found)
     except Misfit as misfit:
-        line = document.line or line_of(misfit.at, text)
-        at = format_path(misfit.at) or None
-        return Result(name, line, MISFIT, misfit.text, misfit.raised, at)
+        return Result.of_misfit(name, document.line or line_of(misfit.at, text), misfit)
     except InputError as error:
         return Result(name, document.line, UNREADABLE, str(error))
     except Exception as error:  # a payload may raise anything, and the others are still to come

@@ -14,9 +14,10 @@ from typed_shapes_cli.drawing_nodes import Node, walk
 from typed_shapes_cli.drawing_page import page
 from typed_shapes_cli.drawing_picture import as_picture, as_text
 from typed_shapes_cli.kinds import KINDS, Options
+from typed_shapes_cli.life import Life
 from typed_shapes_cli.loading import single_payload
 from typed_shapes_cli.options import MAX_BYTES, SizeOption
-from typed_shapes_cli.outcomes import MISFIT, UNREADABLE, InputError, Misfit
+from typed_shapes_cli.outcomes import UNREADABLE, InputError, Misfit, collector_paused
 
 FORMS: dict[str, Callable[[Node, int | None, str], str]] = {
     ".svg": as_picture,
@@ -62,17 +63,21 @@ def draw(
     max_bytes: SizeOption = MAX_BYTES,
 ) -> None:
     """Draw a function graph, with a colour for each kind of node."""
-    code, error, at = MISFIT, "", ""
+    errors = console(stderr=True)
+    life, refused = Life(errors), None
     try:
-        root = KINDS["graph"].typed(single_payload(file, max_bytes), Options(max_bytes))
+        with collector_paused():
+            payload = single_payload(file, max_bytes, life)
+            root = KINDS["graph"].typed(payload, Options(max_bytes))
         drawn = FORMS[output.suffix](root, depth, file.name)
     except Misfit as misfit:
-        error, at = misfit.text, misfit.at
+        refused = Result.of_misfit(str(file), None, misfit)
     except InputError as unreadable:
-        code, error = UNREADABLE, str(unreadable)
-    if error:
-        reporting.problem(console(stderr=True), Result(str(file), None, code, error, at or None))
-        raise typer.Exit(code)
+        refused = Result(str(file), code=UNREADABLE, error=str(unreadable))
+    life.clear()
+    if refused:
+        reporting.problem(errors, refused)
+        raise typer.Exit(refused.code)
     output.write_text(drawn, encoding="utf-8")
     nodes = sum(1 for _ in walk(root))
     console().print(words(f"{output}: {nodes} node{'s' * (nodes != 1)}"), soft_wrap=True)
