@@ -5,6 +5,7 @@
    there, each with its reason. The error of a borrowed look-up is asked for in the same function.
 4. No function reaches itself without a RecursionLevel on the way.
 5. No two arguments of a call can run Python code: C++ evaluates them in any order.
+6. What is known of one minor version of the interpreter stands in interpreter*.h and .cpp.
 
 The sources are read as text: a tool formats them, and a lambda counts as part of the function that
 it stands in, which a compiler's tree hides. Calls through the interpreter are not followed.
@@ -22,9 +23,12 @@ TABLES = tomllib.loads((HERE / "source_rules.toml").read_text())
 KINDS = {kind: re.compile("|".join(names.split())) for kind, names in TABLES["kinds"].items()}
 RUNS_CODE = re.compile("|".join(TABLES["order"]["runs"].split()))
 ALLOWED = {(place, rule) for rule, places in TABLES["places"].items() for place in places}
-OWNERS = {"own", "own_attribute", "steal", "PyErr_Restore", "PyTuple_SET_ITEM", "PyList_SET_ITEM"}
+OWNERS = {"own", "own_attribute", "steal", "PyErr_Restore", "PyErr_SetRaisedException"}
+OWNERS |= {"PyTuple_SET_ITEM", "PyList_SET_ITEM"}
 CALL = re.compile(r"\b(_import_array|_?Py[A-Z]?\w*_\w+|tp_\w+)\s*\(")
-NO_CODE = r"""//[^\n]*|"(?:\\.|[^"\\\n])*"|'(?:\\.|[^'\\\n])+'|^\#(?:\\\n|[^\n])*"""
+VERSIONED = re.compile(rf"\b({'|'.join(TABLES['versions']['names'].split())})\b")
+NO_TEXT = r"""//[^\n]*|"(?:\\.|[^"\\\n])*"|'(?:\\.|[^'\\\n])+'"""
+NO_CODE = NO_TEXT + r"|^\#(?:\\\n|[^\n])*"
 
 
 @dataclass(eq=False)
@@ -169,15 +173,28 @@ def unordered(found: list[Function]) -> Iterator[tuple[Function, int, str]]:
                 yield function, at, f"arguments of {call[1]} run Python code in any order"
 
 
+def versioned(file: str, text: str) -> Iterator[tuple[Function, int, str, str]]:
+    """Where a file that is not of the seam to the interpreter knows its version."""
+    if not file.startswith("interpreter"):
+        for name in VERSIONED.finditer(text):
+            report = f"{name[0]} may stand in interpreter*.h and .cpp only"
+            yield Function(file, "", 0), name.start(), "version", report
+
+
 def main() -> int:
     root = Path(sys.argv[1]) if len(sys.argv) > 1 else HERE.parent
     paths = {path.name: path for path in sorted((root / "src").glob("*/*.*"))}
     found: list[Function] = []
+    broken: list[tuple[Function, int, str, str]] = []
     for name, path in paths.items():
-        blanked = re.sub(NO_CODE, lambda m: re.sub(r"\S", " ", m[0]), path.read_text(), flags=re.M)
-        found += functions(name, blanked)
+        text, code = (
+            re.sub(blank, lambda m: re.sub(r"\S", " ", m[0]), path.read_text(), flags=re.M)
+            for blank in (NO_TEXT, NO_CODE)
+        )
+        broken += versioned(name, text)
+        found += functions(name, code)
     calls = [(function, call) for function in found for call in CALL.finditer(function.text)]
-    broken = [(f, call.start(), *rule) for f, call in calls if (rule := misuse(f, call))]
+    broken += [(f, call.start(), *rule) for f, call in calls if (rule := misuse(f, call))]
     for f, way in recursions([function for function in found if function.name]):
         broken.append((f, f.text.index("("), "recursion", f"{f.name} reaches itself: {way}"))
     for f, at, text in unordered([function for function in found if function.name]):

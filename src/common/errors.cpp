@@ -4,6 +4,8 @@
 #include <exception>
 #include <new>
 
+#include "common/interpreter.h"
+
 namespace typed_shapes {
 
 Refused set_error(PyObject* type, const char* format, ...) {
@@ -15,12 +17,6 @@ Refused set_error(PyObject* type, const char* format, ...) {
 }
 
 namespace {
-
-// Sets the error without the interpreter's own chaining of contexts.
-void restore(const Ref& error) {
-  PyErr_Restore(Py_NewRef(Py_TYPE(error.get())), Py_NewRef(error.get()),
-                PyException_GetTraceback(error.get()));
-}
 
 // Removes the error from the chain of contexts, of which it is about to become the head: otherwise
 // the chain would be a cycle. Other cycles are found by Floyd's algorithm, as in the interpreter.
@@ -42,18 +38,7 @@ void cut_from_contexts(PyObject* head, PyObject* error) {
 
 }  // namespace
 
-Ref take_pending() {
-  PyObject* type = nullptr;
-  PyObject* value = nullptr;
-  PyObject* traceback = nullptr;
-  PyErr_Fetch(&type, &value, &traceback);
-  PyErr_NormalizeException(&type, &value, &traceback);
-  Ref owned_type = Ref::steal(type);
-  Ref owned_value = Ref::steal(value);
-  Ref owned_traceback = Ref::steal(traceback);
-  if (owned_traceback) PyException_SetTraceback(value, traceback);
-  return owned_value;
-}
+Ref take_pending() { return interpreter::take_raised(); }
 
 void raise_from_pending(PyObject* type, const char* text) {
   Ref cause = take_pending();
@@ -61,7 +46,7 @@ void raise_from_pending(PyObject* type, const char* text) {
   Ref error = take_pending();
   PyException_SetCause(error.get(), Ref::borrow(cause.get()).release());
   PyException_SetContext(error.get(), cause.release());
-  restore(error);
+  interpreter::set_raised(error);
   throw PythonError{};
 }
 
@@ -75,7 +60,7 @@ void add_context(PyObject* caught) {
     cut_from_contexts(caught, error.get());
     PyException_SetContext(error.get(), Ref::borrow(caught).release());
   }
-  restore(error);
+  interpreter::set_raised(error);
 }
 
 thread_local constinit bool thread_can_throw = false;

@@ -2,6 +2,7 @@
 // expression is a C++ exception. Both become what the interpreter expects at one edge.
 #pragma once
 
+#include "common/interpreter.h"
 #include "common/ref.h"
 
 namespace typed_shapes {
@@ -82,18 +83,7 @@ template <typename... Values>
 [[noreturn]] void raise_from_pending(PyObject* type, const char* text);
 
 // Puts the pending Python error aside while the scope runs code of its own.
-class SavedError {
- public:
-  SavedError() noexcept { PyErr_Fetch(&type_, &value_, &traceback_); }
-  ~SavedError() { PyErr_Restore(type_, value_, traceback_); }
-  SavedError(const SavedError&) = delete;
-  SavedError& operator=(const SavedError&) = delete;
-
- private:
-  PyObject* type_ = nullptr;
-  PyObject* value_ = nullptr;
-  PyObject* traceback_ = nullptr;
-};
+using interpreter::SavedError;
 
 // The pending error as an exception object with its traceback; the indicator is clear afterwards.
 [[nodiscard]] Ref take_pending();

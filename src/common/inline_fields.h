@@ -1,4 +1,4 @@
-// CPython 3.11 keeps the attributes of an ordinary instance in an array beside it, in the order in
+// CPython keeps the attributes of an ordinary instance in an array beside it, in the order in
 // which the first instance of the class got them. Filling that array at once is a good deal cheaper
 // than one PyObject_GenericSetAttr a field, and leaves the very same object.
 #pragma once

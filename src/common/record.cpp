@@ -6,6 +6,7 @@
 #include "common/generated_class.h"
 #include "common/globals.h"
 #include "common/inline_fields.h"
+#include "common/interpreter.h"
 #include "common/scopes.h"
 
 namespace typed_shapes {
@@ -90,6 +91,7 @@ void Record::define(vectorcallfunc overlay) {
   type->tp_vectorcall = overlay;
   if (table_.slots.subscript != nullptr) type->tp_as_mapping->mp_subscript = table_.slots.subscript;
   if (table_.slots.contains != nullptr) type->tp_as_sequence->sq_contains = table_.slots.contains;
+  interpreter::keep_vectorcall(type);
 }
 
 Ref Record::in_module() const {

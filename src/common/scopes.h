@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "common/interpreter.h"
 #include "common/watch.h"
 
 namespace typed_shapes {
@@ -26,15 +27,15 @@ class RecursionLevel {
  public:
   [[gnu::always_inline]] RecursionLevel() : thread_(PyThreadState_Get()) {
     const auto address = reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0));
-    if (watches_usable && thread_->recursion_remaining > 0 && stack_window.covers(address)) {
-      --thread_->recursion_remaining;  // as Py_EnterRecursiveCall does in this version
+    if (watches_usable && interpreter::levels_left(thread_) > 0 && stack_window.covers(address)) {
+      --interpreter::levels_left(thread_);
     } else {
       enter(address);
     }
   }
   ~RecursionLevel() {
     if (watches_usable) {
-      ++thread_->recursion_remaining;
+      ++interpreter::levels_left(thread_);
     } else {
       Py_LeaveRecursiveCall();
     }

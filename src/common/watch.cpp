@@ -45,7 +45,8 @@ void DictWatch::start(PyObject* dict) {
   good_version_ = bad_version_ = 0;
   module_.set(Ref());
   expected_.set(own(PyDict_New()));
-  dict_.set(Ref::borrow(watches_usable ? dict : nullptr));
+  const bool is_watched = watches_usable && dict != nullptr && interpreter::watch_dict(dict);
+  dict_.set(Ref::borrow(is_watched ? dict : nullptr));
 }
 
 void DictWatch::start_module(PyObject* module) {

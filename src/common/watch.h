@@ -8,11 +8,12 @@
 #include <cstdint>
 
 #include "common/errors.h"
+#include "common/interpreter.h"
 
 namespace typed_shapes {
 
-// The version numbers are 3.11's. Under another minor version every watch reports a change, which
-// sends every call to the canonical path.
+// Whether the interpreter is of the minor version that the module was built for. Under another one
+// every watch reports a change, which sends every call to the canonical path.
 extern bool watches_usable;
 
 // Some names of a dictionary, each with the object that it is expected to hold.
@@ -29,9 +30,8 @@ class DictWatch {
   }
 
  private:
-  // Deprecated in 3.12 for want of users; in 3.11 the one cheap way to see that a dict changed.
   [[nodiscard]] std::uint64_t version() const noexcept {
-    return reinterpret_cast<PyDictObject*>(dict_.get())->ma_version_tag;
+    return interpreter::dict_version(dict_.get());
   }
   [[nodiscard]] bool recheck() noexcept;
 
@@ -64,9 +64,7 @@ class ClassWatch {
     PyObject* found;   // kept alive by kept_
   };
 
-  [[nodiscard]] unsigned version() const noexcept {
-    return (type()->tp_flags & Py_TPFLAGS_VALID_VERSION_TAG) != 0 ? type()->tp_version_tag : 0;
-  }
+  [[nodiscard]] unsigned version() const noexcept { return interpreter::class_version(type()); }
   // A class that was changed and not looked at since has no number.
   [[nodiscard]] bool is_known_version() const noexcept {
     const unsigned current = version();

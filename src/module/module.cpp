@@ -4,6 +4,7 @@
 
 #include "common/errors.h"
 #include "common/globals.h"
+#include "common/interpreter.h"
 #include "common/scopes.h"
 #include "module/contents.h"
 
@@ -63,18 +64,15 @@ Ref create_module(PyObject* spec) {
   return module;
 }
 
-constexpr unsigned long kBuildVersion = PY_VERSION_HEX >> 16U;
-
-unsigned long runtime_version() noexcept { return Py_Version >> 16U; }
-
 void warn_of_other_version() {
-  const unsigned long runtime = runtime_version();
-  if (runtime == kBuildVersion) return;
+  constexpr interpreter::Version kBuilt = interpreter::kBuiltFor;
+  const interpreter::Version runtime = interpreter::running();
+  if (runtime == kBuilt) return;
   check(PyErr_WarnFormat(PyExc_RuntimeWarning, 1,
-                         "compile time Python version %d.%d of module '%.100s' %s runtime version "
-                         "%d.%d",
-                         PY_MAJOR_VERSION, PY_MINOR_VERSION, kModuleName, "does not match",
-                         static_cast<int>(runtime >> 8U), static_cast<int>(runtime & 0xFFU)));
+                         "compile time Python version %u.%u of module '%.100s' %s runtime version "
+                         "%u.%u",
+                         kBuilt.major, kBuilt.minor, kModuleName, "does not match", runtime.major,
+                         runtime.minor));
 }
 
 // An entry of sys.modules that is taken back unless the load succeeds.
@@ -106,7 +104,7 @@ class Registration {
 
 void load(PyObject* module) {
   Ref builtins = own(PyImport_ImportModule("builtins"));
-  watches_usable = runtime_version() == kBuildVersion;
+  watches_usable = interpreter::running() == interpreter::kBuiltFor;
   Name::intern_all();
   globals::open(module, builtins.get());
   check(PyObject_SetAttrString(module, "__builtins__", builtins.get()));

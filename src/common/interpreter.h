@@ -1,0 +1,44 @@
+// What this code base knows of one minor version of CPython beyond its documented interface.
+// Nothing else asks for the version. What reads or writes the interpreter's own data is used only
+// where the version that runs is the one that the module was built for.
+#pragma once
+
+#include "common/python.h"
+
+#if PY_VERSION_HEX >= 0x030C0000
+#include "common/interpreter_312.h"
+#else
+#include "common/interpreter_311.h"
+#endif
+
+static_assert(PY_VERSION_HEX >= 0x030B0000 && PY_VERSION_HEX < 0x030E0000,
+              "the module knows CPython 3.11 to 3.13");
+static_assert(sizeof(PyObject) == 2 * sizeof(void*),
+              "what lies around an object is known by words");
+
+namespace typed_shapes::interpreter {
+
+struct Version {
+  unsigned major;
+  unsigned minor;
+
+  bool operator==(const Version&) const = default;
+};
+
+inline constexpr Version kBuiltFor = {PY_MAJOR_VERSION, PY_MINOR_VERSION};
+
+inline Version running() noexcept {
+  return {static_cast<unsigned>(Py_Version >> 24U & 0xFFU),
+          static_cast<unsigned>(Py_Version >> 16U & 0xFFU)};
+}
+
+// A number that no earlier state of the class had; 0 where nobody looked at the class since it
+// changed, and where the interpreter has no number left for it.
+inline unsigned class_version(PyTypeObject* type) noexcept {
+#if PY_VERSION_HEX < 0x030D0000
+  if ((type->tp_flags & Py_TPFLAGS_VALID_VERSION_TAG) == 0) return 0;
+#endif
+  return type->tp_version_tag;
+}
+
+}  // namespace typed_shapes::interpreter

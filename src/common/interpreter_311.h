@@ -1,0 +1,97 @@
+// CPython 3.11.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "common/ref.h"
+
+namespace typed_shapes::interpreter {
+
+// --- Native recursion ---
+
+// What Py_EnterRecursiveCall counts down and Py_LeaveRecursiveCall up.
+inline int& levels_left(PyThreadState* thread) noexcept { return thread->recursion_remaining; }
+
+// --- Changes of dicts ---
+
+// Whether dict_version() tells of the dict from now on.
+[[nodiscard]] inline bool watch_dict(PyObject* /*dict*/) noexcept { return true; }
+
+// A number that no earlier state of the dict had.
+inline std::uint64_t dict_version(PyObject* dict) noexcept {
+  return reinterpret_cast<PyDictObject*>(dict)->ma_version_tag;
+}
+
+// --- Calls of classes ---
+
+// Nothing goes past tp_vectorcall in this version.
+inline void keep_vectorcall(PyTypeObject* /*type*/) noexcept {}
+
+// --- The attributes of an instance ---
+
+// An array beside the instance. A prefix that grows downwards holds its own size, the number of
+// values, and the insertion order.
+class InlineValues {
+ public:
+  explicit InlineValues(PyObject* instance) noexcept
+      : values_(reinterpret_cast<PyObject***>(instance)[-4]) {}
+
+  static bool may_have(PyTypeObject* type) noexcept {
+    return (type->tp_flags & Py_TPFLAGS_MANAGED_DICT) != 0;
+  }
+
+  explicit operator bool() const noexcept { return values_ != nullptr; }
+  [[nodiscard]] bool is_fresh() const noexcept { return values_ != nullptr && size() == 0; }
+  [[nodiscard]] bool has_room(std::size_t count) const noexcept { return bytes()[-1] >= count + 2; }
+  [[nodiscard]] PyObject*& value(std::size_t i) const noexcept { return values_[i]; }
+  [[nodiscard]] std::uint8_t& size() const noexcept { return bytes()[-2]; }
+  [[nodiscard]] std::uint8_t& order(std::size_t i) const noexcept {
+    return bytes()[-3 - static_cast<std::ptrdiff_t>(i)];
+  }
+
+ private:
+  [[nodiscard]] std::uint8_t* bytes() const noexcept {
+    return reinterpret_cast<std::uint8_t*>(values_);
+  }
+
+  PyObject** values_;
+};
+
+// --- The pending error ---
+
+// The error with its traceback; the indicator is clear afterwards.
+inline Ref take_raised() noexcept {
+  PyObject* type = nullptr;
+  PyObject* value = nullptr;
+  PyObject* traceback = nullptr;
+  PyErr_Fetch(&type, &value, &traceback);
+  PyErr_NormalizeException(&type, &value, &traceback);
+  Ref owned_type = Ref::steal(type);
+  Ref owned_value = Ref::steal(value);
+  Ref owned_traceback = Ref::steal(traceback);
+  if (owned_traceback) PyException_SetTraceback(value, traceback);
+  return owned_value;
+}
+
+// Sets the error without the interpreter's own chaining of contexts.
+inline void set_raised(const Ref& error) noexcept {
+  PyErr_Restore(Py_NewRef(Py_TYPE(error.get())), Py_NewRef(error.get()),
+                PyException_GetTraceback(error.get()));
+}
+
+// The error is aside while the scope lasts.
+class SavedError {
+ public:
+  SavedError() noexcept { PyErr_Fetch(&type_, &value_, &traceback_); }
+  ~SavedError() { PyErr_Restore(type_, value_, traceback_); }
+  SavedError(const SavedError&) = delete;
+  SavedError& operator=(const SavedError&) = delete;
+
+ private:
+  PyObject* type_ = nullptr;
+  PyObject* value_ = nullptr;
+  PyObject* traceback_ = nullptr;
+};
+
+}  // namespace typed_shapes::interpreter
