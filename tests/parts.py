@@ -28,7 +28,7 @@ def functions(head: str, table: str, **others: Any) -> list[Any]:
 # --- Scalars and keys ---
 
 NUMPY_SCALARS = [np.float64(NAN), np.float32(1), np.int64(1), np.bool_(True), np.str_("a")]
-NUMPY_SCALARS += [np.float16(NAN), np.longdouble(1), np.complex64(1j), np.datetime64("NaT")]
+NUMPY_SCALARS += [np.float16(NAN), np.longdouble(1), np.complex64(1j), np.datetime64("NaT", "D")]
 BUILTIN_SCALARS = [None, True, 0, 1, 1.0, -1, -0.0, NAN, 2**53 + 1, 2.0**53, 2**61 - 1, -(10**25)]
 BUILTIN_SCALARS += ["", "a", "\ud800", b"a", 1j, math.inf]
 # Equal ones, ones of equal hash, ones that become equal as text.

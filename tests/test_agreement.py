@@ -179,6 +179,9 @@ def test_a_bucket_is_read_anew_after_its_keys_were_compared() -> None:
     assert stage.value("k") == 3
 
 
+@pytest.mark.skipif(
+    sys.version_info >= (3, 12), reason="since 3.12 a collection waits until native code returns"
+)
 @pytest.mark.parametrize("side", [0, 1])
 def test_a_collection_may_change_what_was_checked(side: int) -> None:
     by_feature: dict[str, Any] = {}

@@ -19,6 +19,7 @@ from reference.arguments import misfit
 
 PLAIN = reference.load()
 FIELD = "name type default default_factory init repr hash compare kw_only".split()
+COMPILED = {"__firstlineno__", "__static_attributes__"}  # notes of 3.13 about a class statement
 SHOWN = "__module__ __name__ __qualname__ __match_args__ __annotations__".split()
 
 
@@ -47,7 +48,7 @@ def look(value: Any, module: ModuleType) -> Any:
         return seen, function.__globals__ is vars(module), function.__defaults__ is None
     assert set(typing.get_type_hints(value)) == set(vars(value).get("__annotations__", ()))
     seen["mro"] = [cls.__qualname__ for cls in value.__mro__]
-    seen["members"] = sorted(vars(value))
+    seen["members"] = sorted({*vars(value)} - COMPILED)
     if dataclasses.is_dataclass(value):
         seen["decorator"] = repr(value.__dataclass_params__)  # type: ignore[attr-defined]
         fields = dataclasses.fields(value)

@@ -33,6 +33,8 @@ EQUAL = [
 ]
 
 
+# np.allclose of NumPy 2.5 multiplies a tolerance with timedeltas.
+@pytest.mark.filterwarnings("ignore:The 'generic' unit:DeprecationWarning")
 @pytest.mark.parametrize(("a", "b", "expected"), EQUAL)
 def test_equality(a: Any, b: Any, expected: bool) -> None:
     for x, y in ((a, b), (b, a), ([a], [b]), ({"k": a}, {"k": b})):
@@ -86,7 +88,9 @@ def test_contexts_are_chained_as_in_an_except_clause(monkeypatch: pytest.MonkeyP
 
 
 def test_texts_of_the_old_c_api() -> None:
-    make = pytest.importorskip("_testcapi").unicode_legacy_string
+    make = getattr(pytest.importorskip("_testcapi"), "unicode_legacy_string", None)
+    if make is None:
+        pytest.skip("3.12 did away with them")
     for raw in ({"type": "expression", "op": "feature", "name": "x"}, {"type": "x"}, {"op": "x"}):
         for key in raw:
 
