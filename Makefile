@@ -2,20 +2,30 @@
 SHELL := /bin/bash
 .DEFAULT_GOAL := help
 
-PYTHON ?= $(firstword $(shell command -v python3.11 python3 python))
-VENV := .venv
+# The first of these interpreters that serves, with its version: from the path, or one of pyenv's.
+find = $(shell for name in $(1); do for path in $$(command -v $$name) $$HOME/.pyenv/versions/*/bin/$$name; do \
+  "$$path" -c 'import sys; v = sys.version_info[:2]; (3, 11) <= v <= (3, 13) and print(sys.argv[1], "%d.%d" % v)' "$$path" \
+  2>/dev/null | grep . && exit; done; done)
+FOUND := $(call find,python3.11 python3.12 python3.13 python3 python)
+GIVEN := $(if $(PYTHON),$(call find,$(PYTHON)),$(FOUND))
+override PYTHON := $(word 1,$(GIVEN))
+VERSION := $(word 2,$(GIVEN))
+other_interpreters = $(foreach version,$(filter-out $(VERSION),3.11 3.12 3.13),$(word 1,$(call find,python$(version))))
+# Each version has an environment of its own; .venv is that of the interpreter that is found unasked.
+VENV := .venv$(if $(filter $(VERSION),$(word 2,$(FOUND))),,-$(VERSION))
+export VENV
 BIN := $(VENV)/bin
 PIP := $(BIN)/python -m pip --disable-pip-version-check
 NATIVE_SOURCES := CMakeLists.txt $(wildcard src/*/*.cpp src/*/*.h)
 PACKAGE_SOURCES := pyproject.toml $(NATIVE_SOURCES) $(wildcard functions/*) $(wildcard cli/*/*.py cli/*/*/*.json)
 PYTHON_TREES := cli tests benchmarks examples scripts docs reference
-OTHER_PYTHONS := $(foreach minor,12 13,build/python3.$(minor)/ready)
+OTHER_PYTHONS := $(foreach version,$(filter-out $(VERSION),3.12 3.13),build/python$(version)/ready)
 
 # What pytest and Matplotlib would leave in /tmp and in the home folder.
 export PYTEST_DEBUG_TEMPROOT := $(CURDIR)/build
 export MPLCONFIGDIR := $(CURDIR)/build/matplotlib
 
-.PHONY: help demo test lint format sanitize harden harden-quick mutants wheel compat bench bench-check docs stats clean require
+.PHONY: help demo test test-others lint format sanitize harden harden-quick mutants wheel compat bench bench-check docs stats clean require
 .DELETE_ON_ERROR:
 
 help: ## List the commands
@@ -23,14 +33,14 @@ help: ## List the commands
 
 require:
 	@[ -w . ] || { echo "This folder cannot be written to, and .venv and build are made in it: work in a clone of your own"; exit 1; }
-	@[ -n "$(PYTHON)" ] && $(PYTHON) -c 'import sys; sys.exit(sys.version_info[:2] != (3, 11))' 2>/dev/null \
-	  || { echo "CPython 3.11 is needed: put python3.11 on the path, or say make PYTHON=/path/to/python3.11"; exit 1; }
+	@[ -n "$(PYTHON)" ] \
+	  || { echo "CPython 3.11, 3.12 or 3.13 is needed: put one on the path, or say make PYTHON=/path/to/python3.13"; exit 1; }
 	@$(PYTHON) -c 'import os, sys, sysconfig; sys.exit(not os.path.exists(os.path.join(sysconfig.get_path("include"), "Python.h")))' \
-	  || { echo "The headers of CPython 3.11 are missing (Debian: the package python3.11-dev)"; exit 1; }
+	  || { echo "The headers of CPython $(VERSION) are missing (Debian: the package python$(VERSION)-dev)"; exit 1; }
 
 $(VENV)/tools: pyproject.toml | require
 	@scripts/compiler.sh
-	@$(PYTHON) -m venv $(VENV) || { echo "python -m venv does not work (Debian: the package python3.11-venv)"; exit 1; }
+	@$(PYTHON) -m venv $(VENV) || { echo "python -m venv does not work (Debian: the package python$(VERSION)-venv)"; exit 1; }
 	$(PIP) install --quiet 'pip>=25.1'
 	$(PIP) install --quiet --group build --group test --group cli
 	@touch $@
@@ -69,16 +79,19 @@ $(VENV)/installed: $(PACKAGE_SOURCES) $(VENV)/tools
 # Interpreters of other versions that happen to be on the machine, for the test that loads the module there.
 build/python3.%/ready:
 	@mkdir -p $(@D)
-	@python=$$(ls -d $$(command -v python3.$* || true) $$HOME/.pyenv/versions/3.$*.*/bin/python 2>/dev/null | while read -r p; do \
-	    "$$p" -c 'import sys; sys.exit(sys.version_info[:2] != (3, $*))' 2>/dev/null && echo "$$p"; done | head -n 1); \
+	@python="$(word 1,$(call find,python3.$*))"; \
 	  if [ -n "$$python" ]; then "$$python" -m venv $(@D)/venv && $(@D)/venv/bin/pip -q --disable-pip-version-check install numpy || rm -rf $(@D)/venv; fi
 	@touch $@
 
 demo: $(VENV)/installed ## Build everything and run the main job on real payloads
 	$(BIN)/python scripts/demo.py
 
-test: $(VENV)/installed $(OTHER_PYTHONS) ## Build everything and run the tests
+test: $(VENV)/installed $(OTHER_PYTHONS) ## Build everything and run the tests; PYTHON=python3.13 does it with another version
 	$(BIN)/python -m pytest $(PYTEST_ARGS)
+
+test-others: ## The same with the other versions of CPython that are on the machine
+	@for python in $(other_interpreters); do \
+	  echo "$$python" && $(MAKE) --no-print-directory test PYTHON="$$python" || exit; done
 
 lint: $(VENV)/installed $(VENV)/lint-tools ## Check format, types and the C++ rules (of what changed; TIDY_ARGS=--all: of all)
 	$(BIN)/clang-format --dry-run --Werror $(wildcard src/*/*.cpp src/*/*.h)
@@ -111,11 +124,11 @@ mutants: $(VENV)/mutants-tools ## Plant small faults and see whether the tests n
 harden-quick: $(VENV)/installed $(VENV)/harden-tools $(OTHER_PYTHONS) ## The subset of harden that fits into every CI run
 	$(BIN)/python tests/harden/run.py --quick $(HARDEN_ARGS)
 
-wheel: $(VENV)/wheel-tools ## Build the sdist and the wheel into dist/ (WHEEL_ARGS=--check: twice, and compare)
-	$(BIN)/python scripts/wheel.py $(WHEEL_ARGS)
+wheel: $(VENV)/wheel-tools ## Build the sdist and a wheel for each version into dist/ (WHEEL_ARGS=--check: twice, and compare)
+	$(BIN)/python scripts/wheel.py $(WHEEL_ARGS) $(other_interpreters)
 
-compat: wheel $(OTHER_PYTHONS) ## Run the tests on the wheel with NumPy 1.23.5, 1.26 and the newest 2.x
-	$(BIN)/python scripts/compat.py $(PYTEST_ARGS)
+compat: wheel $(OTHER_PYTHONS) ## Run the tests on each wheel with several versions of NumPy, the oldest and the newest among them
+	$(BIN)/python scripts/compat.py $(other_interpreters) -- $(PYTEST_ARGS)
 
 bench: $(VENV)/installed $(VENV)/bench-tools ## Time the module against plain Python and its peers
 	$(BIN)/python benchmarks/run.py $(BENCH_ARGS)
@@ -131,4 +144,4 @@ stats: ## Print the sizes of code and tests
 	@$(PYTHON) scripts/stats.py
 
 clean: ## Remove everything that was made
-	rm -rf $(VENV) build dist .hypothesis .pytest_cache .mypy_cache .ruff_cache
+	rm -rf .venv .venv-3.* build dist .hypothesis .pytest_cache .mypy_cache .ruff_cache

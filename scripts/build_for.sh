@@ -7,9 +7,9 @@ need() {
 }
 
 # build_for PYTHON NAME [CMake options] builds the module for an interpreter of this version
-# in build/NAME and puts it, the tests and the packages of .venv on that interpreter's path.
+# in build/NAME and puts it, the tests and the packages of the environment on that interpreter's path.
 build_for() {
-  local python=$1 build=$PWD/build/$2 bin=$PWD/.venv/bin packages
+  local python=$1 build=$PWD/build/$2 bin=$PWD/${VENV:-.venv}/bin packages
   packages=$("$bin/python" -c 'import sysconfig; print(sysconfig.get_path("purelib"))')
   PYTHONPATH=$packages "$bin/cmake" -S . -B "$build" -G Ninja -DCMAKE_MAKE_PROGRAM="$bin/ninja" \
     -DPython_EXECUTABLE="$python" -DTYPED_SHAPES_WERROR=ON -DCMAKE_INSTALL_PREFIX="$build/site" "${@:3}" >/dev/null

@@ -1,10 +1,10 @@
 #!/usr/bin/env bash
 # Build the module with AddressSanitizer and UndefinedBehaviorSanitizer and run the tests on it.
-# SANITIZE_PYTHON names another interpreter than that of .venv.
+# SANITIZE_PYTHON names another interpreter than that of the environment.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/build_for.sh
-python=${SANITIZE_PYTHON:-$PWD/.venv/bin/python}
+python=${SANITIZE_PYTHON:-$PWD/${VENV:-.venv}/bin/python}
 export ASAN_OPTIONS=detect_leaks=0:handle_segv=0:${ASAN_OPTIONS:-}
 export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1:${UBSAN_OPTIONS:-}
 # No build type: a named one would switch off the assertions of the interpreter's headers.

@@ -1,7 +1,8 @@
-"""Build the sdist and the wheel; a tree gives the same bytes wherever and whenever it is built.
+"""Build the sdist and the wheels; a tree gives the same bytes wherever and whenever it is built.
 
-The two files go to dist/. Their members must be the expected ones, and the binary must have all its
-protections. With --check they are built again in other surroundings, and all bytes are compared.
+The files go to dist/: the sdist, a wheel for this interpreter and one for each that is named. Their
+members must be the expected ones, and the binaries must have all their protections. With --check
+they are built again in other surroundings, and all bytes are compared.
 """
 
 from __future__ import annotations
@@ -56,29 +57,32 @@ def run(command: list[str]) -> None:
         sys.exit(f"{done.stdout}{done.stderr}\nfailed: {' '.join(command)}")
 
 
-def build(folder: Path) -> list[Path]:
-    """Export the tree, build the sdist, from that the wheel in isolation, and give it its tag."""
+def build(folder: Path, pythons: list[str]) -> list[Path]:
+    """Export the tree, build the sdist and from it the wheels, in isolation, and tag them."""
     os.umask(0o022)  # auditwheel packs folders with the modes that it made them with
     source, raw, finished = (folder / name for name in ("source", "raw", "finished"))
     for name in tracked():
         (source / name).parent.mkdir(parents=True, exist_ok=True)
         shutil.copy(ROOT / name, source / name)
-    run([sys.executable, "-m", "build", "--outdir", str(raw), str(source)])
-    (wheel,) = raw.glob("*.whl")
-    run([sys.executable, "-m", "auditwheel", "repair", "--wheel-dir", str(finished), str(wheel)])
+    run([sys.executable, "-m", "build", "--sdist", "--outdir", str(raw), str(source)])
     (sdist,) = raw.glob("*.tar.gz")
+    for python in [sys.executable, *pythons]:
+        pip = [sys.executable, "-m", "pip", "--python", python, "--disable-pip-version-check"]
+        run([*pip, "wheel", "--no-deps", "--no-cache-dir", "--wheel-dir", str(raw), str(sdist)])
+    repair = [sys.executable, "-m", "auditwheel", "repair", "--wheel-dir", str(finished)]
+    run([*repair, *map(str, raw.glob("*.whl"))])
     return [Path(shutil.copy(sdist, finished)), *finished.glob("*.whl")]
 
 
-def build_into(target: Path) -> list[Path]:
+def build_into(target: Path, pythons: list[str]) -> list[Path]:
     with tempfile.TemporaryDirectory() as folder:
-        made = build(Path(folder))
+        made = build(Path(folder), pythons)
         shutil.rmtree(target, ignore_errors=True)
         target.mkdir(parents=True)
         return [Path(shutil.move(file, target)) for file in made]
 
 
-def build_elsewhere(folder: Path) -> list[Path]:
+def build_elsewhere(folder: Path, pythons: list[str]) -> list[Path]:
     """The same by a process that has as little in common with this one as one machine allows."""
     temporary = folder / "another folder" / "of another length"
     temporary.mkdir(parents=True)
@@ -88,7 +92,7 @@ def build_elsewhere(folder: Path) -> list[Path]:
         os.sched_setaffinity(0, sorted(os.sched_getaffinity(0))[:ELSEWHERE_CPUS])
 
     subprocess.run(
-        [sys.executable, __file__, "--into", str(folder / "dist")],
+        [sys.executable, __file__, "--into", str(folder / "dist"), *pythons],
         env={**os.environ, **ELSEWHERE, "TMPDIR": str(temporary)},
         cwd=folder,
         preexec_fn=enter,
@@ -114,7 +118,9 @@ def expected(file: Path) -> set[str]:
     if file.suffix == ".whl":
         package = "cli/typed_shapes_cli/"
         command = {name.removeprefix("cli/") for name in tracked() if name.startswith(package)}
-        module = {"_typed_shapes.cpython-311-x86_64-linux-gnu.so", "_typed_shapes.pyi", "py.typed"}
+        version = file.name.split("-")[2].removeprefix("cp")
+        binary = f"_typed_shapes.cpython-{version}-x86_64-linux-gnu.so"
+        module = {binary, "_typed_shapes.pyi", "py.typed"}
         about = {"METADATA", "WHEEL", "RECORD", "entry_points.txt"}
         return (
             command
@@ -151,12 +157,14 @@ def main() -> int:
     parser = argparse.ArgumentParser(description=__doc__)
     parser.add_argument("--check", action="store_true", help="build again elsewhere and compare")
     parser.add_argument("--into", type=Path, default=ROOT / "dist", metavar="FOLDER")
+    parser.add_argument("pythons", nargs="*", help="the other interpreters to build a wheel for")
     options = parser.parse_args()
-    made = sorted(build_into(options.into))
+    made = sorted(build_into(options.into, options.pythons))
     found = [text for file in made for text in [*surprises(file), *gaps(file)]]
     if options.check:
         with tempfile.TemporaryDirectory() as folder:
-            for one, other in zip(made, build_elsewhere(Path(folder)), strict=True):
+            again = build_elsewhere(Path(folder), options.pythons)
+            for one, other in zip(made, again, strict=True):
                 found += differences(one, other)
     state = " with uncommitted changes" if git("status", "--porcelain") else ""
     print(f"commit {git('rev-parse', '--short', 'HEAD').strip()}{state}")
