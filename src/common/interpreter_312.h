@@ -1,5 +1,5 @@
-// CPython 3.12 and 3.13, which differ in where an instance has its attributes, and in what a call of
-// a class does.
+// CPython 3.12 and 3.13, which differ in where an instance has its attributes, and in what a call
+// of a class does.
 #pragma once
 
 #include <cstddef>
