@@ -180,7 +180,7 @@ def test_a_bucket_is_read_anew_after_its_keys_were_compared() -> None:
 
 
 @pytest.mark.skipif(
-    sys.version_info >= (3, 12), reason="since 3.12 a collection waits until native code returns"
+    sys.version_info >= (3, 12), reason="since 3.12 no allocation starts a collection"
 )
 @pytest.mark.parametrize("side", [0, 1])
 def test_a_collection_may_change_what_was_checked(side: int) -> None:

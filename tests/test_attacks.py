@@ -243,7 +243,7 @@ def test_bound_arguments_with_their_defaults_make_the_same_record() -> None:
 
 
 @pytest.mark.skipif(
-    sys.version_info >= (3, 12), reason="since 3.12 a collection waits until native code returns"
+    sys.version_info >= (3, 12), reason="since 3.12 no allocation starts a collection"
 )
 def test_a_collection_while_a_record_is_made_may_patch_its_class(
     monkeypatch: pytest.MonkeyPatch,
