@@ -122,6 +122,14 @@ def test_patched_hooks_run(hook: str, times: int) -> None:
     assert len(calls) == times
 
 
+def test_a_class_may_be_patched_and_taken_back_more_often_than_versions_are_numbered() -> None:
+    for _ in range(1200):  # 3.13 gives a class a thousand numbers
+        with mock.patch.object(ts.StateMapping, "__post_init__", print):
+            ts.StateMapping({})
+        ts.StateMapping({})
+    assert not python_calls(lambda: ts.StateMapping({}))
+
+
 def test_patches_of_code_and_of_modules_are_followed(monkeypatch: pytest.MonkeyPatch) -> None:
     monkeypatch.setattr(Node.__init__, "__defaults__", ("patched", *Node.__init__.__defaults__[1:]))
     assert Node("x").node == "patched"

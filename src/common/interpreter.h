@@ -32,13 +32,4 @@ inline Version running() noexcept {
           static_cast<unsigned>(Py_Version >> 16U & 0xFFU)};
 }
 
-// A number that no earlier state of the class had; 0 where nobody looked at the class since it
-// changed, and where the interpreter has no number left for it.
-inline unsigned class_version(PyTypeObject* type) noexcept {
-#if PY_VERSION_HEX < 0x030D0000
-  if ((type->tp_flags & Py_TPFLAGS_VALID_VERSION_TAG) == 0) return 0;
-#endif
-  return type->tp_version_tag;
-}
-
 }  // namespace typed_shapes::interpreter

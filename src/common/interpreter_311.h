@@ -13,7 +13,7 @@ namespace typed_shapes::interpreter {
 // What Py_EnterRecursiveCall counts down and Py_LeaveRecursiveCall up.
 inline int& levels_left(PyThreadState* thread) noexcept { return thread->recursion_remaining; }
 
-// --- Changes of dicts ---
+// --- Changes of dicts and classes ---
 
 // Whether dict_version() tells of the dict from now on.
 [[nodiscard]] inline bool watch_dict(PyObject* /*dict*/) noexcept { return true; }
@@ -21,6 +21,15 @@ inline int& levels_left(PyThreadState* thread) noexcept { return thread->recursi
 // A number that no earlier state of the dict had.
 inline std::uint64_t dict_version(PyObject* dict) noexcept {
   return reinterpret_cast<PyDictObject*>(dict)->ma_version_tag;
+}
+
+// Whether class_version() tells of the class from now on.
+[[nodiscard]] inline bool watch_class(PyTypeObject* /*type*/) noexcept { return true; }
+
+// A number that no earlier state of the class had; 0 where nobody looked at the class since it
+// changed.
+inline std::uint64_t class_version(PyTypeObject* type, PyObject* /*mro*/) noexcept {
+  return (type->tp_flags & Py_TPFLAGS_VALID_VERSION_TAG) != 0 ? type->tp_version_tag : 0;
 }
 
 // --- Calls of classes ---

@@ -14,7 +14,7 @@ namespace typed_shapes::interpreter {
 // What Py_EnterRecursiveCall counts down and Py_LeaveRecursiveCall up.
 inline int& levels_left(PyThreadState* thread) noexcept { return thread->c_recursion_remaining; }
 
-// --- Changes of dicts ---
+// --- Changes of dicts and classes ---
 
 // Whether dict_version() tells of the dict from now on; where not, no error is set.
 [[nodiscard]] bool watch_dict(PyObject* dict) noexcept;
@@ -25,6 +25,17 @@ extern std::uint64_t watched_changes;
 
 // A number that no earlier state of the dict had.
 inline std::uint64_t dict_version(PyObject* /*dict*/) noexcept { return watched_changes; }
+
+// Whether class_version() tells of the class from now on; where not, no error is set.
+[[nodiscard]] inline bool watch_class(PyTypeObject* type) noexcept {
+  return watch_dict(type->tp_dict);
+}
+
+// A number that no earlier state of the class had; 0 where it has other bases than those of this
+// MRO. The interpreter's own numbers will not do: 3.13 gives a class a thousand of them.
+inline std::uint64_t class_version(PyTypeObject* type, PyObject* mro) noexcept {
+  return type->tp_mro == mro ? watched_changes : 0;
+}
 
 // --- Calls of classes, and the attributes of an instance ---
 

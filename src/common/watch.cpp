@@ -68,7 +68,7 @@ bool DictWatch::recheck() noexcept {
 }
 
 void ClassWatch::start(PyTypeObject* type) {
-  if (!watches_usable) return;
+  if (!watches_usable || !interpreter::watch_class(type)) return;
   attributes_.set(own(PyDict_Copy(type->tp_dict)));
   PyObject_GC_UnTrack(attributes_.get());
   mro_.set(Ref::borrow(type->tp_mro));
@@ -101,7 +101,7 @@ bool ClassWatch::recheck() noexcept {
   if (!has_str_keys(type()->tp_dict)) return false;
   // A look-up makes the interpreter number the class anew after a change.
   _PyType_Lookup(type(), names.init);
-  const unsigned current = version();
+  const std::uint64_t current = version();
   if (current == 0 || current == bad_version_) return false;
   const bool same = type()->tp_mro == mro_.get() && type()->tp_new == new_ &&
                     holds(type()->tp_dict, attributes_.get()) &&

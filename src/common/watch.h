@@ -64,10 +64,12 @@ class ClassWatch {
     PyObject* found;   // kept alive by kept_
   };
 
-  [[nodiscard]] unsigned version() const noexcept { return interpreter::class_version(type()); }
+  [[nodiscard]] std::uint64_t version() const noexcept {
+    return interpreter::class_version(type(), mro_.get());
+  }
   // A class that was changed and not looked at since has no number.
   [[nodiscard]] bool is_known_version() const noexcept {
-    const unsigned current = version();
+    const std::uint64_t current = version();
     return current != 0 && current == good_version_;
   }
   // What is inside of an attribute changes without the class's own version: code, defaults and
@@ -88,8 +90,8 @@ class ClassWatch {
   std::array<TrackedSlot, 12> tracked_{};
   TrackedSlot* tracked_end_ = tracked_.data();
   Slot kept_;
-  unsigned good_version_ = 0;
-  unsigned bad_version_ = 0;
+  std::uint64_t good_version_ = 0;
+  std::uint64_t bad_version_ = 0;
 };
 
 }  // namespace typed_shapes
