@@ -30,9 +30,6 @@ def test_page(page: Path) -> None:
     text = re.sub("^```.*", "", before + page.read_text(), flags=re.M)
     test = doctest.DocTestParser().get_doctest(text, {}, page.name, str(page), 0)
     failed, attempted = doctest.DocTestRunner(optionflags=doctest.ELLIPSIS).run(test)
-    # msgspec leaves a note in a class that it converts to, and the class is slower from then on.
-    for noted in (value for value in vars(ts).values() if "__msgspec_cache__" in dir(value)):
-        del noted.__msgspec_cache__
     assert failed == 0
     assert attempted == text.count("\n>>> ")
 

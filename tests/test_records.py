@@ -9,6 +9,7 @@ import re
 from collections import OrderedDict, namedtuple
 from types import MappingProxyType, SimpleNamespace
 from typing import Any
+from unittest import mock
 
 import numpy as np
 import pytest
@@ -121,7 +122,10 @@ def test_is_a_dataclass_in_full(record: Any) -> None:
     ):
         assert (type(clone), list(vars(clone))) == (cls, list(values))
         assert describe(clone) == describe(record)
-    assert python_calls(lambda: cls(**values)) == []  # copies leave __slotnames__ in the class
+    # The notes that copies and msgspec.convert leave in the class do not slow it down.
+    with mock.patch.object(cls, "__msgspec_cache__", None, create=True):
+        assert "__slotnames__" in vars(cls)
+        assert python_calls(lambda: cls(**values)) == []
     if parameters.frozen:
         pytest.raises(dataclasses.FrozenInstanceError, setattr, record, next(iter(values)), 1)
 

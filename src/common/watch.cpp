@@ -13,9 +13,9 @@ bool watches_usable = false;
 
 namespace {
 
-const struct {
-  Name slotnames{"__slotnames__"};
-} own_names;
+// What is noted in a class without changing it: by copy and pickle about its slots, by msgspec how
+// to convert to it.
+const Name notes[] = {Name("__slotnames__"), Name("__msgspec_cache__")};
 
 // Whether the dictionary holds every expected object, identity deciding. A key that is no exact str
 // counts as a difference: to get past one may run its code, and what that raises is not ours to
@@ -26,10 +26,10 @@ bool holds(PyObject* dict, PyObject* expected) noexcept {
          });
 }
 
-// The first copy or pickle of an instance leaves a note about slots in the class: no change.
 Py_ssize_t size_without_notes(PyObject* attributes) noexcept {
-  const bool has_note = PyDict_GetItemWithError(attributes, own_names.slotnames) != nullptr;
-  return PyDict_GET_SIZE(attributes) - static_cast<Py_ssize_t>(has_note);
+  return PyDict_GET_SIZE(attributes) - std::ranges::count_if(notes, [&](PyObject* note) {
+           return PyDict_GetItemWithError(attributes, note) != nullptr;
+         });
 }
 
 // The layout is the interpreter's own; it tells where the member is.
