@@ -29,7 +29,7 @@ export MPLCONFIGDIR := $(CURDIR)/build/matplotlib
 .DELETE_ON_ERROR:
 
 help: ## List the commands
-	@grep -hE '^[a-z-]+:.*## ' $(MAKEFILE_LIST) | sed -E 's/:.*## /\t/' | expand -t 12
+	@grep -hE '^[a-z-]+:.*## ' $(MAKEFILE_LIST) | sed -E 's/:.*## /\t/' | expand -t 14
 
 require:
 	@[ -w . ] || { echo "This folder cannot be written to, and .venv and build are made in it: work in a clone of your own"; exit 1; }

@@ -20,6 +20,7 @@ from typed_shapes_cli.summaries import brief, cell_text
 
 BLOCK = 1 << 16  # cells that the library compares at once
 TELL_EVERY = 1 << 14
+LEAVES = {bool, int, float, str, type(None)}
 
 Entries = Iterator[tuple[PathStep, Any, Any]]
 
@@ -53,6 +54,8 @@ def first_difference(
             del path[-1:]
             continue
         step, x, y = entry
+        if _flat(x) and _flat(y) and shapes.states_equal(x, y):
+            continue
         entries = _entries(x, y)
         if entries is not None:
             path.append(step)
@@ -61,6 +64,13 @@ def first_difference(
             at = format_path([*path, step, *cell][1:])
             return Difference(at, *(_show_both(x[cell], y[cell]) if cell else _show_both(x, y)))
     return None
+
+
+def _flat(value: Any) -> bool:
+    """Whether a container holds none: most of what is large, and settled by one question."""
+    if type(value) is dict:
+        return LEAVES.issuperset(map(type, value.values()))
+    return type(value) is list and LEAVES.issuperset(map(type, value))
 
 
 def _entries(a: Any, b: Any) -> Entries | None:
