@@ -28,7 +28,7 @@ bool require_equal(const FieldAccess& field, PyObject* expected, const char* sho
 }
 
 bool require_version(const FieldAccess& field) {
-  return require_equal(field, own(PyLong_FromLong(kSchemaVersion)).get(), "2");
+  return require_equal(field, integer(kSchemaVersion).get(), "2");
 }
 
 bool is_version(PyObject* value) {
@@ -82,7 +82,7 @@ constinit RecordOf<std::size(kFields)> record{kTable};
 
 // The version where it is an int (a bool is one), else 0.
 Ref version_of(PyObject* raw) {
-  Ref zero = own(PyLong_FromLong(0));
+  Ref zero = integer(0);
   Ref probed = get(raw, own_names.schema_version, zero.get());
   if (!is_int(probed.get())) return zero;
   return get(raw, own_names.schema_version, zero.get());

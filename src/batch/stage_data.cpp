@@ -135,7 +135,7 @@ Result is_empty(PyObject* self) {
 
 Result feature_names(PyObject* self) {
   Ref features = own(PySet_New(nullptr));
-  Ref two = own(PyLong_FromLong(2));
+  Ref two = integer(2);
   for_each_item(record.attribute(self, kFlat).get(), [&](PyObject* key, PyObject* array) {
     if (!compare(get_attr(array, names.ndim).get(), two.get(), Py_EQ)) return;
     check(PySet_Add(features.get(), key));

@@ -30,6 +30,7 @@ namespace typed_shapes {
 [[nodiscard]] inline Ref boolean(bool condition) {
   return Ref::borrow(condition ? Py_True : Py_False);
 }
+inline Result integer(long number) { return own(PyLong_FromLong(number)); }
 // An interned str.
 inline Result interned(const char* characters) {
   return own(PyUnicode_InternFromString(characters));

@@ -15,7 +15,7 @@ Ref owner(PyObject* name) { return message({"HistoryData['", name, "']"}); }
 bool check_feature(PyObject* name, PyObject* array) {
   if (!require_non_empty_str(name, "HistoryData feature name")) return false;
   if (!require_array(array, [&] { return owner(name); })) return false;
-  if (compare(get_attr(array, names.ndim).get(), own(PyLong_FromLong(2)).get(), Py_NE)) {
+  if (compare(get_attr(array, names.ndim).get(), integer(2).get(), Py_NE)) {
     return schema_error().refuse(
         {owner(name), " must be 2D (T, N); got shape ", str(get_attr(array, names.shape).get())});
   }

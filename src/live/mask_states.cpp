@@ -70,7 +70,7 @@ Ref invalid_state_index(PyObject* mask) {
   Ref invalid = bitwise_or(own(PyNumber_Invert(valid.get())), negative_zero);
   if (!is_true(numpy_call(names.any, invalid.get()).get())) return {};
   Ref indices = numpy_call(names.flatnonzero, invalid.get());
-  Ref first = get_item(indices.get(), own(PyLong_FromLong(0)).get());
+  Ref first = get_item(indices.get(), integer(0).get());
   return call(reinterpret_cast<PyObject*>(&PyLong_Type), first.get());
 }
 

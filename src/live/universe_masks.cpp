@@ -10,11 +10,12 @@ namespace typed_shapes {
 namespace {
 
 const struct {
-  Name by_tag{"by_tag"};
   Name C_CONTIGUOUS{"C_CONTIGUOUS"};
   Name flags{"flags"};
-  Name n_alloc{"n_alloc"};
 } own_names;
+
+// In the order of the fields.
+enum : std::size_t { kByTag, kNAlloc };
 
 constexpr Field kFields[] = {{"by_tag", "Dict[str, np.ndarray]", Default::kRequired, kDict},
                              {"n_alloc", "int"}};
@@ -24,7 +25,7 @@ Result from_raw(PyObject* cls, PyObject* raw, PyObject* n_alloc);
 bool accepts(PyObject* by_tag, PyObject* n_alloc);
 
 extern RecordOf<std::size(kFields)> record;
-using Masks = Forward<record, 0>;
+using Masks = Forward<record, kByTag>;
 
 constexpr Method kMethods[] = {
     {function<post_init>("UniverseMasks.__post_init__(self) -> None")},
@@ -56,17 +57,14 @@ constinit RecordOf<std::size(kFields)> record{kTable};
 Ref owner(PyObject* tag) { return message({"UniverseMasks['", str(tag), "']"}); }
 
 bool check_shape(PyObject* self, PyObject* tag, PyObject* mask) {
-  Ref one = own(PyLong_FromLong(1));
-  bool fits = !compare(get_attr(mask, names.ndim).get(), one.get(), Py_NE);
-  if (fits) {
+  const auto n_alloc = [self] { return record.attribute(self, kNAlloc); };
+  if (!compare(get_attr(mask, names.ndim).get(), integer(1).get(), Py_NE)) {
     Ref shape = get_attr(mask, names.shape);
-    Ref length = get_item(shape.get(), own(PyLong_FromLong(0)).get());
-    fits = !compare(length.get(), get_attr(self, own_names.n_alloc).get(), Py_NE);
+    Ref length = get_item(shape.get(), integer(0).get());
+    if (!compare(length.get(), n_alloc().get(), Py_NE)) return true;
   }
-  if (fits) return true;
   return schema_error().refuse({owner(tag), " has shape ", str(get_attr(mask, names.shape).get()),
-                                ", expected (", str(get_attr(self, own_names.n_alloc).get()),
-                                ",)"});
+                                ", expected (", str(n_alloc().get()), ",)"});
 }
 
 bool check_dtype(PyObject* tag, PyObject* mask) {
@@ -100,18 +98,18 @@ bool check_mask(PyObject* self, PyObject* tag, PyObject* mask) {
 }
 
 bool check_length(PyObject* self) {
-  if (is_int(get_attr(self, own_names.n_alloc).get())) {
-    Ref n_alloc = get_attr(self, own_names.n_alloc);
-    if (!compare(n_alloc.get(), own(PyLong_FromLong(0)).get(), Py_LE)) return true;
-  }
-  return schema_error().refuse({"UniverseMasks.n_alloc must be a positive int; got ",
-                                repr(get_attr(self, own_names.n_alloc).get())});
+  const auto n_alloc = [self] { return record.attribute(self, kNAlloc); };
+  const bool is_positive_int =
+      is_int(n_alloc().get()) && !compare(n_alloc().get(), integer(0).get(), Py_LE);
+  if (is_positive_int) return true;
+  return schema_error().refuse(
+      {"UniverseMasks.n_alloc must be a positive int; got ", repr(n_alloc().get())});
 }
 
 Result post_init(PyObject* self) {
   const auto check = [self](PyObject* tag, PyObject* mask) { return check_mask(self, tag, mask); };
   return none_if(record.require_fields(self) && check_length(self) &&
-                 all_items(get_attr(self, own_names.by_tag).get(), check));
+                 all_items(record.attribute(self, kByTag).get(), check));
 }
 
 bool is_valid_mask(PyArrayObject* mask, npy_intp n_alloc) {
@@ -136,10 +134,10 @@ bool accepts(PyObject* by_tag, PyObject* n_alloc) {
 
 Result from_raw(PyObject* cls, PyObject* raw, PyObject* n_alloc) {
   if (record.is_instance(raw)) {
-    if (!compare(record.attribute(raw, 1).get(), n_alloc, Py_NE)) return Ref::borrow(raw);
+    if (!compare(record.attribute(raw, kNAlloc).get(), n_alloc, Py_NE)) return Ref::borrow(raw);
     return schema_error().refuse(
         {"UniverseMasks coerced with n_alloc=", str(n_alloc),
-         " but payload has n_alloc=", str(record.attribute(raw, 1).get())});
+         " but payload has n_alloc=", str(record.attribute(raw, kNAlloc).get())});
   }
   if (!is_dict(raw)) {
     return schema_error().refuse(

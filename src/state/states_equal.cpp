@@ -90,7 +90,7 @@ bool all_close(PyObject* a, PyObject* right) {
   Ref function = numpy_attr(names.allclose);
   Ref left = get_attr(a, names.data);
   check_operands(left.get(), right);
-  Ref zero = own(PyLong_FromLong(0));
+  Ref zero = integer(0);
   PyObject* const positional[] = {left.get(), right};
   const Keyword keywords[] = {
       {own_names.rtol, zero.get()}, {own_names.atol, zero.get()}, {own_names.equal_nan, Py_True}};
