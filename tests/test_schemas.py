@@ -10,7 +10,7 @@ from typing import Any
 import pytest
 from jsonschema import Draft202012Validator
 from test_cli import FITTING, kind_of, run
-from typed_shapes_cli.misfits import SHAPES, format_path
+from typed_shapes_cli.misfits import SHAPES, format_path, misfit_path
 from typed_shapes_cli.strictness import findings, schema_text
 
 PAYLOADS: dict[str, list[Any]] = {}
@@ -78,6 +78,7 @@ def test_a_schema_refuses_what_the_library_refuses_or_passes_over(kind: str) -> 
         record, found = record_of(kind, payload), findings(kind, payload, json.dumps(payload), 1)
         assert Draft202012Validator(schema).is_valid(payload) is not bool(found), payload
         assert record or found, payload
+        assert record is None or misfit_path(kind, payload) == ()
         told = {finding.at: finding.text for finding in reversed(found)}
         for path, holder in [*holders(payload)] if record else ():
             ways = {format_path(path[:end]) for end in range(1, len(path) + 1)}

@@ -73,7 +73,7 @@ def in_fields(**fitting: Any) -> Callable[[Any, Coerce], Path]:
 
     def locate(payload: Any, coerce: Coerce) -> Path:
         text = refusal(coerce, payload)
-        if isinstance(payload, Mapping):
+        if text is not None and isinstance(payload, Mapping):
             for name in fitting:
                 if name in payload and refusal(coerce, {**fitting, name: payload[name]}) == text:
                     return [name]
@@ -89,6 +89,7 @@ def in_parameters(payload: Any, coerce: Coerce) -> Path:
     """The parameter whose entry is refused, and the bound in it that is none."""
     path = in_order(payload, coerce)
     if path and isinstance(payload, dict):
-        name = str(path[0])
-        path += in_window(payload[name], partial(shapes.ParamSpec.from_raw, name))
+        name = path[0]
+        if isinstance(name, str) and name:
+            path += in_window(payload[name], partial(shapes.ParamSpec.from_raw, name))
     return path

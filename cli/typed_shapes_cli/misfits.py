@@ -47,7 +47,10 @@ def misfit_path(kind: str, payload: Any, *, n_alloc: int | None = None) -> tuple
     if kind not in SHAPES:
         raise ValueError(f"{kind!r} is not a payload kind. Choose from {', '.join(SHAPES)}.")
     shape = SHAPES[kind]
-    return tuple(shape.locate(payload, shape.coercion(payload, n_alloc)))
+    try:
+        return tuple(shape.locate(payload, shape.coercion(payload, n_alloc)))
+    except Exception:  # a payload's own methods may raise anything, and one error is enough
+        return ()
 
 
 def _plain(coerce: Coerce) -> Callable[[Any, int | None], Coerce]:

@@ -80,7 +80,7 @@ def format_path(steps: Sequence[PathStep]) -> str:
     for step in steps:
         if isinstance(step, int):
             text += f"[{step}]"
-        elif step.isidentifier():
+        elif isinstance(step, str) and step.isidentifier():
             text += f".{step}" if text else step
         else:
             text += f"[{step!r}]"
