@@ -92,7 +92,7 @@ def peers(results: Results) -> Iterator[Sheet]:
 
 def sizes(results: Results) -> Iterator[Sheet]:
     if "nodes" in results:
-        headings = (
+        headings: tuple[str, ...] = (
             "nodes",
             "native",
             "plain",

@@ -240,6 +240,15 @@ def test_closed_and_full_streams_end_in_a_line() -> None:
         assert done.stderr.endswith(error), words
 
 
+def test_a_package_that_hides_the_module_is_named(tmp_path: Path) -> None:
+    (tmp_path / "quillmere").mkdir()
+    (tmp_path / "quillmere" / "__init__.py").touch()
+    child = start("kinds", PYTHONPATH=f"{tmp_path}{os.pathsep}{os.environ.get('PYTHONPATH', '')}")
+    said = child.communicate()[1]
+    assert (child.returncode, said.count("\n")) == (1, 1)
+    assert f"the package in {tmp_path / 'quillmere'} hides it" in said
+
+
 def start(*words: object, **env: str) -> subprocess.Popen[str]:
     base = {k: v for k, v in os.environ.items() if k not in ("COLUMNS", "FORCE_COLOR", "NO_COLOR")}
     command = [sys.executable, "-m", "typed_shapes_cli", *map(str, words)]
