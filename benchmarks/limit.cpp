@@ -1,8 +1,7 @@
-// The least that a graph of CPython 3.11 can cost: a C loop that reads the benchmark's payload,
+// The least that a graph can cost: a C loop that reads the benchmark's payload,
 // knows the order of its keys, checks nothing, and makes the same four objects a node (the
 // instance, its values, a list, a copied dict).
-#define PY_SSIZE_T_CLEAN
-#include <Python.h>
+#include "common/interpreter.h"
 
 namespace {
 
@@ -12,15 +11,13 @@ constexpr Py_ssize_t kKeys = 4;  // "type", "node", "children", "config"
 PyTypeObject* node_type = nullptr;
 PyObject* no_arguments = nullptr;
 
-// The values of a new instance, as the interpreter keeps them beside it.
 void fill(PyObject* instance, PyObject* const* values) {
-  PyObject** fields = reinterpret_cast<PyObject***>(instance)[-4];
-  auto* order = reinterpret_cast<unsigned char*>(fields);
-  for (Py_ssize_t i = 0; i < kFields; ++i) {
-    fields[i] = values[i];
-    order[-3 - i] = static_cast<unsigned char>(i);
+  const typed_shapes::interpreter::InlineValues fields(instance);
+  for (std::size_t i = 0; i < kFields; ++i) {
+    fields.value(i) = values[i];
+    fields.order(i) = static_cast<std::uint8_t>(i);
   }
-  order[-2] = kFields;
+  fields.size() = kFields;
 }
 
 PyObject* make(PyObject* raw) {

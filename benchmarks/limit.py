@@ -25,7 +25,8 @@ def make_graph() -> Callable[[object], object]:
     library = files.FOLDER / "limit.so"
     source = files.ROOT / "benchmarks" / "limit.cpp"
     command = [os.environ.get("CXX", "c++"), "-std=c++20", "-O3", "-DNDEBUG", "-shared", "-fPIC"]
-    command += [f"-I{sysconfig.get_path('include')}", f"{source}", "-o", f"{library}"]
+    folders = [sysconfig.get_path("include"), str(files.ROOT / "src")]
+    command += [*(f"-I{folder}" for folder in folders), f"{source}", "-o", f"{library}"]
     subprocess.run(command, check=True)
     spec = importlib.util.spec_from_file_location("limit", library)
     assert spec is not None and spec.loader is not None
