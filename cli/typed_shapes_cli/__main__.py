@@ -9,7 +9,8 @@ def hidden() -> str:
 
     where = ", ".join(quillmere.__path__)
     return (
-        f"typed-shapes needs quillmere.functions._typed_shapes, and the package in {where} hides it: "
+        "typed-shapes needs quillmere.functions._typed_shapes, "
+        f"and the package in {where} hides it: "
         "put both into one folder, or pkgutil.extend_path into the package's __init__.py"
     )
 
