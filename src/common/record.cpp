@@ -12,15 +12,9 @@
 namespace typed_shapes {
 
 PyObject* shared_default(Default kind) noexcept {
-  switch (kind) {
-    case Default::kNone:
-    case Default::kHidden:
-      return Py_None;
-    case Default::kFalse:
-      return Py_False;
-    default:
-      return nullptr;
-  }
+  // In the order of the enumerators.
+  static PyObject* const values[] = {nullptr, Py_None, Py_False, nullptr, nullptr, Py_None};
+  return values[static_cast<std::size_t>(kind)];
 }
 
 PyTypeObject* default_factory(Default kind) noexcept {
@@ -197,13 +191,13 @@ bool Record::call_init(PyObject* instance, PyObject* const* values,
                        std::span<const Ref> made) const {
   const Ref init = globals::held(init_);
   const Ref mark = Ref::borrow(factory_mark_.get());
-  std::array<PyObject*, kMaxParameters + 1> stack{instance};
-  std::copy_n(values, table_.fields.size(), stack.begin() + 1);
+  PyObject* stack[kMaxParameters + 1] = {instance};
+  const std::span passed(stack + 1, table_.fields.size());
+  std::copy_n(values, passed.size(), passed.begin());
   for (const Ref& value : made) {
-    if (value) std::ranges::replace(stack, value.get(), mark.get());
+    if (value) std::ranges::replace(passed, value.get(), mark.get());
   }
-  return static_cast<bool>(
-      own(PyObject_Vectorcall(init.get(), stack.data(), table_.fields.size() + 1, nullptr)));
+  return static_cast<bool>(own(PyObject_Vectorcall(init.get(), stack, passed.size() + 1, nullptr)));
 }
 
 template <typename Initialise>
