@@ -13,6 +13,7 @@ import sys
 from pathlib import Path
 from typing import Any
 
+import files
 import numpy as np
 from memory import MODULES, WHATS
 from timing import QUICK, Effort
@@ -20,7 +21,10 @@ from works import GROUPS
 
 HERE = Path(__file__).parent
 LIBRARIES = ("msgspec", "pydantic", "attrs", "cattrs", "mashumaro", "dacite")
-IMPORTS = {"native": "from quillmere.functions import _typed_shapes", "plain": "import plain"}
+IMPORTS = {
+    "native": "from quillmere.functions import _typed_shapes",
+    "plain": "import plain_module",
+}
 GRAPH, KEPT = "graph, 1,000 nodes", "graph, with 50 kept alive"
 PEER_FLOORS = {GRAPH: 1.1, KEPT: 2.0}
 Results = dict[str, Any]
@@ -117,7 +121,7 @@ def memory(quick: bool) -> list[dict[str, Any]]:
 def _import_time(statement: str) -> float:
     """Microseconds that importing takes after NumPy: all that -X importtime lists after it."""
     command = [sys.executable, "-X", "importtime", "-c", f"import numpy; {statement}"]
-    path = os.pathsep.join([str(HERE), os.environ.get("PYTHONPATH", "")])
+    path = os.pathsep.join([str(files.FOLDER), os.environ.get("PYTHONPATH", "")])
     environment = {**os.environ, "PYTHONPATH": path, "OPENBLAS_NUM_THREADS": "1"}
     environment.pop("PYTHONDONTWRITEBYTECODE", None)  # a user's modules are compiled once
     done = subprocess.run(command, env=environment, capture_output=True, text=True, check=True)
@@ -127,8 +131,20 @@ def _import_time(statement: str) -> float:
     return sum(float(line[0].split(":")[1]) for line in after)
 
 
+def _write_plain_module() -> None:
+    """The sections of the reference as the one file that somebody would write."""
+    import reference
+
+    future = "from __future__ import annotations\n"
+    sections = [(reference.FOLDER / f"{name}.py").read_text() for name in reference.SECTIONS]
+    text = future + "".join(section.replace(future, "") for section in sections)
+    files.FOLDER.mkdir(parents=True, exist_ok=True)
+    (files.FOLDER / "plain_module.py").write_text(text)
+
+
 def imports(quick: bool) -> dict[str, float]:
-    """Medians in milliseconds, the processes in turn."""
+    """Medians in milliseconds, the processes in turn; the first only writes the bytecode."""
+    _write_plain_module()
     rounds: dict[str, list[float]] = {who: [] for who in IMPORTS}
     for _ in range(4 if quick else 21):
         for who, statement in IMPORTS.items():

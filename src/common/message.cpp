@@ -1,6 +1,7 @@
 #include "common/message.h"
 
 #include <iterator>
+#include <string>
 
 #include "common/globals.h"
 
@@ -13,6 +14,15 @@ std::size_t Piece::length() const {
   }
   raise(PyExc_TypeError, "can only concatenate str (not \"%.200s\") to str",
         Py_TYPE(text_.get())->tp_name);
+}
+
+std::string_view Piece::ascii() const noexcept {
+  if (!text_) return literal_;
+  Py_ssize_t size = 0;
+  const char* characters = PyUnicode_AsUTF8AndSize(text_.get(), &size);
+  if (characters == nullptr) PyErr_Clear();  // a lone surrogate
+  if (characters == nullptr || size != PyUnicode_GetLength(text_.get())) return {};
+  return {characters, static_cast<std::size_t>(size)};
 }
 
 void Piece::append_to(Characters& characters) const {
@@ -28,15 +38,31 @@ void Piece::append_to(Characters& characters) const {
   }
 }
 
-// Not one str after the other: a refusal takes no longer than in Python, which joins them at once.
-Result message(std::initializer_list<Piece> pieces) {
-  std::size_t length = 0;
-  for (const Piece& piece : pieces) length += piece.length();
+namespace {
+
+Result wide_message(std::initializer_list<Piece> pieces, std::size_t length) {
   Characters characters;
   characters.reserve(length);
   for (const Piece& piece : pieces) piece.append_to(characters);
   return own(
       PyUnicode_FromKindAndData(PyUnicode_4BYTE_KIND, characters.data(), std::ssize(characters)));
+}
+
+}  // namespace
+
+// Not one str after the other: a refusal takes no longer than in Python, which joins them at once.
+Result message(std::initializer_list<Piece> pieces) {
+  std::size_t length = 0;
+  for (const Piece& piece : pieces) length += piece.length();
+  std::string characters;
+  characters.reserve(length);
+  for (const Piece& piece : pieces) {
+    const std::string_view ascii = piece.ascii();
+    if (ascii.data() == nullptr) return wide_message(pieces, length);
+    characters += ascii;
+  }
+  return own(
+      PyUnicode_FromKindAndData(PyUnicode_1BYTE_KIND, characters.data(), std::ssize(characters)));
 }
 
 Refused refuse_with(PyObject* exception) {
