@@ -215,6 +215,20 @@ fresh = [code._co_code_adaptive for code in codes]
 call_often()
 assert fresh == [code._co_code_adaptive for code in codes]  # no __init__ has run
 """,
+    "methods_changed_while_a_class_is_decorated_are_followed": """
+import abc
+finish = abc.update_abstractmethods
+def changing(cls):
+    if cls.__name__ == "Evidence":
+        item = cls.__getitem__
+        cls.__getitem__ = lambda self, key: ["seen", item(self, key)]
+        cls.__post_init__ = lambda self: vars(self).update(seen=True)
+    return finish(cls)
+abc.update_abstractmethods = changing
+import quillmere.functions._typed_shapes as ts
+evidence = ts.Evidence({"a": 1})
+assert (evidence["a"], evidence.seen) == (["seen", 1], True)
+""",
     "what_was_changed_before_the_import_is_followed": """
 import builtins, math, typing
 import numpy as np

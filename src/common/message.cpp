@@ -16,13 +16,13 @@ std::size_t Piece::length() const {
         Py_TYPE(text_.get())->tp_name);
 }
 
-std::string_view Piece::ascii() const noexcept {
+std::string_view Piece::ascii() const {
   if (!text_) return literal_;
   Py_ssize_t size = 0;
   const char* characters = PyUnicode_AsUTF8AndSize(text_.get(), &size);
   if (characters == nullptr) PyErr_Clear();  // a lone surrogate
-  if (characters == nullptr || size != PyUnicode_GetLength(text_.get())) return {};
-  return {characters, static_cast<std::size_t>(size)};
+  if (characters == nullptr || std::cmp_not_equal(size, length())) return {};
+  return {characters, length()};
 }
 
 void Piece::append_to(Characters& characters) const {

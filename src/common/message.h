@@ -26,7 +26,7 @@ class Piece {
   // TypeError, as + raises it, for what only claims to be a str.
   [[nodiscard]] std::size_t length() const;
   // The characters where all are ASCII; a view of nothing, without data, where one is not.
-  [[nodiscard]] std::string_view ascii() const noexcept;
+  [[nodiscard]] std::string_view ascii() const;
   void append_to(Characters& characters) const;
 
  private:

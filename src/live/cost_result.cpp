@@ -46,10 +46,11 @@ using Total = Forward<record, 0>;
 Result shape(PyObject* self) { return get_attr(record.attribute(self, 0).get(), names.shape); }
 
 Result to_array(PyObject* self, PyObject* dtype) {
+  const bool is_numpys_own = numpy_untouched();
   Ref as_array = numpy_attr(names.asarray);
   Ref total = record.attribute(self, 0);
-  // NumPy's own takes it by position too, and faster.
-  if (numpy_untouched()) return call(as_array.get(), total.get(), dtype);
+  // NumPy's own takes the dtype by position too, and faster.
+  if (is_numpys_own) return call(as_array.get(), total.get(), dtype);
   PyObject* const positional[] = {total.get()};
   const Keyword keywords[] = {{names.dtype, dtype}};
   return call_keywords(as_array.get(), positional, keywords);

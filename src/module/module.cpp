@@ -5,7 +5,6 @@
 #include "common/errors.h"
 #include "common/globals.h"
 #include "common/interpreter.h"
-#include "common/scopes.h"
 #include "module/contents.h"
 
 namespace typed_shapes {
@@ -110,11 +109,7 @@ void load(PyObject* module) {
   check(PyObject_SetAttrString(module, "__builtins__", builtins.get()));
   warn_of_other_version();
   Registration registration(module);
-  {
-    // Thousands of objects are made here that all stay, next to all those of NumPy.
-    const CollectorPause pause;
-    run_body();
-  }
+  run_body();
   registration.keep();
 }
 
