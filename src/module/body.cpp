@@ -3,6 +3,7 @@
 #include "common/globals.h"
 #include "common/imports.h"
 #include "common/numpy_api.h"
+#include "common/scopes.h"
 #include "module/contents.h"
 
 namespace typed_shapes {
@@ -64,6 +65,9 @@ void run_body() {
   check_builtins();
   create_function_type();
   import_names();
+  // Thousands of objects are made from here on that all stay, next to all those of NumPy. What runs
+  // is the library's `dataclasses`; a gc.disable() of another thread in these milliseconds is lost.
+  const CollectorPause pause;
   globals::bind(own_names.all_exports, list_of(kExported).get());
   define_error_classes();
   define_function_state();
