@@ -192,9 +192,10 @@ def measured(plan: Plan) -> tuple[Results, list[dict[str, Any]]]:
         calls = 60 if plan.quick else 300
         row = {who: child("kept", who=who, calls=calls) for who in results["peers"][GRAPH]}
         results["peers"] = {GRAPH: results["peers"][GRAPH], KEPT: row, **results["peers"]}
-        few = {"rounds": 3, "seconds": plan.effort.seconds}
         say("cost per node")
-        results["nodes"] = child("nodes", largest=10_000 if plan.quick else 1_000_000, effort=few)
+        results["nodes"] = child(
+            "nodes", largest=10_000 if plan.quick else 1_000_000, effort=effort
+        )
         say("what is left of a node")
         results["limit"] = [
             row

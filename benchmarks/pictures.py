@@ -74,7 +74,7 @@ def nodes_picture(results: Results) -> Figure:
     axes.set_xscale("log")
     axes.set_yscale("log")
     axes.set_yticks([100, 200, 500, 1_000, 2_000, 5_000, 10_000])
-    axes.set_ylim(100, 12_000)
+    axes.set_ylim(100, 20_000)
     axes.minorticks_off()
     for axis in (axes.xaxis, axes.yaxis):
         axis.set_major_formatter(FuncFormatter(_number))

@@ -14,7 +14,7 @@ report=$PWD/build/valgrind/report.xml
 status=0
 valgrind --quiet --leak-check=full --show-leak-kinds=definite --errors-for-leak-kinds=definite \
   --num-callers=40 --xml=yes --xml-file="$report" "$python" -m pytest -q -p no:cacheprovider \
-  --ignore=tests/test_cli.py --ignore=tests/test_module.py --ignore=tests/test_threads.py \
+  --ignore=tests/test_cli.py --ignore=tests/test_module.py --ignore=tests/test_versions.py --ignore=tests/test_threads.py \
   -k 'not depth and not million' "$@" | tee build/valgrind/output || status=$?
 "$python" - "$report" "$(tail -n 1 build/valgrind/output)" "$status" <<'PYTHON'
 import sys
