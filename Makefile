@@ -90,8 +90,7 @@ test: $(VENV)/installed $(OTHER_PYTHONS) ## Build everything and run the tests; 
 	$(BIN)/python -m pytest $(PYTEST_ARGS)
 
 test-others: ## The same with the other versions of CPython that are on the machine
-	@for python in $(other_interpreters); do \
-	  echo "$$python" && $(MAKE) --no-print-directory test PYTHON="$$python" || exit; done
+	@printf '%s\n' $(other_interpreters) | xargs -r -P 2 -I{} $(MAKE) --no-print-directory test PYTHON={}
 
 lint: $(VENV)/installed $(VENV)/lint-tools ## Check format, types and the C++ rules (of what changed; TIDY_ARGS=--all: of all)
 	$(BIN)/clang-format --dry-run --Werror $(wildcard src/*/*.cpp src/*/*.h)

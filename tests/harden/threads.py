@@ -21,9 +21,9 @@ from support import DictSubclass
 
 QUICK = "--quick" in sys.argv
 SECONDS, ITERATIONS = (3, 2) if QUICK else (60, 20)
-# Left out: what changes the whole process, watches its warnings or starts others, jedi, and what
+# Left out: the command; what changes the whole process, watches its warnings or starts others; what
 # only looks at the surface.
-LEFT_OUT = "agreement attacks cli dask docs module reference threads"
+LEFT_OUT = "agreement attacks cli dask docs drawing module reference schemas threads versions"
 SUITE = ["-m", "pytest", "-q", "--parallel-threads=8", f"--iterations={ITERATIONS}",
          "-k", "not attributes_can_be_changed" + " and not million" * QUICK,
          "--skip-thread-unsafe=true", "--mark-hypothesis-as-unsafe",
