@@ -74,8 +74,8 @@ bool may_overflow(Complex<Float> x) noexcept {
 // below those of the quiet NaNs. The signs of two differences tell, which every vector unit can
 // make.
 template <typename Bits, typename Float>
-[[gnu::always_inline]] inline bool any_signalling(const Float* values, std::size_t count,
-                                                  Bits infinity, Bits quiet_bit) noexcept {
+bool any_signalling(const Float* values, std::size_t count, Bits infinity,
+                    Bits quiet_bit) noexcept {
   // Narrow operands are promoted to int.
   // NOLINTBEGIN(bugprone-signed-bitwise)
   constexpr Bits kSign = Bits{1} << (std::numeric_limits<Bits>::digits - 1);
