@@ -22,7 +22,7 @@ std::string_view Piece::ascii() const {
   const char* characters = PyUnicode_AsUTF8AndSize(text_.get(), &size);
   if (characters == nullptr) PyErr_Clear();  // a lone surrogate
   if (characters == nullptr || std::cmp_not_equal(size, length())) return {};
-  return {characters, length()};
+  return {characters, static_cast<std::size_t>(size)};
 }
 
 void Piece::append_to(Characters& characters) const {

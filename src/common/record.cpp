@@ -50,12 +50,15 @@ struct TupleAndDict {
   }
 };
 
-// Whether the methods of a class are still those that it was made with.
-bool keeps_methods(PyObject* attributes, PyObject* made_with) {
-  return has_str_keys(attributes) && all_entries(made_with, [&](PyObject* name, PyObject* value) {
-           const bool is_method = Py_TYPE(value)->tp_descr_get != nullptr;
-           return !is_method || PyDict_GetItemWithError(attributes, name) == value;
-         });
+Ref methods_of(PyTypeObject* type) {
+  Ref methods = own(PyDict_New());
+  all_entries(type->tp_dict, [&](PyObject* name, PyObject* value) {
+    if (Py_TYPE(value)->tp_descr_get != nullptr) {
+      check(PyDict_SetItem(methods.get(), name, value));
+    }
+    return true;
+  });
+  return methods;
 }
 
 }  // namespace
@@ -74,13 +77,12 @@ void Record::define(vectorcallfunc overlay) {
   auto* type = reinterpret_cast<PyTypeObject*>(made.get());
   // A metaclass, of another `object`, may give anything.
   const bool is_ordinary = watches_usable && Py_IS_TYPE(made.get(), &PyType_Type);
-  Ref made_with;
-  if (is_ordinary) made_with = own(PyDict_Copy(type->tp_dict));
+  const Ref methods = is_ordinary ? methods_of(type) : Ref();
   Ref record = decorated(made.get());
   globals::bind(name_.get(), record.get());
   if (!is_ordinary || record.get() != made.get()) return;
   // The decorator calls what others may have put in place, and that may change the class.
-  if (!keeps_methods(type->tp_dict, made_with.get())) return;
+  if (!holds(type->tp_dict, methods.get())) return;
   Ref init = generated_init(type, table_);
   if (!init) return;
   factory_mark_.set(factory_mark(init.get(), table_.fields));

@@ -17,15 +17,6 @@ namespace {
 // to convert to it.
 const Name notes[] = {Name("__slotnames__"), Name("__msgspec_cache__")};
 
-// Whether the dictionary holds every expected object, identity deciding. A key that is no exact str
-// counts as a difference: to get past one may run its code, and what that raises is not ours to
-// drop.
-bool holds(PyObject* dict, PyObject* expected) noexcept {
-  return has_str_keys(dict) && all_entries(expected, [&](PyObject* name, PyObject* value) {
-           return PyDict_GetItemWithError(dict, name) == value;
-         });
-}
-
 Py_ssize_t size_without_notes(PyObject* attributes) noexcept {
   return PyDict_GET_SIZE(attributes) - std::ranges::count_if(notes, [&](PyObject* note) {
            return PyDict_GetItemWithError(attributes, note) != nullptr;
@@ -40,6 +31,12 @@ PyObject** function_of_class_method(PyObject* class_method) {
 }
 
 }  // namespace
+
+bool holds(PyObject* dict, PyObject* expected) noexcept {
+  return has_str_keys(dict) && all_entries(expected, [&](PyObject* name, PyObject* value) {
+           return PyDict_GetItemWithError(dict, name) == value;
+         });
+}
 
 void DictWatch::start(PyObject* dict) {
   good_version_ = bad_version_ = 0;

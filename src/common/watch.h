@@ -16,6 +16,11 @@ namespace typed_shapes {
 // every watch reports a change, which sends every call to the canonical path.
 extern bool watches_usable;
 
+// Whether the dictionary holds every expected object, identity deciding. A key that is no exact str
+// counts as a difference: to get past one may run its code, and what that raises is not ours to
+// drop.
+[[nodiscard]] bool holds(PyObject* dict, PyObject* expected) noexcept;
+
 // Some names of a dictionary, each with the object that it is expected to hold.
 class DictWatch {
  public:
