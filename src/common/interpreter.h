@@ -10,6 +10,9 @@
 #else
 #include "common/interpreter_311.h"
 #endif
+#if PY_VERSION_HEX < 0x030D0000
+#include "common/interpreter_values.h"
+#endif
 
 static_assert(PY_VERSION_HEX >= 0x030B0000 && PY_VERSION_HEX < 0x030E0000,
               "the module knows CPython 3.11 to 3.13");

@@ -39,33 +39,10 @@ inline void keep_vectorcall(PyTypeObject* /*type*/) noexcept {}
 
 // --- The attributes of an instance ---
 
-// An array beside the instance. A prefix that grows downwards holds its own size, the number of
-// values, and the insertion order.
-class InlineValues {
- public:
-  explicit InlineValues(PyObject* instance) noexcept
-      : values_(reinterpret_cast<PyObject***>(instance)[-4]) {}
-
-  static bool may_have(PyTypeObject* type) noexcept {
-    return (type->tp_flags & Py_TPFLAGS_MANAGED_DICT) != 0;
-  }
-
-  explicit operator bool() const noexcept { return values_ != nullptr; }
-  [[nodiscard]] bool is_fresh() const noexcept { return values_ != nullptr && size() == 0; }
-  [[nodiscard]] bool has_room(std::size_t count) const noexcept { return bytes()[-1] >= count + 2; }
-  [[nodiscard]] PyObject*& value(std::size_t i) const noexcept { return values_[i]; }
-  [[nodiscard]] std::uint8_t& size() const noexcept { return bytes()[-2]; }
-  [[nodiscard]] std::uint8_t& order(std::size_t i) const noexcept {
-    return bytes()[-3 - static_cast<std::ptrdiff_t>(i)];
-  }
-
- private:
-  [[nodiscard]] std::uint8_t* bytes() const noexcept {
-    return reinterpret_cast<std::uint8_t*>(values_);
-  }
-
-  PyObject** values_;
-};
+// The array of an instance; null where a dict took its place.
+inline char* values_beside(PyObject* instance) noexcept {
+  return reinterpret_cast<char**>(instance)[-4];
+}
 
 // --- The pending error ---
 

@@ -44,37 +44,12 @@ inline std::uint64_t class_version(PyTypeObject* type, PyObject* mro) noexcept {
 // Nothing goes past tp_vectorcall in this version.
 inline void keep_vectorcall(PyTypeObject* /*type*/) noexcept {}
 
-// An array beside the instance: its address, less one, stands where else that of the dict is. A
-// prefix that grows downwards holds its own size, the number of values, and the insertion order.
-class InlineValues {
- public:
-  explicit InlineValues(PyObject* instance) noexcept
-      : marked_(reinterpret_cast<char**>(instance)[-3]) {}
-
-  static bool may_have(PyTypeObject* type) noexcept {
-    return (type->tp_flags & Py_TPFLAGS_MANAGED_DICT) != 0;
-  }
-
-  explicit operator bool() const noexcept {
-    return (reinterpret_cast<std::uintptr_t>(marked_) & 1U) != 0;
-  }
-  [[nodiscard]] bool is_fresh() const noexcept { return *this && size() == 0; }
-  [[nodiscard]] bool has_room(std::size_t count) const noexcept { return bytes()[-1] >= count + 2; }
-  [[nodiscard]] PyObject*& value(std::size_t i) const noexcept {
-    return reinterpret_cast<PyObject**>(marked_ + 1)[i];
-  }
-  [[nodiscard]] std::uint8_t& size() const noexcept { return bytes()[-2]; }
-  [[nodiscard]] std::uint8_t& order(std::size_t i) const noexcept {
-    return bytes()[-3 - static_cast<std::ptrdiff_t>(i)];
-  }
-
- private:
-  [[nodiscard]] std::uint8_t* bytes() const noexcept {
-    return reinterpret_cast<std::uint8_t*>(marked_ + 1);
-  }
-
-  char* marked_;
-};
+// The array of an instance; null where a dict took its place. Its address, less one, stands where
+// else that of the dict is.
+inline char* values_beside(PyObject* instance) noexcept {
+  char* marked = reinterpret_cast<char**>(instance)[-3];
+  return (reinterpret_cast<std::uintptr_t>(marked) & 1U) != 0 ? marked + 1 : nullptr;
+}
 
 #else
 
