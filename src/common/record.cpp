@@ -83,10 +83,9 @@ void Record::define(vectorcallfunc overlay) {
   if (!is_ordinary || record.get() != made.get()) return;
   // The decorator calls what others may have put in place, and that may change the class.
   if (!holds(type->tp_dict, methods.get())) return;
-  Ref init = generated_init(type, table_);
+  const Ref init = generated_init(type, table_);
   if (!init) return;
   factory_mark_.set(factory_mark(init.get(), table_.fields));
-  init_.set(std::move(init));
   first_factory_ = factory_count_ = 0;
   for (std::size_t i = 0; i < table_.fields.size(); ++i) {
     if (default_factory(table_.fields[i].default_value) == nullptr) continue;
@@ -201,35 +200,21 @@ bool Record::bind(const CallArguments& arguments, Values& values) const {
   return std::ranges::find(from_factories, factory_mark_.get()) == from_factories.end();
 }
 
-bool Record::call_init(PyObject* instance, PyObject* const* values,
-                       std::span<const Ref> made) const {
-  const Ref init = globals::held(init_);
-  const Ref mark = Ref::borrow(factory_mark_.get());
-  PyObject* stack[kMaxParameters + 1] = {instance};
-  const std::span passed(stack + 1, table_.fields.size());
-  std::copy_n(values, passed.size(), passed.begin());
-  for (const Ref& value : made) {
-    if (value) std::ranges::replace(passed, value.get(), mark.get());
-  }
-  return static_cast<bool>(own(PyObject_Vectorcall(init.get(), stack, passed.size() + 1, nullptr)));
-}
-
 template <typename Initialise>
-Result Record::make(PyObject* const* values, std::span<const Ref> made, bool are_complete,
-                    Initialise&& initialise) {
+Result Record::make(PyObject* const* values, bool are_complete, Initialise&& initialise) {
   // First the instance, then the questions: making it may collect garbage, and with that run code
   // that changes the class, the module or the values.
   Ref instance = allocate();
-  const bool is_as_made = are_complete && untouched();
-  if (is_as_made && globals::untouched() && is_accepted(values)) {
-    fill(instance.get(), values);
-    return instance;
+  PyObject* const self = instance.get();
+  const bool is_as_made = are_complete && untouched() && globals::untouched();
+  if (is_as_made) {
+    // What the generated __init__ does.
+    fill(self, values);
+    if (is_accepted(values) || table_.post_init == nullptr) return instance;
   }
-  // What type.__call__ does with the instance.
   const RecursionLevel level;
-  const bool is_initialised =
-      is_as_made ? call_init(instance.get(), values, made) : initialise(instance.get());
-  return value_if(is_initialised, std::move(instance));
+  const bool is_made = is_as_made ? static_cast<bool>(table_.post_init(&self)) : initialise(self);
+  return value_if(is_made, std::move(instance));
 }
 
 Ref Record::keywords_of(std::span<PyObject* const> given) const {
@@ -253,13 +238,13 @@ Result Record::call_with(PyObject* cls, std::span<PyObject* const> given) {
     return Py_TYPE(instance)->tp_init(instance, positional.get(), keywords_of(given).get()) == 0;
   };
   if (given.size() == table_.fields.size() && std::ranges::find(given, nullptr) == given.end()) {
-    return make(given.data(), {}, true, initialise);
+    return make(given.data(), true, initialise);
   }
   Values values{};
   std::ranges::copy(given, values.begin());
   Factories made;
   const bool are_complete = add_defaults(values, made);
-  return make(values.data(), made, are_complete, initialise);
+  return make(values.data(), are_complete, initialise);
 }
 
 PyObject* Record::vectorcall(PyObject* cls, PyObject* const* args, std::size_t nargsf,
@@ -279,7 +264,7 @@ PyObject* Record::vectorcall(PyObject* cls, PyObject* const* args, std::size_t n
       return Py_TYPE(instance)->tp_init(instance, given.positional.get(), given.keywords.get()) ==
              0;
     };
-    return make(values.data(), made, are_complete, initialise);
+    return make(values.data(), are_complete, initialise);
   });
 }
 

@@ -6,6 +6,7 @@
 #include <array>
 #include <initializer_list>
 #include <span>
+#include <string_view>
 #include <type_traits>
 
 #include "common/binder.h"
@@ -88,6 +89,7 @@ struct RecordTable {
   // See with_fields().
   std::span<const Field> fields;
   Accepts accepts = nullptr;
+  Body post_init = nullptr;
   Slots slots = {};
 };
 
@@ -107,6 +109,12 @@ consteval RecordTable with_fields(RecordTable table) {
   static_assert(std::ranges::count_if(kFields, has_factory, &Field::default_value) <=
                 kMaxFactories);
   table.fields = kFields;
+  for (const Method& method : table.methods) {
+    if (std::string_view(method.function.signature).find(".__post_init__(") !=
+        std::string_view::npos) {
+      table.post_init = method.function.body;
+    }
+  }
   if constexpr (std::is_null_pointer_v<decltype(kAccepts)>) {
     table.accepts = accept_fields<kFields>;
   } else {
@@ -176,14 +184,10 @@ class Record {
   [[nodiscard]] bool add_defaults(Values& values, Factories& made) const;
   // {field: value, ...} of the values that are not null.
   [[nodiscard]] Ref keywords_of(std::span<PyObject* const> given) const;
-  // instance.__init__(*values), for an untouched class: its own function gives None or raises. What
-  // was made for what the caller left out is made anew there.
-  [[nodiscard]] bool call_init(PyObject* instance, PyObject* const* values,
-                               std::span<const Ref> made) const;
-  // A new instance, with these values where the class is sure to take them, else initialised.
+  // A new instance with these values where they are complete and nothing was patched, else
+  // initialised as type.__call__ does it.
   template <typename Initialise>
-  [[nodiscard]] Result make(PyObject* const* values, std::span<const Ref> made, bool are_complete,
-                            Initialise&& initialise);
+  [[nodiscard]] Result make(PyObject* const* values, bool are_complete, Initialise&& initialise);
   // Whether an instance of cls is one of this class and made by object.__new__.
   [[nodiscard]] bool may_allocate(PyObject* cls) noexcept {
     return cls == reinterpret_cast<PyObject*>(type()) && watch_.attributes_untouched();
@@ -197,7 +201,6 @@ class Record {
   ClassWatch watch_;
   Slot name_;
   Slot field_names_;   // a tuple of interned str
-  Slot init_;          // the generated __init__
   Slot factory_mark_;  // what dataclasses passes for a field that its factory makes; or null
   std::size_t first_factory_ = 0;  // the fields that may be given the mark: from here on
   std::size_t factory_count_ = 0;
