@@ -71,7 +71,7 @@ validate_function_state(state, expected_name='ema', expected_version=3)
 }
 
 # Each class through its constructor and through `from_raw`, errors of arguments, and the last entry
-# of a large payload. Most of the time goes to the interpreter's own frames.
+# of a large payload. Most of the time goes to the exception and its traceback.
 REFUSED = """
 FunctionGraphNode('')
 FunctionGraphNode.from_raw([])

@@ -135,9 +135,8 @@ Result is_empty(PyObject* self) {
 
 Result feature_names(PyObject* self) {
   Ref features = own(PySet_New(nullptr));
-  Ref two = integer(2);
   for_each_item(record.attribute(self, kFlat).get(), [&](PyObject* key, PyObject* array) {
-    if (!compare(get_attr(array, names.ndim).get(), two.get(), Py_EQ)) return;
+    if (!compare(get_attr(array, names.ndim).get(), integer(2).get(), Py_EQ)) return;
     check(PySet_Add(features.get(), key));
   });
   return features;

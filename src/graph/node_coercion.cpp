@@ -89,10 +89,6 @@ Result coerce_graph(PyObject* raw) {
   return call_method(graph_node.in_module().get(), names.from_raw, raw);
 }
 
-constexpr FunctionTable kCoerceGraph =
-    function<coerce_graph>("coerce_graph(raw: Any) -> FunctionGraphNode",
-                           "Convenience wrapper for top-level graph coercion.");
-
 }  // namespace
 
 Result node_from_raw(PyObject* cls, PyObject* raw) {
@@ -100,6 +96,9 @@ Result node_from_raw(PyObject* cls, PyObject* raw) {
   return coerce_node(cls, raw, path);
 }
 
-void define_coerce_graph() { define_function(kCoerceGraph); }
+void define_coerce_graph() {
+  define_function(function<coerce_graph>("coerce_graph(raw: Any) -> FunctionGraphNode",
+                                         "Convenience wrapper for top-level graph coercion."));
+}
 
 }  // namespace typed_shapes

@@ -43,8 +43,6 @@ Result from_list_entry(PyObject* cls, PyObject* entry) {
   return coercion.coerce(name.get(), entry);
 }
 
-constexpr FunctionTable kParamName = function<param_name>("_param_name(spec: Any) -> str");
-
 }  // namespace
 
 Result params_from_mapping(PyObject* cls, PyObject* raw) {
@@ -75,6 +73,6 @@ Result coerce_param_specs(PyObject* cls, PyObject* raw) {
   return by_name;
 }
 
-void define_param_name() { define_function(kParamName); }
+void define_param_name() { define_function(function<param_name>("_param_name(spec: Any) -> str")); }
 
 }  // namespace typed_shapes

@@ -43,7 +43,13 @@ Result from_raw(PyObject* cls, PyObject* raw, PyObject* context);
 
 using Total = Forward<record, 0>;
 
-Result shape(PyObject* self) { return get_attr(record.attribute(self, 0).get(), names.shape); }
+Result shape(PyObject* self) {
+  Ref total = record.attribute(self, 0);
+  if (!PyArray_CheckExact(total.get())) return get_attr(total.get(), names.shape);
+  // What the attribute of an ndarray does.
+  const PyArrayObject* array = as_array(total.get());
+  return own(PyArray_IntTupleFromIntp(PyArray_NDIM(array), PyArray_DIMS(array)));
+}
 
 Result to_array(PyObject* self, PyObject* dtype) {
   const bool is_numpys_own = numpy_untouched();

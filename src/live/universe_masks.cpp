@@ -54,17 +54,18 @@ constinit RecordOf<std::size(kFields)> record{kTable};
 
 // --- Validation ---
 
+Result n_alloc_of(PyObject* masks) { return record.attribute(masks, kNAlloc); }
+
 Ref owner(PyObject* tag) { return message({"UniverseMasks['", str(tag), "']"}); }
 
 bool check_shape(PyObject* self, PyObject* tag, PyObject* mask) {
-  const auto n_alloc = [self] { return record.attribute(self, kNAlloc); };
   if (!compare(get_attr(mask, names.ndim).get(), integer(1).get(), Py_NE)) {
     Ref shape = get_attr(mask, names.shape);
     Ref length = get_item(shape.get(), integer(0).get());
-    if (!compare(length.get(), n_alloc().get(), Py_NE)) return true;
+    if (!compare(length.get(), n_alloc_of(self).get(), Py_NE)) return true;
   }
   return schema_error().refuse({owner(tag), " has shape ", str(get_attr(mask, names.shape).get()),
-                                ", expected (", str(n_alloc().get()), ",)"});
+                                ", expected (", str(n_alloc_of(self).get()), ",)"});
 }
 
 bool check_dtype(PyObject* tag, PyObject* mask) {
@@ -98,10 +99,8 @@ bool check_mask(PyObject* self, PyObject* tag, PyObject* mask) {
 }
 
 bool check_length(PyObject* self) {
-  const auto n_alloc = [self] { return record.attribute(self, kNAlloc); };
-  const bool is_positive_int =
-      is_int(n_alloc().get()) && !compare(n_alloc().get(), integer(0).get(), Py_LE);
-  if (is_positive_int) return true;
+  const auto n_alloc = [self] { return n_alloc_of(self); };
+  if (is_int(n_alloc().get()) && !compare(n_alloc().get(), integer(0).get(), Py_LE)) return true;
   return schema_error().refuse(
       {"UniverseMasks.n_alloc must be a positive int; got ", repr(n_alloc().get())});
 }
@@ -113,12 +112,10 @@ Result post_init(PyObject* self) {
 }
 
 bool is_valid_mask(PyArrayObject* mask, npy_intp n_alloc) {
-  if (PyArray_NDIM(mask) != 1 || PyArray_DIM(mask, 0) != n_alloc ||
-      !PyArray_IS_C_CONTIGUOUS(mask) || !PyArray_ISNOTSWAPPED(mask)) {
-    return false;
-  }
+  if (PyArray_NDIM(mask) != 1 || PyArray_DIM(mask, 0) != n_alloc) return false;
+  if (!PyArray_ISCARRAY_RO(mask)) return false;
   const int type = PyArray_TYPE(mask);
-  if (type == NPY_HALF) return PyArray_ISALIGNED(mask) && has_valid_states(mask);
+  if (type == NPY_HALF) return has_valid_states(mask);
   return type == NPY_DOUBLE || type == NPY_BOOL;
 }
 
@@ -134,10 +131,9 @@ bool accepts(PyObject* by_tag, PyObject* n_alloc) {
 
 Result from_raw(PyObject* cls, PyObject* raw, PyObject* n_alloc) {
   if (record.is_instance(raw)) {
-    if (!compare(record.attribute(raw, kNAlloc).get(), n_alloc, Py_NE)) return Ref::borrow(raw);
-    return schema_error().refuse(
-        {"UniverseMasks coerced with n_alloc=", str(n_alloc),
-         " but payload has n_alloc=", str(record.attribute(raw, kNAlloc).get())});
+    if (!compare(n_alloc_of(raw).get(), n_alloc, Py_NE)) return Ref::borrow(raw);
+    return schema_error().refuse({"UniverseMasks coerced with n_alloc=", str(n_alloc),
+                                  " but payload has n_alloc=", str(n_alloc_of(raw).get())});
   }
   if (!is_dict(raw)) {
     return schema_error().refuse(

@@ -20,24 +20,11 @@ const struct {
 constexpr Field kFields[] = {
     {"function_name", "str"}, {"function_version", "int"}, {"data", "Any"}};
 
-Result reject(PyObject* text, PyObject* expected_name, PyObject* expected_version, PyObject* state,
-              PyObject* reason);
-Result validate(PyObject* state, PyObject* expected_name, PyObject* expected_version);
-
 constexpr RecordTable kTable = with_fields<kFields>({
     .name = "FunctionState",
     .doc = "Canonical state transport record for stateful function restoration.",
     .decorator = Decorator::kFrozen,
 });
-
-constexpr FunctionTable kReject = function<reject>(
-    "_reject_function_state(message: str, *, expected_name: str, expected_version: int, "
-    "state: Any, reason: str) -> None");
-
-constexpr FunctionTable kValidate = function<validate>(
-    "validate_function_state(state: Any, *, expected_name: str, expected_version: int) -> "
-    "dict[str, Any]",
-    "Return ``state.data`` after enforcing the single restore record contract.");
 
 constinit RecordOf<std::size(kFields)> record{kTable};
 
@@ -56,17 +43,16 @@ Result reject(PyObject* text, PyObject* expected_name, PyObject* expected_versio
 // --- Canonical path ---
 
 // One call of validate_function_state. Attributes of the state are read anew for each use.
-class Restore {
- public:
-  Restore(PyObject* state, PyObject* expected_name, PyObject* expected_version)
-      : state_(state), expected_name_(expected_name), expected_version_(expected_version) {}
+struct Restore {
+  PyObject* state;
+  PyObject* expected_name;
+  PyObject* expected_version;
 
   [[nodiscard]] Result validate() const {
     if (check_kind() && check_name() && check_version() && check_data()) return get(names.data);
     return Refused{};
   }
 
- private:
   // _reject_function_state, looked up in the module before its arguments are made.
   struct Rejection {
     const Restore& restore;
@@ -77,52 +63,48 @@ class Restore {
       Ref text = message(pieces);
       Ref code = own(PyUnicode_FromString(reason));
       PyObject* const positional[] = {text.get()};
-      const Keyword keywords[] = {{own_names.expected_name, restore.expected_name_},
-                                  {own_names.expected_version, restore.expected_version_},
-                                  {own_names.state, restore.state_},
+      const Keyword keywords[] = {{own_names.expected_name, restore.expected_name},
+                                  {own_names.expected_version, restore.expected_version},
+                                  {own_names.state, restore.state},
                                   {names.reason, code.get()}};
       return static_cast<bool>(call_keywords(function.get(), positional, keywords));
     }
   };
 
   [[nodiscard]] bool check_kind() const {
-    if (record.is_instance(state_)) return true;
+    if (record.is_instance(state)) return true;
     return rejection().passes("not_function_state",
-                              {"FunctionState required for '", str(expected_name_), "', got ",
-                               str(type_name(state_).get())});
+                              {"FunctionState required for '", str(expected_name), "', got ",
+                               str(type_name(state).get())});
   }
 
   [[nodiscard]] bool check_name() const {
-    if (!compare(get(names.function_name).get(), expected_name_, Py_NE)) return true;
+    if (!compare(get(names.function_name).get(), expected_name, Py_NE)) return true;
     return rejection().passes("function_name_mismatch",
                               {"State function_name '", shown(names.function_name),
-                               "' does not match '", str(expected_name_), "'"});
+                               "' does not match '", str(expected_name), "'"});
   }
 
   [[nodiscard]] bool check_version() const {
-    if (!compare(get(own_names.function_version).get(), expected_version_, Py_NE)) return true;
+    if (!compare(get(own_names.function_version).get(), expected_version, Py_NE)) return true;
     return rejection().passes("function_version_mismatch",
                               {"State function_version ", shown(own_names.function_version),
-                               " does not match entry function_version ", str(expected_version_),
-                               " for '", str(expected_name_), "'"});
+                               " does not match entry function_version ", str(expected_version),
+                               " for '", str(expected_name), "'"});
   }
 
   [[nodiscard]] bool check_data() const {
     if (is_dict(get(names.data).get())) return true;
     return rejection().passes(
-        "data_not_dict", {"FunctionState.data for '", str(expected_name_), "' must be dict, got ",
+        "data_not_dict", {"FunctionState.data for '", str(expected_name), "' must be dict, got ",
                           str(type_name(get(names.data).get()).get())});
   }
 
   [[nodiscard]] Rejection rejection() const {
     return {*this, globals::lookup(own_names.reject_function_state)};
   }
-  [[nodiscard]] Result get(PyObject* name) const { return get_attr(state_, name); }
+  [[nodiscard]] Result get(PyObject* name) const { return get_attr(state, name); }
   [[nodiscard]] Result shown(PyObject* name) const { return str(get(name).get()); }
-
-  PyObject* state_;
-  PyObject* expected_name_;
-  PyObject* expected_version_;
 };
 
 // --- Fast path ---
@@ -131,8 +113,7 @@ class Restore {
 bool surely_equal(PyObject* value, PyObject* expected) {
   const bool same_kind = (PyUnicode_CheckExact(value) && PyUnicode_CheckExact(expected)) ||
                          (PyLong_CheckExact(value) && PyLong_CheckExact(expected));
-  return same_kind &&
-         (value == expected || check(PyObject_RichCompareBool(value, expected, Py_EQ)) != 0);
+  return same_kind && check(PyObject_RichCompareBool(value, expected, Py_EQ)) != 0;
 }
 
 // The data of a record that passes every check; null where the canonical path has to decide.
@@ -149,15 +130,20 @@ Ref accepted_data(PyObject* state, PyObject* expected_name, PyObject* expected_v
 
 Result validate(PyObject* state, PyObject* expected_name, PyObject* expected_version) {
   if (Ref data = accepted_data(state, expected_name, expected_version)) return data;
-  return Restore(state, expected_name, expected_version).validate();
+  return Restore{state, expected_name, expected_version}.validate();
 }
 
 }  // namespace
 
 void define_function_state() {
   define_record<record>();
-  define_function(kReject);
-  define_function(kValidate);
+  define_function(function<reject>(
+      "_reject_function_state(message: str, *, expected_name: str, expected_version: int, "
+      "state: Any, reason: str) -> None"));
+  define_function(function<validate>(
+      "validate_function_state(state: Any, *, expected_name: str, expected_version: int) -> "
+      "dict[str, Any]",
+      "Return ``state.data`` after enforcing the single restore record contract."));
 }
 
 }  // namespace typed_shapes

@@ -14,15 +14,6 @@ namespace typed_shapes {
 
 namespace {
 
-Result coerce_state(PyObject* raw);
-
-constexpr FunctionTable kCoerceState = function<coerce_state>(
-    "coerce_state(raw: Any) -> StateValue",
-    "Coerce an arbitrary state payload into the typed StateValue sum type.\n"
-    "\n"
-    "Accepted kinds: None, bool, int, float, str, np.ndarray, dict (str-keyed), list and\n"
-    "tuple. Anything else is wrapped as ``StateScalar(value=raw)``.");
-
 // --- Canonical path ---
 
 Result coerce(PyObject* raw, MisfitPath& path);
@@ -176,6 +167,13 @@ bool is_plain_payload(PyObject* raw) {
   return PyArray_CheckExact(raw) || is_state_value(raw) || is_settled_scalar(raw);
 }
 
-void define_coerce_state() { define_function(kCoerceState); }
+void define_coerce_state() {
+  define_function(function<coerce_state>(
+      "coerce_state(raw: Any) -> StateValue",
+      "Coerce an arbitrary state payload into the typed StateValue sum type.\n"
+      "\n"
+      "Accepted kinds: None, bool, int, float, str, np.ndarray, dict (str-keyed), list and\n"
+      "tuple. Anything else is wrapped as ``StateScalar(value=raw)``."));
+}
 
 }  // namespace typed_shapes

@@ -23,19 +23,6 @@ const struct {
   Name states_value_equal{"_states_value_equal"};
 } own_names;
 
-Result states_equal(PyObject* a, PyObject* b);
-Result states_value_equal(PyObject* a, PyObject* b);
-
-constexpr FunctionTable kStatesEqual = function<states_equal>(
-    "states_equal(a: Any, b: Any) -> bool",
-    "Deep equality of two state payloads with NaN tolerance.\n"
-    "\n"
-    "Each operand is coerced to ``StateValue`` first. None on both sides is True;\n"
-    "mismatched variants are False; arrays compare via ``np.allclose(equal_nan=True)``.");
-
-constexpr FunctionTable kStatesValueEqual =
-    function<states_value_equal>("_states_value_equal(a: StateValue, b: StateValue) -> bool");
-
 DictWatch math_names;
 
 // Whether the walk side by side may stand for the canonical path.
@@ -194,8 +181,14 @@ void define_states_equal() {
       PyCFunction_CheckExact(isnan.get()) != 0 &&
       std::strcmp(reinterpret_cast<PyCFunctionObject*>(isnan.get())->m_ml->ml_name, "isnan") == 0;
   math_names.expect(names.isnan, is_own ? isnan.get() : math.get());
-  define_function(kStatesEqual);
-  define_function(kStatesValueEqual);
+  define_function(function<states_equal>(
+      "states_equal(a: Any, b: Any) -> bool",
+      "Deep equality of two state payloads with NaN tolerance.\n"
+      "\n"
+      "Each operand is coerced to ``StateValue`` first. None on both sides is True;\n"
+      "mismatched variants are False; arrays compare via ``np.allclose(equal_nan=True)``."));
+  define_function(
+      function<states_value_equal>("_states_value_equal(a: StateValue, b: StateValue) -> bool"));
 }
 
 }  // namespace typed_shapes
