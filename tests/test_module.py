@@ -19,11 +19,14 @@ try:
 except ImportError:
     import _xxsubinterpreters as interpreters
     another = interpreters.create(isolated=False)
+spec = importlib.util.find_spec(name)
+made = spec.loader.create_module(spec)
+assert (made.__loader__, made.__file__, made.__package__) == (spec.loader, spec.origin, spec.parent)
 first = importlib.import_module(name)
+assert first.__builtins__ is sys.modules["builtins"]
 assert importlib.reload(first) is first
 del sys.modules[name]
 assert importlib.import_module(name) is first
-assert first.__loader__ and first.__file__ and first.__package__ == "quillmere.functions"
 # Another module object is refused,
 api = ctypes.pythonapi
 api.PyModule_GetDef.restype = ctypes.c_void_p

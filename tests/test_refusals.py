@@ -1,6 +1,7 @@
 """What every record and function refuses, and with which text."""
 
 import contextlib
+import sys
 from collections import OrderedDict
 from types import MappingProxyType, SimpleNamespace
 from typing import Any
@@ -159,6 +160,18 @@ def test_an_item_is_unpacked_as_python_does(make: Any) -> None:
         one.items = lambda text=text: [make(text)]
         taken = outcome(lambda: ts.StageData.from_mapping(one).opaque)
         assert taken == outcome(lambda: {key: value for key, value in one.items()})  # noqa: C416
+
+
+def test_an_error_keeps_no_more_than_it_shows() -> None:
+    excess, triple = object(), Registered({})
+    triple.items = lambda: [(1, 2, excess)]
+    before = sys.getrefcount(excess)
+    pytest.raises(ValueError, ts.StageData.from_mapping, triple)
+    assert sys.getrefcount(excess) == before
+    error = pytest.raises(RuntimeError, ts.coerce_state, [{STOPS: 1}]).value
+    assert error.__cause__ is error.__context__
+    count = sys.getrefcount(error.__cause__)
+    assert count == 3  # these two, and the argument
 
 
 # --- The restore contract; the documentation shows the texts ---
