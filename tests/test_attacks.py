@@ -51,7 +51,7 @@ def nested(inner: Any, levels: int, wrap: Any = lambda x: x, dtype: Any = object
     return arrays
 
 
-SUBARRAY = np.zeros(1, [("x", object, (2,))])
+SUBARRAY = np.ones(1, [("x", object, (2,)), ("no_object", np.intp)])
 SUBARRAY["x"][0, 1] = SUBARRAY
 NESTED = [[SUBARRAY], nested(None, 1), nested(None, 2), nested(None, 2, lambda x: [{"a": (x,)}]),
           nested(None, 2, lambda x: (x,), [("x", object)]), nested(1, 200_000)]  # fmt: skip

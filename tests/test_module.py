@@ -220,6 +220,16 @@ import quillmere.functions._typed_shapes as ts
 evidence = ts.Evidence({"a": 1})
 assert (evidence["a"], evidence.seen) == (["seen", 1], True)
 """,
+    "what_is_no_class_is_no_record": """
+import builtins, types
+import numpy
+class Meta(type):
+    def __new__(meta, name, bases, body):
+        return types.SimpleNamespace(**body) if bases else type.__new__(meta, name, (), body)
+builtins.object = Meta("object", (), {})
+dataclasses.dataclass = lambda cls=None, **options: cls or (lambda cls: cls)
+assert "SimpleNamespace" in refusal(importlib.import_module, name)
+""",
     "what_was_changed_before_the_import_is_followed": """
 import builtins, math, typing
 import numpy as np

@@ -162,12 +162,16 @@ def test_an_item_is_unpacked_as_python_does(make: Any) -> None:
         assert taken == outcome(lambda: {key: value for key, value in one.items()})  # noqa: C416
 
 
-def test_an_error_keeps_no_more_than_it_shows() -> None:
+def test_references_are_given_back() -> None:
     excess, triple = object(), Registered({})
     triple.items = lambda: [(1, 2, excess)]
     before = sys.getrefcount(excess)
     pytest.raises(ValueError, ts.StageData.from_mapping, triple)
     assert sys.getrefcount(excess) == before
+    clamp = 1 << 40
+    before = sys.getrefcount(clamp)
+    assert ts.WindowSpec(1, 2 * clamp).picked(clamp) == clamp
+    assert sys.getrefcount(clamp) == before
     error = pytest.raises(RuntimeError, ts.coerce_state, [{STOPS: 1}]).value
     assert error.__cause__ is error.__context__
     count = sys.getrefcount(error.__cause__)

@@ -2,6 +2,7 @@
 
 import contextlib
 import gc
+import itertools
 import math
 import sys
 from typing import Any
@@ -41,6 +42,15 @@ def test_equality(a: Any, b: Any, expected: bool) -> None:
         for path in (contextlib.nullcontext(), canonical_path()):
             with path:
                 assert bool(ts.states_equal(x, y)) is expected
+
+
+def test_numpy_warns_of_what_overflows() -> None:
+    for kind in np.dtype("f2"), np.dtype("f4"), np.dtype("f8"), np.dtype("c8"), np.dtype("c16"):
+        largest = np.finfo(kind).max
+        edges = [np.array(largest * part, kind) for part in (-1, -0.6, -0.4, 0.2, 0.4, 0.6, 1)]
+        for pair in itertools.product(edges, edges):
+            fast, canonical = both_paths(lambda pair=pair: (ts.states_equal, *pair))
+            assert fast == canonical
 
 
 # --- Errors on the way ---
@@ -165,6 +175,10 @@ def test_rebound_collaborators_are_followed() -> None:
         assert ts.states_equal(*pair) is True
         assert spy.call_count == times > 0
     assert not python_calls(lambda: ts.states_equal(*pair))
+    lists = ts.StageData({"x": [1, 2]}, {"n": {"x": [1, 2]}})
+    with mock.patch.object(np, "ndarray", list):
+        sliced = lists.slice_t(0, 1)
+    assert (sliced.flat, sliced.nested) == ({"x": [1]}, {"n": {"x": [1]}})
     with mock.patch.object(np, "allclose", side_effect=OSError):
         pytest.raises(OSError, ts.states_equal, np.zeros(2), np.zeros(2))
 
