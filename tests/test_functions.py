@@ -47,6 +47,13 @@ def test_a_thread_is_refused_before_it_has_memory_to_throw() -> None:
         assert type(pool.submit(work).exception()) is MemoryError
 
 
+def test_any_call_may_be_the_first_of_its_thread() -> None:
+    one = ts.Evidence({"a": True})
+    for call in (lambda: "a" in one, lambda: one["a"], lambda: ts.Evidence({"a": True}) == one):
+        with ThreadPoolExecutor(1) as pool:
+            assert pool.submit(call).result() is True
+
+
 # --- Standing in for Python functions ---
 
 

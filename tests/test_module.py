@@ -230,6 +230,19 @@ builtins.object = Meta("object", (), {})
 dataclasses.dataclass = lambda cls=None, **options: cls or (lambda cls: cls)
 assert "SimpleNamespace" in refusal(importlib.import_module, name)
 """,
+    "a_decorator_that_is_no_function_is_followed": """
+import functools
+decorate = dataclasses.dataclass
+def swapping(cls=None, **options):
+    if cls is None:
+        return lambda cls: swapping(cls, **options)
+    made = decorate(cls, **options)
+    if cls.__name__ == "LiveCheckpoint":
+        made.__init__ = lambda self, signals, nodes: vars(self).update(signals=nodes, nodes=signals)
+    return made
+dataclasses.dataclass = functools.partial(swapping)
+assert importlib.import_module(name).LiveCheckpoint({"a": 1}, {}).nodes == {"a": 1}
+""",
     "what_was_changed_before_the_import_is_followed": """
 import builtins, math, typing
 import numpy as np

@@ -200,8 +200,10 @@ def test_restoring(monkeypatch: pytest.MonkeyPatch) -> None:
     vars(bare).update(function_name="f", function_version=3)
     pytest.raises(AttributeError, restored, bare).match("'data'")
     # A rejection that returns lets the checks go on.
-    reasons: list[str] = []
-    reject = lambda text, **options: reasons.append(options["reason"])  # noqa: E731
+    given: list[dict[str, Any]] = []
+    reject = lambda text, **options: given.append(options)  # noqa: E731
     monkeypatch.setattr(ts, "_reject_function_state", reject)
     assert restored(ts.FunctionState("g", 2, [5])) == [5]
+    reasons = [options["reason"] for options in given]
     assert reasons == ["function_name_mismatch", "function_version_mismatch", "data_not_dict"]
+    assert [*given[0]] == ["expected_name", "expected_version", "state", "reason"]
