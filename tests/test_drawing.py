@@ -1,5 +1,6 @@
 """The drawings of a graph: what they show, and that the texts of a payload stay texts in them."""
 
+import importlib.util
 import shutil
 from html.parser import HTMLParser
 from pathlib import Path
@@ -14,7 +15,10 @@ from typer.testing import CliRunner
 
 GRAPHS = Path(__file__).resolve().parent.parent / "examples" / "graphs"
 HOSTILE = ['<b onclick="x">&amp;', '"];n9->n8;//\\', "\\N\\G\\", "</style><script>", "\x1b\0\ud800"]
-NEEDS_DOT = pytest.mark.skipif(shutil.which("dot") is None, reason="needs the program dot")
+NEEDS_DOT = pytest.mark.skipif(
+    not (shutil.which("dot") and importlib.util.find_spec("pyexpat")),
+    reason="needs the program dot, and the interpreter's XML parser",
+)
 
 
 class Read(HTMLParser):

@@ -90,6 +90,8 @@ import collections.abc, math, os, typing
 if sys.version_info >= (3, 13):
     sys.exit()  # PyType_FromSpec crashes by itself where it finds no memory
 import _testcapi, numpy
+if hasattr(sys, "gettotalrefcount"):
+    sys.exit()  # an interpreter with assertions aborts where there is no memory
 spec = importlib.util.find_spec(name)
 for number in range(0, 600, 3):
     if os.fork() == 0:
@@ -219,6 +221,15 @@ abc.update_abstractmethods = changing
 import quillmere.functions._typed_shapes as ts
 evidence = ts.Evidence({"a": 1})
 assert (evidence["a"], evidence.seen) == (["seen", 1], True)
+""",
+    "the_collector_shows_nobody_what_a_watch_keeps": """
+import quillmere.functions._typed_shapes as ts
+def look(kept, home):
+    holders = gc.get_referrers(kept)
+    assert [home in holder for holder in holders if type(holder) is dict] == [True], holders
+    assert type(ts.coerce_graph) not in map(type, holders)
+look(vars(ts.WindowSpec)["__init__"], "__module__")
+look(ts._param_name, "__name__")
 """,
     "what_is_no_class_is_no_record": """
 import builtins, types
