@@ -112,8 +112,8 @@ Result post_init(PyObject* self) {
 }
 
 bool is_valid_mask(PyArrayObject* mask, npy_intp n_alloc) {
-  if (PyArray_NDIM(mask) != 1 || PyArray_DIM(mask, 0) != n_alloc) return false;
-  if (!PyArray_ISCARRAY_RO(mask)) return false;
+  const bool is_readable = PyArray_ISCARRAY_RO(mask);
+  if (!is_readable || PyArray_NDIM(mask) != 1 || PyArray_DIM(mask, 0) != n_alloc) return false;
   const int type = PyArray_TYPE(mask);
   if (type == NPY_HALF) return has_valid_states(mask);
   return type == NPY_DOUBLE || type == NPY_BOOL;
