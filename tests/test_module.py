@@ -239,8 +239,9 @@ class Meta(type):
         return types.SimpleNamespace(**body) if bases else type.__new__(meta, name, (), body)
 builtins.object = Meta("object", (), {})
 dataclasses.dataclass = lambda cls=None, **options: cls or (lambda cls: cls)
+said = refusal(importlib.import_module, name)
 # Since 3.13 the body finds nothing amiss with them.
-assert "SimpleNamespace" in (refusal(importlib.import_module, name) or "SimpleNamespace")
+assert said is None if sys.version_info >= (3, 13) else "SimpleNamespace" in said, said
 """,
     "a_decorator_that_is_no_function_is_followed": """
 import functools

@@ -87,7 +87,7 @@ Result from_optional_mapping(PyObject* cls, PyObject* raw) {
   return raw == Py_None ? record.call(cls) : call_method(cls, names.from_mapping, raw);
 }
 
-// --- Batches ---
+// --- Slices and values ---
 
 Result slice_t(PyObject* self, PyObject* start, PyObject* end) {
   Ref flat = slice_values(record.attribute(self, kFlat).get(), start, end);
@@ -96,8 +96,6 @@ Result slice_t(PyObject* self, PyObject* start, PyObject* end) {
   Ref opaque = dict_from(record.attribute(self, kOpaque).get());
   return record.call(cls.get(), flat.get(), nested.get(), opaque.get());
 }
-
-// --- Values ---
 
 // The number of the first bucket that has the key; that of no field where none has.
 std::size_t bucket_with(PyObject* self, PyObject* key) {
@@ -135,9 +133,10 @@ Result is_empty(PyObject* self) {
 
 Result feature_names(PyObject* self) {
   Ref features = own(PySet_New(nullptr));
+  const Ref two = integer(2);
   for_each_item(record.attribute(self, kFlat).get(), [&](PyObject* key, PyObject* array) {
-    if (!compare(get_attr(array, names.ndim).get(), integer(2).get(), Py_EQ)) return;
-    check(PySet_Add(features.get(), key));
+    const bool is_feature = compare(get_attr(array, names.ndim).get(), two.get(), Py_EQ);
+    if (is_feature) check(PySet_Add(features.get(), key));
   });
   return features;
 }

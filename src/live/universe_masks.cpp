@@ -99,10 +99,10 @@ bool check_mask(PyObject* self, PyObject* tag, PyObject* mask) {
 }
 
 bool check_length(PyObject* self) {
-  const auto n_alloc = [self] { return n_alloc_of(self); };
-  if (is_int(n_alloc().get()) && !compare(n_alloc().get(), integer(0).get(), Py_LE)) return true;
+  const bool has_int = is_int(n_alloc_of(self).get());
+  if (has_int && !compare(n_alloc_of(self).get(), integer(0).get(), Py_LE)) return true;
   return schema_error().refuse(
-      {"UniverseMasks.n_alloc must be a positive int; got ", repr(n_alloc().get())});
+      {"UniverseMasks.n_alloc must be a positive int; got ", repr(n_alloc_of(self).get())});
 }
 
 Result post_init(PyObject* self) {

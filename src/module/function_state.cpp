@@ -113,7 +113,8 @@ struct Restore {
 bool surely_equal(PyObject* value, PyObject* expected) {
   const bool same_kind = (PyUnicode_CheckExact(value) && PyUnicode_CheckExact(expected)) ||
                          (PyLong_CheckExact(value) && PyLong_CheckExact(expected));
-  return same_kind && check(PyObject_RichCompareBool(value, expected, Py_EQ)) != 0;
+  return same_kind &&
+         (value == expected || check(PyObject_RichCompareBool(value, expected, Py_EQ)) != 0);
 }
 
 // The data of a record that passes every check; null where the canonical path has to decide.
@@ -122,10 +123,9 @@ Ref accepted_data(PyObject* state, PyObject* expected_name, PyObject* expected_v
   Ref name = record.stored_field(state, 0);
   Ref version = record.stored_field(state, 1);
   Ref data = record.stored_field(state, 2);
-  const bool accepted = name && version && data && surely_equal(name.get(), expected_name) &&
-                        surely_equal(version.get(), expected_version) &&
-                        PyDict_CheckExact(data.get());
-  return accepted ? std::move(data) : Ref();
+  if (!name || !version || !data || !PyDict_CheckExact(data.get())) return {};
+  if (!surely_equal(name.get(), expected_name)) return {};
+  return surely_equal(version.get(), expected_version) ? std::move(data) : Ref();
 }
 
 Result validate(PyObject* state, PyObject* expected_name, PyObject* expected_version) {
