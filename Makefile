@@ -114,7 +114,7 @@ format: $(VENV)/lint-tools ## Format all sources
 sanitize: $(VENV)/installed ## Run the tests under AddressSanitizer and UndefinedBehaviorSanitizer
 	scripts/sanitize.sh $(PYTEST_ARGS)
 
-harden: $(VENV)/installed $(VENV)/harden-tools $(OTHER_PYTHONS) ## Try everything to break the module; takes an hour, writes docs/reliability.md
+harden: $(VENV)/installed $(VENV)/harden-tools $(OTHER_PYTHONS) ## Try everything to break the module; takes two hours, writes docs/reliability.md
 	$(BIN)/python tests/harden/run.py $(HARDEN_ARGS)
 
 mutants: $(VENV)/mutants-tools ## Plant small faults and see whether the tests notice: MUTANTS_ARGS="--count 60 --seed 1"

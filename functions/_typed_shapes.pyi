@@ -142,7 +142,7 @@ class FunctionGraphNode:
 
         Older keys stand in for absent ones: "name" or "function_name" for "node", "args" for
         "children", "params" for "config"; without a "type", or with "expression", "op" tells the
-        kind. ``SchemaError`` for what is not a mapping (nodes included), an unknown kind and
+        kind. ``SchemaError`` for what is not a mapping (nodes included), a missing kind and
         children that are not a ``list``; a config that is not a ``dict`` becomes an empty one.
         """
 

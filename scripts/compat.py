@@ -14,7 +14,7 @@ from pathlib import Path
 
 ROOT = Path(__file__).resolve().parent.parent
 VENVS = ROOT / "build" / "compat"
-# The oldest NumPy that each version of CPython has, one in between, and the newest.
+# For each version of CPython an old NumPy that it has, the newest, and for 3.11 one in between.
 NUMPYS = {
     "cp311": ("numpy==1.23.5", "numpy==1.26.*", "numpy>=2"),
     "cp312": ("numpy==1.26.*", "numpy>=2"),

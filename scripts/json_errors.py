@@ -3,9 +3,9 @@
     python scripts/json_errors.py            # print the table
     python scripts/json_errors.py --write    # put it into the page
 
-Each way in has a payload that fits. Every part of it, and the whole, is replaced by every one of
-VALUES, and what is raised is noted by place and class. Depth is the one thing that this leaves out,
-so every way in also gets a payload that is deeper than any recursion limit.
+Each entry point has a payload that fits. Every part of it, and the whole, is replaced by each of
+VALUES, and what is raised is noted by place and class. That leaves out depth, so every entry point
+also gets a payload that is deeper than any recursion limit.
 """
 
 from __future__ import annotations
@@ -46,7 +46,7 @@ def restored(raw: Any) -> object:
 
 
 # A payload that fits has every key that is looked at, in a graph also as a child has them.
-WAYS_IN: dict[str, tuple[Callable[[Any], object], Fitting]] = {
+ENTRY_POINTS: dict[str, tuple[Callable[[Any], object], Fitting]] = {
     "FunctionGraphNode.from_raw": (
         ts.FunctionGraphNode.from_raw,
         NODE | {"children": [NODE], "args": [NODE]},
@@ -78,14 +78,14 @@ WAYS_IN: dict[str, tuple[Callable[[Any], object], Fitting]] = {
 
 
 def ways_left_out() -> set[str]:
-    """The class methods of exported classes that WAYS_IN lacks."""
+    """The class methods of exported classes that ENTRY_POINTS lacks."""
     classes = [value for name in ts.__all__ if isinstance(value := getattr(ts, name), type)]
     return {
         f"{owner.__name__}.{name}"
         for owner in classes
         for name, value in vars(owner).items()
         if isinstance(value, classmethod)
-    } - WAYS_IN.keys()
+    } - ENTRY_POINTS.keys()
 
 
 def variants(payload: Any, value: Any, place: str = "the payload") -> Iterator[tuple[str, Any]]:
@@ -112,14 +112,14 @@ def raised(call: Callable[[Any], object], payload: Any) -> str | None:
 
 
 def findings() -> Iterator[tuple[str, str, str, str]]:
-    """For whatever is no SchemaError: the way in, its class, the place, and the JSON there."""
+    """For whatever is no SchemaError: the entry point, its class, the place, and the JSON there."""
     node: dict[str, Any] = {"op": "a"}
     nested: list[Any] = []
     for _ in range(DEEP):
         node, nested = {"op": "a", "args": [node]}, [nested]
     if left_out := ways_left_out():
-        raise LookupError(f"WAYS_IN lacks {left_out}")
-    for name, (call, fitting) in WAYS_IN.items():
+        raise LookupError(f"ENTRY_POINTS lacks {left_out}")
+    for name, (call, fitting) in ENTRY_POINTS.items():
         for text in VALUES.split():
             for place, payload in variants(fitting, json.loads(text)):
                 if (error := raised(call, payload)) not in (None, "SchemaError"):

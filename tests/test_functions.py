@@ -43,6 +43,17 @@ def test_any_call_may_be_the_first_of_its_thread() -> None:
             assert pool.submit(call).result() is True
 
 
+def test_arguments_live_as_long_as_the_call() -> None:
+    class Payload(dict[str, Any]):
+        def get(self, key: str, default: Any = None) -> Any:
+            changed.__setstate__((print, (), {}, None))  # nobody else had the payload
+            return super().get(key, default)
+
+    for function in (ts.FunctionGraphNode.from_raw, ts.coerce_graph):
+        changed = functools.partial(function, Payload(op="x"))
+        assert changed().node == "x"
+
+
 # --- Standing in for Python functions ---
 
 

@@ -65,7 +65,7 @@ EXAMPLES = epilog(
 EXIT_CODES = epilog(
     "Exit codes",
     "0    all is well",
-    "1    a payload does not fit its record, or two states differ",
+    "1    a payload does not fit its record, --strict found something, or two states differ",
     "2    unreadable or too deep input, unwritable output, a wrong command line",
     "130  after Ctrl-C",
     "141  the reader of the output went away",

@@ -37,7 +37,7 @@ class InputError(Exception):
 
 @contextlib.contextmanager
 def collector_paused() -> Iterator[None]:
-    """Lets no garbage be looked for while a payload is in work.
+    """Pauses the garbage collector while a payload is processed.
 
     Of the millions of objects that a large one becomes none is garbage, and to look through them
     again and again takes longer than to parse them.

@@ -1,5 +1,5 @@
 // Object arrays may hold arrays, and themselves. NumPy's arithmetic follows them on the C stack and
-// counts no levels, so that one look has to come before it.
+// counts no levels, so the depth is checked first.
 #pragma once
 
 #include "common/numpy_api.h"

@@ -41,6 +41,17 @@ void ClassBody::define(const Method& method) {
   set(name.get(), function.get());
 }
 
+Ref ClassBody::methods() const {
+  Ref methods = own(PyDict_New());
+  all_entries(namespace_.get(), [&](PyObject* name, PyObject* value) {
+    if (Py_TYPE(value)->tp_descr_get != nullptr) {
+      check(PyDict_SetItem(methods.get(), name, value));
+    }
+    return true;
+  });
+  return methods;
+}
+
 Ref ClassBody::make_class(const char* base) const {
   Ref bases = own(PyTuple_Pack(1, globals::builtin(base).get()));
   return call(reinterpret_cast<PyObject*>(&PyType_Type), name_.get(), bases.get(),

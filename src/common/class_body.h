@@ -18,6 +18,8 @@ class ClassBody {
 
   void set(PyObject* name, PyObject* value);
   void define(const Method& method);
+  // {name: descriptor, ...} of all that was defined.
+  [[nodiscard]] Ref methods() const;
   // type(name, (base,), namespace), the base a builtin.
   [[nodiscard]] Ref make_class(const char* base) const;
 

@@ -1,6 +1,7 @@
 // The function type of the module: native code that looks like a Python function from outside.
 #pragma once
 
+#include <array>
 #include <string_view>
 #include <utility>
 
@@ -19,7 +20,9 @@ struct FunctionTable {
   Body body;
 };
 
-// Passes the arguments on to an ordinary function of that many parameters.
+// Passes the arguments on to an ordinary function of that many parameters; `call_held` keeps them
+// alive meanwhile, as the frame of a Python function does. Not every caller does: functools.partial
+// may be changed during the call.
 template <auto kFunction>
 struct Adapter;
 template <typename Returned, typename... Parameters, Returned (*kFunction)(Parameters...)>
@@ -28,6 +31,12 @@ struct Adapter<kFunction> {
   static Returned call(PyObject* const* arguments) {
     return [arguments]<std::size_t... kIndex>(std::index_sequence<kIndex...>) {
       return kFunction(arguments[kIndex]...);
+    }(std::index_sequence_for<Parameters...>{});
+  }
+  static Returned call_held(PyObject* const* arguments) {
+    return [arguments]<std::size_t... kIndex>(std::index_sequence<kIndex...>) {
+      const std::array<Ref, kParameterCount> held{Ref::borrow(arguments[kIndex])...};
+      return kFunction(held[kIndex].get()...);
     }(std::index_sequence_for<Parameters...>{});
   }
 };
@@ -46,7 +55,7 @@ consteval FunctionTable function(const char* signature, const char* doc = nullpt
   if (count_parameters(signature) != Adapter<kFunction>::kParameterCount) {
     throw "the signature line and the function differ in the number of their parameters";
   }
-  return {signature, doc, Adapter<kFunction>::call};
+  return {signature, doc, Adapter<kFunction>::call_held};
 }
 
 // Makes the type; once per load, before the first function.

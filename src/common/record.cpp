@@ -50,17 +50,6 @@ struct TupleAndDict {
   }
 };
 
-Ref methods_of(PyTypeObject* type) {
-  Ref methods = own(PyDict_New());
-  all_entries(type->tp_dict, [&](PyObject* name, PyObject* value) {
-    if (Py_TYPE(value)->tp_descr_get != nullptr) {
-      check(PyDict_SetItem(methods.get(), name, value));
-    }
-    return true;
-  });
-  return methods;
-}
-
 }  // namespace
 
 void Record::define(vectorcallfunc overlay) {
@@ -73,15 +62,16 @@ void Record::define(vectorcallfunc overlay) {
   }
   field_names_.set(std::move(name_tuple));
 
-  Ref made = make_class();
+  const ClassBody body = class_body();
+  const Ref methods = body.methods();
+  Ref made = body.make_class("object");
   auto* type = reinterpret_cast<PyTypeObject*>(made.get());
   // A metaclass, of another `object`, may give anything.
   const bool is_ordinary = watches_usable && Py_IS_TYPE(made.get(), &PyType_Type);
-  const Ref methods = is_ordinary ? methods_of(type) : Ref();
   Ref record = decorated(made.get());
   globals::bind(name_.get(), record.get());
   if (!is_ordinary || record.get() != made.get()) return;
-  // The decorator calls what others may have put in place, and that may change the class.
+  // type() and the decorator call what others may have put in place: that may change the class.
   if (!holds(type->tp_dict, methods.get())) return;
   const Ref init = generated_init(type, table_);
   if (!init) return;
@@ -166,10 +156,12 @@ Result Record::attribute(PyObject* instance, std::size_t index) {
 }
 
 bool Record::require_fields(PyObject* self) const {
+  // A check may let another thread run, whose import of the module fails and empties the slot.
   const Ref held_names = globals::held(field_names_);
+  const auto all_names = items_of(held_names.get());
   for (std::size_t i = 0; i < table_.fields.size(); ++i) {
     const Check& check = table_.fields[i].check;
-    const FieldAccess field{self, field_names()[i], table_.name};
+    const FieldAccess field{self, all_names[i], table_.name};
     if (check.require != nullptr && !check.require(field)) return false;
   }
   return true;

@@ -194,7 +194,7 @@ class Record {
   }
   [[nodiscard]] Ref allocate() const;
   void fill(PyObject* instance, PyObject* const* values) const;
-  [[nodiscard]] Ref make_class() const;
+  [[nodiscard]] ClassBody class_body() const;
   [[nodiscard]] Ref decorated(PyObject* type) const;
 
   const RecordTable& table_;

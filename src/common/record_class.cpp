@@ -31,7 +31,7 @@ Ref default_of(const Field& field) {
 
 }  // namespace
 
-Ref Record::make_class() const {
+ClassBody Record::class_body() const {
   ClassBody body(table_.name, table_.doc);
   Ref annotations = own(PyDict_New());
   body.set(own_names.annotations, annotations.get());
@@ -41,7 +41,7 @@ Ref Record::make_class() const {
     if (Ref value = default_of(field)) body.set(name.get(), value.get());
   }
   for (const Method& method : table_.methods) body.define(method);
-  return body.make_class("object");
+  return body;
 }
 
 Ref Record::decorated(PyObject* type) const {

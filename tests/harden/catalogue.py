@@ -146,6 +146,8 @@ UniverseMasks({}, 0)
 Evidence.from_raw([])
 coerce_graph({"type": {"feature"}, "children": [[]]})
 coerce_graph(Registered(5))
+coerce_graph(UNNAMED)
+states_equal(RING_OF_ARRAYS, RING_OF_ARRAYS)
 AggregationOutput(Items([5]))
 AggregationOutput(Items([(1,)]))
 AggregationOutput(Items([(1, 2, 3)]))
@@ -174,6 +176,15 @@ class Items(dict):  # type: ignore[type-arg]
 
     def items(self) -> Any:
         return self.shown
+
+
+class Unnamed(type):
+    __name__ = 5  # type: ignore[assignment]
+
+
+UNNAMED = Unnamed("", (), {})()
+RING_OF_ARRAYS = np.array([None], object)
+RING_OF_ARRAYS[0] = RING_OF_ARRAYS
 
 
 @dataclasses.dataclass

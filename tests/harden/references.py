@@ -20,13 +20,14 @@ import numpy  # noqa: F401  # while it can: an import below is made to fail
 
 WARM, CALLS, BLOCKS = 300, 10_000, 8
 SHARED = (int, type(None))  # everybody has references to None and to small numbers
-# Lines that raise once in a process or on a stack of its own: tests of the suite reach them.
+# Lines that raise once in a process, on a stack of its own, or late: tests of the suite reach them.
 ELSEWHERE = {
     'raise(PyExc_RecursionError, "maximum stack depth': "a small stack",
     "raise(PyExc_ImportError,": "a second interpreter",
     "check(PyErr_WarnFormat(PyExc_RuntimeWarning, 1,": "another minor version",
     "raise(PyExc_RuntimeError,": "a second module object",
     "keywords must be strings": "a caller in C",
+    "if (arrays > most_arrays_) raise_stack_exceeded()": "arrays 200,000 levels deep",
 }
 RAISES = re.compile(
     r"(?<!void )(?<!Refused )\b(raise|raise_from_pending|set_error|raise_stack_exceeded"

@@ -1,6 +1,6 @@
 """Run the jobs that try to break the module, and write their figures into docs/reliability.md.
 
-`run.py` runs all of them, which may take an hour; `run.py --quick` what fits into every CI run, and
+`run.py` runs all of them, which takes two hours; `run.py --quick` what fits into every CI run, and
 writes nothing; names of rows run only these. Every job can be run by itself, too: it prints what it
 found, and on its last line the figures.
 """
@@ -17,6 +17,7 @@ from pathlib import Path
 
 ROOT = Path(__file__).resolve().parents[2]
 PAGE = ROOT / "docs" / "reliability.md"
+END_OF_FIGURES = "<!-- end of the figures -->"
 PATH = f"{Path(sys.executable).parent}:{os.environ['PATH']}"
 ENVIRONMENT = {**os.environ, "PATH": PATH, "PYTHONPATH": f"{ROOT / 'tests'}"}
 SUITE = "env TYPED_SHAPES_CASES=1000 scripts/sanitize.sh -q"
@@ -28,7 +29,7 @@ def job(words: str) -> str:
 
 
 def fuzz(cases: int, runner: str, which: str = "paths_agree") -> str:
-    """The suite's own comparison with 11.6 times as many cases, from seeds of this run."""
+    """The suite's own comparison with so many cases for each generator, from a seed of this run."""
     settings = f"TYPED_SHAPES_SEED={random.getrandbits(40)} TYPED_SHAPES_CASES={cases}"
     options = f"-q -p no:cacheprovider tests/test_agreement.py -k {which}"
     return f"env {settings} {runner} {options}"
@@ -72,11 +73,11 @@ def run(commands: list[str]) -> tuple[bool, str]:
 
 
 def write(number: int, figures: str, taken: str) -> None:
-    before = PAGE.read_text()
+    before, mark, after = PAGE.read_text().partition(END_OF_FIGURES)
     row = re.compile(rf"^(\| {number} \| [^|]*) \|.*", re.MULTILINE)
-    after, found = row.subn(lambda old: f"{old[1]} | {figures} | {taken} |", before)
+    table, found = row.subn(lambda old: f"{old[1]} | {figures} | {taken} |", before)
     assert found == 1, f"{found} rows {number} in {PAGE}"
-    PAGE.write_text(after)
+    PAGE.write_text(table + mark + after)
 
 
 def main() -> int:
