@@ -102,6 +102,12 @@ INSTANCES = [
 ]
 
 
+def test_a_property_in_the_place_of_a_field_is_asked(monkeypatch: pytest.MonkeyPatch) -> None:
+    record = ts.Evidence({"a": 1})
+    monkeypatch.setattr(ts.Evidence, "data", property(lambda self: {"a": 2}), raising=False)
+    assert (record["a"], record.get("a"), [*record.values()]) == (2, 2, [2])
+
+
 @pytest.mark.parametrize("record", INSTANCES, ids=lambda record: type(record).__name__)
 def test_is_a_dataclass_in_full(record: Any) -> None:
     cls, parameters = type(record), type(record).__dataclass_params__

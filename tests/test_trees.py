@@ -22,6 +22,7 @@ NAN = float("nan")
 EQUAL = [
     (np.float64("nan"), NAN, True),
     ([np.float32("nan")], [np.float32("nan")], False),
+    (1.0, NAN, False),
     ({1: "x", "1": "y"}, {"1": "y"}, True),
     (Map({"a": 1}), Map({"a": 1}), False),
     (Seq((1,)), [1], False),
@@ -30,6 +31,7 @@ EQUAL = [
     (np.array(2**53 + 1), np.array(2**53), True),  # float64 cannot tell them apart
     (np.array([2**62, 1]), np.array([2**62, 2]), False),
     (np.array([complex(NAN, 1)]), np.array([complex(NAN, 2)]), True),
+    *[(np.array([1 + 1j]), np.array([other]), False) for other in (1 + 2j, 2 + 1j)],
     *[(np.array([0, NAN], t), np.array([-0.0, -NAN], t), True) for t in ("f2", "f4", "f8", "c16")],
 ]
 
