@@ -45,7 +45,8 @@ def look(value: Any, module: ModuleType) -> Any:
     if not isinstance(value, type):
         # Each annotation has a meaning where it stands.
         assert set(typing.get_type_hints(function)) == set(function.__annotations__)
-        return seen, function.__globals__ is vars(module), function.__defaults__ is None
+        defaults = function.__defaults__, function.__kwdefaults__
+        return seen, function.__globals__ is vars(module), [value is None for value in defaults]
     assert set(typing.get_type_hints(value)) == set(vars(value).get("__annotations__", ()))
     seen["mro"] = [cls.__qualname__ for cls in value.__mro__]
     seen["members"] = sorted({*vars(value)} - COMPILED)

@@ -58,6 +58,7 @@ TargetInstrumentEntry(payload=[])  # TargetInstrumentEntry.payload must be a dic
 AggregationOutput.from_raw({1: HALF})  # AggregationOutput key must be a non-empty str; got 1
 AggregationOutput.from_raw({EmptyLookingStr("a.b"): HALF})  # AggregationOutput key must be a non-empty str; got 'a.b'
 AggregationOutput.from_raw({"a.b": [1, 2]})  # AggregationOutput['a.b'] must be np.ndarray; got list
+AggregationOutput.from_raw({"a.λ": [1, 2]})  # AggregationOutput['a.λ'] must be np.ndarray; got list
 AggregationOutput.from_raw([], function_name="f")  # aggregation output for 'f' was not a dict keyed by plugin.output (got list)
 """
 

@@ -29,6 +29,7 @@ EQUAL = [
     (np.array([NAN], object), np.array([NAN], object), False),
     (np.array([1], "m8[s]"), np.array([1], "m8[s]"), True),
     (np.array(2**53 + 1), np.array(2**53), True),  # float64 cannot tell them apart
+    (np.array(-(2**53) - 1), np.array(-(2**53)), True),
     (np.array([2**62, 1]), np.array([2**62, 2]), False),
     (np.array([complex(NAN, 1)]), np.array([complex(NAN, 2)]), True),
     *[(np.array([1 + 1j]), np.array([other]), False) for other in (1 + 2j, 2 + 1j)],
@@ -99,6 +100,25 @@ def test_contexts_are_chained_as_in_an_except_clause(monkeypatch: pytest.MonkeyP
         assert len(counts) == 1
         assert (raised.__context__, first.__context__) == (first, second)
         assert second.__context__ is (third if inner else None)
+
+
+def test_a_config_is_copied_once() -> None:
+    class Key:
+        def __hash__(self) -> int:
+            return 1
+
+        def __eq__(self, other: object) -> bool:
+            compared.append(other)
+            return self is other
+
+    compared: list[Any] = []
+    config: dict[Any, Any] = {**dict.fromkeys(range(10)), Key(): None, Key(): None}
+    for number in range(10):  # a dict with gaps is copied key by key
+        del config[number]
+    compared.clear()
+    misfit = {"op": "x", "args": [{"op": "y", "params": config}, {"op": "z", "args": 5}]}
+    pytest.raises(ts.SchemaError, ts.coerce_graph, misfit)
+    assert len(compared) == 1
 
 
 # --- What others may change ---
