@@ -79,7 +79,9 @@ Result call_keywords(PyObject* callable, std::span<PyObject* const> positional,
 }
 
 Result iterate(PyObject* iterable) {
-  if (!Py_IS_TYPE(iterable, &PyDictItems_Type)) return own(PyObject_GetIter(iterable));
+  const bool has_pairs =
+      Py_IS_TYPE(iterable, &PyDictItems_Type) || Py_IS_TYPE(iterable, &PyODictItems_Type);
+  if (!has_pairs) return own(PyObject_GetIter(iterable));
   // CPython 3.11 crashes where it finds no memory for the pair that an iterator over the items of a
   // dict keeps. With a pair on the free list of tuples, and no collection to empty that, it need
   // not ask.

@@ -230,10 +230,8 @@ def report() -> tuple[bool, str]:
 
     from harden.catalogue import PATHS, chosen_texts
 
-    # Binding a name of the module again is not to fail in the middle. CPython 3.11 crashes where it
-    # has no memory for the iterator of an OrderedDict, of which the ring needs one a level.
-    left_out = re.compile(r"rebound|coerce_state\(ODD_RING")
-    texts = [text for text in chosen_texts() if not left_out.match(text)]
+    # Binding a name of the module again is not to fail in the middle.
+    texts = [text for text in chosen_texts() if not text.startswith("rebound")]
     if QUICK and len(texts) > 20:  # no words chose them
         texts = texts[::3]
     with multiprocessing.Pool(2, start_worker, maxtasksperchild=40) as pool:
