@@ -104,6 +104,8 @@ if sys.version_info >= (3, 13):
 import _testcapi, numpy
 if hasattr(sys, "gettotalrefcount"):
     sys.exit()  # an interpreter with assertions aborts where there is no memory
+if not hasattr(numpy, "_core"):
+    sys.exit()  # the search for NumPy 2's name of it runs code of the interpreter that loses errors
 spec = importlib.util.find_spec(name)
 for number in range(0, 600, 3):
     if os.fork() == 0:
