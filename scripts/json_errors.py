@@ -77,7 +77,7 @@ ENTRY_POINTS: dict[str, tuple[Callable[[Any], object], Fitting]] = {
 }
 
 
-def ways_left_out() -> set[str]:
+def entry_points_left_out() -> set[str]:
     """The class methods of exported classes that ENTRY_POINTS lacks."""
     classes = [value for name in ts.__all__ if isinstance(value := getattr(ts, name), type)]
     return {
@@ -117,7 +117,7 @@ def findings() -> Iterator[tuple[str, str, str, str]]:
     nested: list[Any] = []
     for _ in range(DEEP):
         node, nested = {"op": "a", "args": [node]}, [nested]
-    if left_out := ways_left_out():
+    if left_out := entry_points_left_out():
         raise LookupError(f"ENTRY_POINTS lacks {left_out}")
     for name, (call, fitting) in ENTRY_POINTS.items():
         for text in VALUES.split():
